@@ -1,0 +1,31 @@
+# Warnings, sanitizers and the rule that turns a floor's folders into an object library.
+
+add_library(tav_options INTERFACE)
+target_compile_options(tav_options INTERFACE -Wall -Wextra -Wpedantic -Wno-flexible-array-extensions -Wno-unknown-warning-option
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+  $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:GNU>>:-Wshadow=local> # scoped enumerators count as shadows with gcc's wider one
+  $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:Clang>>:-Wshadow -Wthread-safety>
+  $<$<BOOL:${TAV_WERROR}>:-Werror>)
+target_include_directories(tav_options INTERFACE ${CMAKE_SOURCE_DIR}/include ${CMAKE_SOURCE_DIR}/src)
+if(TAV_SANITIZE STREQUAL "address")
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+elseif(TAV_SANITIZE STREQUAL "thread")
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+endif()
+
+# tav_floor(NAME folder...): one object library of every source in the folders.
+function(tav_floor name)
+  set(sources)
+  foreach(folder ${ARGN})
+    file(GLOB found CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
+    list(APPEND sources ${found})
+  endforeach()
+  if(sources)
+    add_library(tav_${name} OBJECT ${sources})
+    target_link_libraries(tav_${name} PUBLIC tav_options PkgConfig::JANSSON Threads::Threads)
+    target_compile_definitions(tav_${name} PRIVATE TAV_BUILDING=1 $<$<CONFIG:Debug>:TAV_CHECK_LOCK_ORDER=1>)
+    set_property(GLOBAL APPEND PROPERTY TAV_FLOORS tav_${name})
+  endif()
+endfunction()
