@@ -1,0 +1,87 @@
+// Time, interval calculators, a random number.
+//
+// The calculators divide what they gathered when a sample arrives at or after the end of the interval; until one was started (end 0) every
+// sample is such a one, so the first sample answers at once. They are not locked: their owner's lock covers them.
+#include "tavUtil/tavTime.h"
+
+#include <pthread.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+
+namespace {
+
+constinit std::atomic<TavTime (*)()> replacedClock{nullptr};
+
+TavTime wallClock() noexcept {
+    struct timeval now {};
+    gettimeofday(&now, nullptr);
+    return static_cast<TavTime>(static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000);
+}
+
+// FALSE while the interval runs. Otherwise the next one begins.
+template <typename Calc>
+bool intervalEnded(Calc *calc, TavTime curTime) noexcept {
+    if (tavTimeIsBefore(curTime, calc->intervalEnd)) return false;
+    calc->intervalEnd = tavTimeAdd(curTime, calc->intervalLength);
+    return true;
+}
+
+} // namespace
+
+TavTime tavGetCurrentTime() noexcept {
+    auto *clock = replacedClock.load(std::memory_order_relaxed);
+    return clock ? clock() : wallClock();
+}
+
+void tavSetClock(TavTime (*clock)()) noexcept { replacedClock.store(clock, std::memory_order_relaxed); }
+
+TavTime tavTimeFromSeconds(unsigned int s) noexcept { return s * 1000U; }
+
+TavTime tavTimeFromMilliSeconds(unsigned int ms) noexcept { return ms; }
+
+TavTime tavTimeElapsedMilliSeconds(TavTime started) noexcept { return tavGetCurrentTime() - started; }
+
+void tavSleep(int seconds) noexcept {
+    if (seconds <= 0) return;
+    struct timespec rest {};
+    rest.tv_sec = seconds;
+    while (nanosleep(&rest, &rest) != 0 && errno == EINTR) continue; // a host's signal does not shorten it
+}
+
+pid_t tavGetMyPid() noexcept { return getpid(); }
+
+Boolean tavLocalTime(const time_t *time, struct tm *tm) noexcept { return time && tm && localtime_r(time, tm) != nullptr; }
+
+void tavAvgCalcInit(TavAvgCalc *calc, TavTime intervalLength) noexcept { *calc = {intervalLength, 0, 0, 0}; }
+
+TavTime tavAvgCalcAddSample(TavAvgCalc *calc, TavTime curTime, TavTime sample) noexcept {
+    calc->count++;
+    calc->total += sample;
+    if (!intervalEnded(calc, curTime)) return TAV_NO_VALUE;
+    const auto mean = static_cast<TavTime>(calc->total / calc->count);
+    calc->count = 0;
+    calc->total = 0;
+    return mean;
+}
+
+void tavTimeoutCalcInit(TavTimeoutCalc *calc, TavTime intervalLength) noexcept { *calc = {intervalLength, 0, 0, 0}; }
+
+int tavTimeoutCalcAddSample(TavTimeoutCalc *calc, TavTime curTime, Boolean timeout) noexcept {
+    calc->completionCount++;
+    if (timeout) calc->timeoutCount++;
+    if (!intervalEnded(calc, curTime)) return -1;
+    const auto percent = static_cast<int>(calc->timeoutCount * 100 / calc->completionCount);
+    calc->completionCount = 0;
+    calc->timeoutCount = 0;
+    return percent;
+}
+
+int tavRandom() noexcept {
+    // Unsigned on purpose: the product overflows.
+    unsigned int seed = tavGetCurrentTime() + static_cast<unsigned int>(getpid()) * static_cast<unsigned int>(pthread_self());
+    return rand_r(&seed);
+}

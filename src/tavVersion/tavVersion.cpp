@@ -1,0 +1,3 @@
+#include "tavVersion/tavVersion.h"
+
+const char *tavGetVersion(void) noexcept { return "tavlib " TAV_VERSION; }

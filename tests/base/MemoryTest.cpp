@@ -1,0 +1,118 @@
+#include "tavUtil/tavMemory.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "base/FailEachAllocation.h"
+#include "tavList/tavList.h"
+#include "tavUtil/tavStringBuffer.h"
+#include "tavVersion/tavVersion.h"
+
+TEST(Memory, CountsBlocksAndIgnoresNull) {
+    const int before = tavGetMemCount();
+    auto *bytes = static_cast<unsigned char *>(tavMalloc(64));
+    char *copy = tavStrdup("abc");
+    char *part = tavStrndup("abcdef", 3);
+    char *whole = tavStrndup("ab", SIZE_MAX);
+    for (int i = 0; i < 64; i++) ASSERT_EQ(bytes[i], 0);
+    EXPECT_STREQ(copy, part);
+    EXPECT_STREQ(whole, "ab");
+    EXPECT_EQ(tavStrdup(nullptr), nullptr);
+    EXPECT_EQ(tavGetMemCount(), before + 4);
+    for (void *ptr : {static_cast<void *>(bytes), static_cast<void *>(copy), static_cast<void *>(part), static_cast<void *>(whole)}) {
+        tavFree(ptr);
+    }
+    tavFree(nullptr);
+    EXPECT_EQ(tavGetMemCount(), before);
+    tavSetAllocationGate([](size_t size) -> Boolean { return size < 1000; });
+    EXPECT_EQ(tavMalloc(1000), nullptr);
+    tavSetAllocationGate(nullptr);
+    EXPECT_EQ(tavGetMemCount(), before) << "a failed allocation must not count";
+}
+
+TEST(Memory, CountIsExactAfterBlocksChangedThreads) {
+    constexpr int THREADS = 24, BLOCKS = 200; // more threads than shards
+    const int before = tavGetMemCount();
+    std::array<std::array<void *, BLOCKS>, THREADS> blocks{};
+    const auto inThreads = [](auto work) {
+        std::vector<std::thread> threads;
+        for (size_t i = 0; i < THREADS; i++) threads.emplace_back(work, i);
+        for (auto &thread : threads) thread.join();
+    };
+    inThreads([&](size_t i) {
+        for (void *&block : blocks[i]) block = tavMalloc(8);
+    });
+    EXPECT_EQ(tavGetMemCount(), before + THREADS * BLOCKS);
+    inThreads([&](size_t i) {
+        for (void *block : blocks[(i + 7) % THREADS]) tavFree(block);
+    });
+    EXPECT_EQ(tavGetMemCount(), before);
+}
+
+TEST(Memory, ReplaceKeepsTheOldTextWithoutMemory) {
+    failEachAllocation([](auto failed) {
+        char *text = nullptr;
+        const Boolean first = tavReplaceStr(&text, "old value");
+        EXPECT_EQ(first, !failed());
+        const Boolean second = tavReplaceStr(&text, text ? text + 4 : "value"); // a part of the text that goes
+        EXPECT_TRUE(first || second);
+        if (!failed()) {
+            EXPECT_STREQ(text, "value");
+        }
+        if (first && !second) {
+            EXPECT_STREQ(text, "old value");
+        }
+        EXPECT_TRUE(tavReplaceStr(&text, nullptr));
+        EXPECT_EQ(text, nullptr);
+    });
+}
+
+TEST(StringBuffer, GrowsToTheLargerOfTwiceAndOldPlusText) {
+    const struct {
+        int capacity;
+        const char *first, *second;
+        int expectedMax;
+    } cases[] = {
+        {4, "abcd", "", 4},            // exactly full
+        {4, "abcd", "e", 8},           // twice
+        {4, "abcd", "0123456789", 14}, // old + text
+        {4, "ab", "012345", 10},       // old capacity, not old length
+        {0, "", "a", 1},
+        {-5, "", "ab", 2},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.capacity << " " << c.first << "+" << c.second);
+        const TavStringBufferPtr sb(sbCreate(c.capacity));
+        sbAdd(sb.get(), c.first);
+        sbAdd(sb.get(), c.second);
+        sbAdd(sb.get(), nullptr);
+        EXPECT_EQ(sb->max, c.expectedMax);
+        EXPECT_EQ(sbStr(sb.get()), std::string(c.first) + c.second);
+        EXPECT_EQ(sbLen(sb.get()), static_cast<int>(strlen(sbStr(sb.get()))));
+    }
+}
+
+TEST(StringBuffer, TakesItsOwnTextAndNumbersAndMarksAMissingPiece) {
+    failEachAllocation([](auto failed) {
+        const TavStringBufferPtr sb(sbCreate(2));
+        if (!sb) return;
+        sbAddInt(sb.get(), -12);
+        sbAdd(sb.get(), sbStr(sb.get()));
+        sbAdd(sb.get(), sbStr(sb.get()));
+        sbAddInt(sb.get(), INT32_MIN);
+        EXPECT_EQ(sb->failed, failed());
+        if (!failed()) {
+            EXPECT_STREQ(sbStr(sb.get()), "-12-12-12-12-2147483648");
+        }
+        if (failed()) {
+            EXPECT_EQ(strlen(sbStr(sb.get())) % 3, 0U) << "no half piece: " << sbStr(sb.get());
+        }
+    });
+}
+
+TEST(Version, NamesTheLibraryAndItsNumber) { EXPECT_EQ(std::string(tavGetVersion()).rfind("tavlib ", 0), 0U); }

@@ -1,0 +1,98 @@
+#include "tavProperties/tavProperties.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "base/FailEachAllocation.h"
+#include "tavUtil/tavString.h"
+
+namespace {
+
+// Knows "Known" in any case, except for the value "bad".
+char *setKnown(void *passback, char *name, char *value) {
+    if (passback) ++*static_cast<int *>(passback);
+    static char canonical[] = "Known";
+    return tavStrCmpIgnoreCase(name, canonical) == 0 && !tavStrEquals(value, "bad") ? canonical : nullptr;
+}
+
+struct PropertiesDeleter {
+    void operator()(TavProperties *props) const { tavPropertiesDelete(props); }
+};
+using PropertiesPtr = std::unique_ptr<TavProperties, PropertiesDeleter>;
+
+} // namespace
+
+TEST(Properties, StoresRefusesAndRemoves) {
+    const int before = tavGetMemCount();
+    int calls = 0;
+    {
+        const PropertiesPtr props(tavPropertiesCreate(setKnown, &calls));
+        const struct {
+            const char *name, *value;
+            Boolean validate;
+            int result;
+            const char *stored; // under "Known" for a validated set, else under the name
+        } steps[] = {
+            {"Known", nullptr, TRUE, 1, nullptr},                                        // nothing to remove
+            {"kNOWN", "one", TRUE, 0, "one"},                                            // under the set's own spelling
+            {"other", "two", TRUE, -1, "one"},                                           // an unknown name
+            {"Known", "bad", TRUE, -1, "one"},                                           // a refused value
+            {"Known", "x", FALSE, -1, "one"},                                            // a known name by the unvalidated way
+            {"Known", "three", TRUE, 0, "three"},  {"KNOWN", nullptr, TRUE, 1, "three"}, // a removal goes by the given name
+            {"other", "four", FALSE, 0, "four"},   {"other", "five", FALSE, 0, "five"},   {"other", "five", FALSE, 0, "five"},
+            {"other", nullptr, FALSE, 0, nullptr}, {"other", nullptr, FALSE, 1, nullptr}, {"Known", nullptr, TRUE, 0, nullptr},
+            {"Known", "six", TRUE, 0, "six"}, // left for the delete
+        };
+        for (const auto &s : steps) {
+            SCOPED_TRACE(testing::Message() << s.name << "=" << tavOrNull(s.value) << " validate " << int{s.validate});
+            EXPECT_EQ(tavPropertySet(props.get(), s.name, s.value, s.validate), s.result);
+            EXPECT_STREQ(tavPropertyGet(props.get(), s.validate ? "Known" : s.name), s.stored);
+            EXPECT_EQ(tavPropertyGet(props.get(), "kNOWN"), nullptr);
+        }
+        EXPECT_EQ(calls, static_cast<int>(std::size(steps)));
+        EXPECT_EQ(tavPropertyGetCopy(props.get(), "other"), nullptr);
+    }
+    EXPECT_EQ(tavGetMemCount(), before);
+}
+
+TEST(Properties, NeverFreesACallersPointer) {
+    const int before = tavGetMemCount();
+    PropertiesPtr props(tavPropertiesCreate(setKnown, nullptr));
+    char borrowed[] = "bad"; // refused by the setter, so the unvalidated way keeps the pointer itself
+    EXPECT_EQ(tavPropertySet(props.get(), "Known", borrowed, FALSE), 0);
+    EXPECT_EQ(tavPropertyGet(props.get(), "Known"), borrowed);
+    EXPECT_EQ(tavPropertySet(props.get(), "Known", "good", TRUE), 0) << "displaces the borrowed pointer";
+    EXPECT_EQ(tavPropertySet(props.get(), "Known", borrowed, FALSE), 0) << "displaces the copy";
+    EXPECT_EQ(tavPropertySet(props.get(), "Known", nullptr, TRUE), 0);
+    EXPECT_STREQ(borrowed, "bad");
+    props.reset();
+    EXPECT_EQ(tavGetMemCount(), before) << "copies go back however they were displaced";
+}
+
+TEST(Properties, FailedSetKeepsTheOldValue) {
+    failEachAllocation([](auto failed) {
+        const PropertiesPtr props(tavPropertiesCreate(setKnown, nullptr));
+        if (!props) return;
+        const int first = tavPropertySet(props.get(), "Known", "one", TRUE);
+        const int second = tavPropertySet(props.get(), "Known", "two", TRUE);
+        EXPECT_EQ(first == 0 && second == 0, !failed());
+        EXPECT_STREQ(tavPropertyGet(props.get(), "Known"), second == 0 ? "two" : "one");
+    });
+}
+
+TEST(Properties, CopiesAreSafeAgainstAConcurrentSet) {
+    const PropertiesPtr props(tavPropertiesCreate(setKnown, nullptr));
+    tavPropertySet(props.get(), "Known", "aaaa", TRUE);
+    std::atomic<bool> stop{false};
+    std::thread reader([&] {
+        while (!stop) {
+            const TavText copy(tavPropertyGetCopy(props.get(), "Known"));
+            ASSERT_TRUE(tavStrEquals(copy.get(), "aaaa") || tavStrEquals(copy.get(), "bbbbbbbbbbbb"));
+        }
+    });
+    for (int i = 0; i < 3000; i++) tavPropertySet(props.get(), "Known", i % 2 ? "aaaa" : "bbbbbbbbbbbb", TRUE);
+    stop = true;
+    reader.join();
+}

@@ -1,0 +1,97 @@
+#include "tavThread/tavThread.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <csignal>
+#include <future>
+#include <string>
+
+#include "base/FailEachAllocation.h"
+
+namespace {
+
+// What a started thread saw.
+struct Seen {
+    std::promise<void> done;
+    pthread_t self{};
+    bool signalsBlocked = false;
+    std::string order;
+};
+
+thread_local std::string initialised;
+void initThread() { initialised = "init "; }
+
+void look(void *arg) {
+    auto *seen = static_cast<Seen *>(arg);
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    seen->signalsBlocked = sigismember(&mask, SIGTERM) && sigismember(&mask, SIGCHLD) && sigismember(&mask, SIGPIPE);
+    seen->order = initialised + "run";
+    seen->self = pthread_self();
+    std::promise<void> done = std::move(seen->done); // `seen` may end as soon as the waiter knows
+    done.set_value();
+}
+
+bool sameMask(const sigset_t &a, const sigset_t &b) {
+    for (int sig = 1; sig < NSIG; sig++) {
+        if (sigismember(&a, sig) != sigismember(&b, sig)) return false;
+    }
+    return true;
+}
+
+} // namespace
+
+TEST(Thread, RunsDetachedWithSignalsBlockedAfterTheHostsInit) {
+    EnvCallBacks withInit{}, withoutInit{};
+    withInit.threadInit = initThread;
+    const struct {
+        EnvCallBacks *env;
+        const char *order;
+    } cases[] = {{nullptr, "run"}, {&withoutInit, "run"}, {&withInit, "init run"}};
+    sigset_t before, after;
+    pthread_sigmask(SIG_SETMASK, nullptr, &before);
+    const int blocks = tavGetMemCount();
+    for (const auto &c : cases) {
+        Seen seen;
+        const std::future<void> done = seen.done.get_future();
+        TavThread *thread = tavThreadCreate(look, &seen, c.env);
+        ASSERT_NE(thread, nullptr);
+        done.wait();
+        EXPECT_EQ(thread, reinterpret_cast<TavThread *>(seen.self));
+        EXPECT_TRUE(seen.signalsBlocked);
+        EXPECT_EQ(seen.order, c.order);
+        tavThreadDestroy(thread);
+    }
+    pthread_sigmask(SIG_SETMASK, nullptr, &after);
+    EXPECT_TRUE(sameMask(before, after)) << "the creator's mask is restored";
+    EXPECT_EQ(tavGetMemCount(), blocks);
+}
+
+TEST(Thread, AlarmsRoundUpToSecondsAndNeverSleepBackwards) {
+    const struct {
+        int milliseconds, seconds;
+    } cases[] = {{0, 0}, {1, 1}, {999, 1}, {1000, 1}, {1001, 2}, {-1, 0}, {INT_MIN, 0}, {INT_MAX, 2147484}};
+    for (const auto &c : cases) EXPECT_EQ(tavAlarmSeconds(c.milliseconds), c.seconds) << c.milliseconds;
+    EnvCallBacks env{};
+    env.threadInit = initThread;
+    Seen seen;
+    const std::future<void> done = seen.done.get_future();
+    ASSERT_EQ(tavSetAlarm(look, &seen, -5, &env), 0);
+    done.wait();
+    EXPECT_EQ(seen.order, "init run");
+}
+
+TEST(Thread, AStartWithoutMemoryLeavesTheArgumentToTheCaller) {
+    failEachAllocation([](auto failed) {
+        Seen seen;
+        const std::future<void> done = seen.done.get_future();
+        TavThread *thread = tavThreadCreate(look, &seen, nullptr);
+        EXPECT_EQ(thread == nullptr, failed());
+        if (thread) done.wait();
+    });
+    tavSetAllocationGate([](size_t) -> Boolean { return FALSE; });
+    EXPECT_EQ(tavSetAlarm(look, nullptr, 0, nullptr), -1);
+    tavSetAllocationGate(nullptr);
+    EXPECT_EQ(tavThreadCreate(nullptr, nullptr, nullptr), nullptr);
+}
