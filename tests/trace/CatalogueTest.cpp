@@ -1,0 +1,253 @@
+// What the elements of a catalogue create, what ends the process, and the catalogue that is delivered.
+#include <unistd.h>
+
+#include <functional>
+#include <iterator>
+#include <set>
+#include <sstream>
+#include <vector>
+
+#include "TraceFixture.h"
+#include "base/FailEachAllocation.h"
+
+namespace {
+
+class Catalogue : public TraceTest {
+protected:
+    std::string show(const char *path) const {
+        const TrRecord *record = trMgrGetRecord(mgr, path);
+        if (!record) return "absent";
+        const char *format = trRecordGetFormat(record);
+        return std::to_string(record->level) + "," + std::to_string(trRecordGetDefaultLevel(record)) + "," + record->messageId + "," +
+               (format ? format : "(none)");
+    }
+};
+
+TEST_F(Catalogue, RecordsTakeFromTheirMessages) {
+    load(
+        "<e><Entry name=\"n\" ID=\"m1\" level=\"notice\"><text>\"%s is %d\"</text></entry><entry name=\"n2\" id=\"m2\" level=OFF/>"
+        "<group name=\"g\" description=\"d\"><record id=\"m1\"/><record name=\"own\" id=\"m1\" level=\"ERROR\" defaultLevel=\"DEBUG\"/>"
+        "<record name=\"def\" defaultLevel=\"debug\"/><record name=\"lev\" level=\"INFO\" defaultLevel=\"none\"/><record id=\"m2\"/>"
+        "<group name=\"h\"><record name=\"r\" level=\"ALERT\"/></group></group></e>");
+    EXPECT_EQ(show("g.n"), "6,6,m1,%s is %d");
+    EXPECT_EQ(show("g.own"), "4,8,m1,%s is %d");
+    EXPECT_EQ(show("g.def"), "-1,8,-1,(none)");
+    EXPECT_EQ(show("g.lev"), "7,7,-1,(none)");
+    EXPECT_EQ(show("g.n2"), "0,0,m2,(none)");
+    EXPECT_EQ(show("g.h.r"), "2,2,-1,(none)");
+    EXPECT_STREQ(trMgrGetGroup(mgr, "g")->description, "d");
+    EXPECT_EQ(trMgrGetGroup(mgr, "h"), nullptr);
+}
+
+TEST_F(Catalogue, ElementsOutOfPlaceDoNoHarm) {
+    load(
+        "<text>\"lost\"</text><record name=\"top\" level=\"ERROR\"/>"
+        "<group><group name=\"a\"><text>\"lost\"</text><group><record name=\"r\" level=\"INFO\"><text>\"lost\"</text><group "
+        "name=\"b\"/></record>"
+        "</group></group></group>"
+        "<entry name=\"e\" id=\"1\" level=\"INFO\"><entry name=\"f\" id=\"1\" level=\"INFO\"/><text>\"of a message that is gone\"</text>"
+        "<record name=\"q\" level=\"INFO\"/></entry><group name=\"a\"><record name=\"r\" level=\"ERROR\"/><record id=\"1\"/></group>"
+        "<group name=\"open\"><record name=\"s\" level=\"INFO\"/>");
+    EXPECT_EQ(show(".top"), "4,4,-1,(none)");
+    EXPECT_EQ(show(".q"), "7,7,-1,(none)");
+    EXPECT_EQ(show("a.r"), "4,4,-1,(none)") << "the later record of a path";
+    EXPECT_EQ(show("a.f"), "7,7,1,(none)") << "the later message of an id";
+    EXPECT_EQ(show("open.s"), "7,7,-1,(none)");
+    EXPECT_NE(trMgrGetGroup(mgr, "b"), nullptr);
+    EXPECT_EQ(tavListGetCount(trGroupGetRoot(mgr)->groups), 4) << "a, b, a again, open";
+}
+
+TEST_F(Catalogue, DepthIsBounded) {
+    std::string text;
+    for (int i = 0; i < TR_MAX_GROUP_DEPTH; i++) text += "<group name=\"g\">";
+    load(text + "<record name=\"r\" level=\"INFO\"/>");
+    trSetFatalHook(trace::onFatal);
+    EXPECT_EQ(trMgrCreate(openText(text + "<group name=\"g\"/>"), TRUE), nullptr);
+    EXPECT_EQ(trace::fatal, "2|TrMgr.initTr: Failed to parse the file tav-trace.xml\n");
+}
+
+TEST_F(Catalogue, FaultsEndTheProcess) {
+    const struct {
+        const char *catalogue;
+        int status;
+        const char *message;
+    } cases[] = {
+        {"<entry id=\"1\" level=\"INFO\"/>", 1, "FATAL INTERNAL ERROR: message with no 'name' defined in trace-cfg.xml\n"},
+        {"<entry name=\"n\" level=\"INFO\"/>", 1, "FATAL INTERNAL ERROR: message 'n' defined in trace-cfg.xml\n"},
+        {"<entry name=\"n\" id=\"1\"/>", 1, "FATAL INTERNAL ERROR: message 'n' has no 'level' field defined in trace-cfg.xml\n"},
+        {"<entry name=\"n\" id=\"1\" level=\"LOUD\"/>", 1,
+         "FATAL INTERNAL ERROR: invalid level value of 'LOUD' for message 'n' in trace-cfg.xml\n"},
+        {"<record name=\"r\" id=\"7\"/>", 1, "FATAL INTERNAL ERROR: message id '7' is not defined in trace-cfg.xml\n"},
+        {"<record level=\"INFO\"/>", 1, "FATAL INTERNAL ERROR: record with no name in trace-cfg.xml\n"},
+        {"<record name=\"r\"/>", 1, "FATAL INTERNAL ERROR: record 'r' has no level or defaultLevel in trace-cfg.xml\n"},
+        {"<record name=\"r\" level=\"LOUD\"/>", 1, "FATAL INTERNAL ERROR: record 'r' has no level or defaultLevel in trace-cfg.xml\n"},
+        {"<a></b>", 2, "TrMgr.initTr: Failed to parse the file tav-trace.xml\n"},
+    };
+    for (const auto &c : cases) {
+        // The contents' faults go to standard output, the syntax's to standard error; only standard error is compared.
+        auto run = [&c] {
+            dup2(c.status == 1 ? STDERR_FILENO : STDIN_FILENO, STDOUT_FILENO);
+            trMgrCreate(openText(c.catalogue), TRUE);
+        };
+        EXPECT_EXIT(run(), testing::ExitedWithCode(c.status), testing::Eq(std::string(c.message))) << c.catalogue;
+        // With a hook the same fault is reported once and nothing is left behind.
+        trSetFatalHook(trace::onFatal);
+        trace::fatal.clear();
+        EXPECT_EQ(trMgrCreate(openText(c.catalogue), TRUE), nullptr);
+        EXPECT_EQ(trace::fatal, std::to_string(c.status) + "|" + c.message);
+        trSetFatalHook(nullptr);
+    }
+    load("");
+    auto get = [this] {
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        trRecordGet(mgr, "no.such");
+    };
+    EXPECT_EXIT(get(), testing::ExitedWithCode(1),
+                testing::Eq("FATAL INTERNAL ERROR: Invalid record path: 'no.such'; check trace-cfg.xml for the valid path.\n"));
+}
+
+TEST_F(Catalogue, AnyBytesEndInAManagerOrAFault) {
+    trSetFatalHook(trace::onFatal);
+    const std::string whole =
+        "<?x?><!--c--><entry name=\"n\" id=\"1\" level=\"INFO\"><text>a %s</text></entry><group name=\"g\"><record id=\"1\"/></group>";
+    for (size_t i = 0; i < whole.size(); i++) {
+        std::string cut = whole.substr(0, i), doubled = whole, changed = whole;
+        doubled.insert(i, whole, i, 7);
+        changed[i] = "\0<>\"/=\xff!"[i % 8];
+        for (const std::string &text : {cut, doubled, changed}) {
+            trace::fatal.clear();
+            testing::internal::CaptureStdout();
+            TrMgr *made = trMgrCreate(openText(text), TRUE);
+            testing::internal::GetCapturedStdout();
+            EXPECT_EQ(made == nullptr, !trace::fatal.empty()) << text;
+            trMgrDelete(made);
+        }
+    }
+}
+
+TEST_F(Catalogue, WithoutMemoryThereIsNoManager) {
+    trSetFatalHook(trace::onFatal);
+    failEachAllocation([](auto failed) {
+        TrMgr *made =
+            trMgrCreate(openText("<entry name=\"n\" id=\"1\" level=\"INFO\"><text>a</text></entry><group name=\"g\" description=\"d\">"
+                                 "<record id=\"1\"/><group name=\"h\"><record name=\"r\" defaultLevel=\"INFO\"/></group></group>"),
+                        TRUE);
+        EXPECT_TRUE(made || failed());
+        if (made) {
+            ASSERT_NE(trMgrGetRecord(made, "g.h.r"), nullptr);
+            EXPECT_STREQ(trRecordGetFormat(trMgrGetRecord(made, "g.n")), "a");
+            EXPECT_STREQ(trMgrGetGroup(made, "g")->description, "d");
+        }
+        trMgrDelete(made);
+        trPurgeDeathRow();
+    });
+    EXPECT_THAT(trace::fatal, testing::AnyOf("", testing::MatchesRegex("(1.initTr: Failed to create the TavSxpParser object)+")));
+}
+
+// ---- the catalogue that is delivered ----
+
+class Delivered : public TraceTest {
+protected:
+    void SetUp() override {
+        TraceTest::SetUp();
+        mgr = trMgrCreate(fopen(TAV_SOURCE_DIR "/share/tav-trace.xml", "r"), TRUE);
+        ASSERT_NE(mgr, nullptr);
+        trMgrSetPrintf(mgr, trace::print);
+    }
+};
+
+// What the library hands to trContextLog, and what must come out of the delivered text.
+TEST_F(Delivered, TextsFitTheirArguments) {
+    const auto oneText = [](TrContext *ctx, TrRecord *record) { trContextLog(ctx, record, "TEXT"); };
+    const auto noArgument = [](TrContext *ctx, TrRecord *record) { trContextLog(ctx, record); };
+    const auto states = [](TrContext *ctx, TrRecord *record) { trContextLog(ctx, record, "A", "B", "C", "D"); };
+    const auto policy = [](TrContext *ctx, TrRecord *record) { trContextLog(ctx, record, "P", "S", "N", "C", 90, 95u); };
+    const auto rule = [](TrContext *ctx, TrRecord *record) { trContextLog(ctx, record, 3, "SFTRACESPEC", "uri = 'x'", "h", 80, "/p"); };
+    const struct {
+        const char *path;
+        const char *conversions; // as they stand in the text, in order
+        std::function<void(TrContext *, TrRecord *)> log;
+        const char *expected;
+    } cases[] = {
+        {"control.stateChange", "%s%s%s", states, "NOTICE|TAV0001N|Routing state changed from A to B: C."},
+        {"control.connectorStateChange", "%s%s%s%s", states, "NOTICE|TAV0002N|Controller connection A is now B (was C): D."},
+        {"control.serverStateChange", "%s%s%s", states, "NOTICE|TAV0003N|Server state is now A (was B) for server C."},
+        {"control.json.received", "%s", oneText, "DEBUG|TAV0101D|Configuration received: TEXT"},
+        {"control.json.updated", "%s", oneText, "DEBUG|TAV0102D|Configuration after the update: TEXT"},
+        {"control.json.sent", "%s", oneText, "DEBUG|TAV0103D|Sent to the controller: TEXT"},
+        {"control.error.invalidJSON", "%s", oneText,
+         "ERROR|TAV0201E|A configuration document is not valid JSON and was dropped; the configuration in force stays. Check the "
+         "controller "
+         "that sent it: TEXT"},
+        {"control.error.invalidAction", "%s", oneText,
+         "ERROR|TAV0202E|A configuration asks for an action that is not known; it was passed over. Check the rule actions and the version "
+         "of the controller: TEXT"},
+        {"control.error.invalidKey", "%s", oneText,
+         "ERROR|TAV0203E|A configuration document has an entry that was not understood and was passed over: TEXT"},
+        {"control.error.noConnectorError", "%s", oneText,
+         "ERROR|TAV0204E|No controller connection can be used; routing goes on with the last configuration. Check that a controller runs "
+         "and can be reached: TEXT"},
+        {"control.trace.requestTraceSpecAdded", "%s", oneText, "NOTICE|TAV0301N|Request trace specification added: TEXT"},
+        {"control.trace.requestTraceSpecRemoved", "%s", oneText, "NOTICE|TAV0302N|Request trace specification removed: TEXT"},
+        {"control.trace.defaultReqTraceSpecSet", "%s", oneText, "NOTICE|TAV0303N|Default request trace specification set to TEXT"},
+        {"control.trace.defaultReqTraceSpecReset", "", noArgument,
+         "NOTICE|TAV0304N|Default request trace specification removed; requests are traced with the default trace specification."},
+        {"control.trace.defaultTraceSpecSet", "%s", oneText, "NOTICE|TAV0305N|Default trace specification set to TEXT"},
+        {"control.trace.defaultTraceSpecSetEmpty", "", noArgument,
+         "WARNING|TAV0306W|Default trace specification set to an empty text; every record is traced as far as WARNING."},
+        {"control.trace.defaultTraceSpecReset", "", noArgument,
+         "NOTICE|TAV0307N|Default trace specification is back at its built-in value."},
+        {"control.responseHealthPolicyTriggered", "%s%s%s%s%d%d", policy,
+         "WARNING|TAV0401W|Health policy P was triggered for server S on node N in cell C: responses must stay below 90 ms on average and "
+         "took 95 ms."},
+        {"control.timeoutHealthPolicyTriggered", "%s%s%s%s%d%d", policy,
+         "WARNING|TAV0402W|Health policy P was triggered for server S on node N in cell C: requests that time out must stay below 90 "
+         "percent and are 95 percent."},
+        {"http.request.rules.traceRuleMatch", "%d%s%s%s%d%s", rule,
+         "INFO|TAV0501I|Request trace rule 3 (SFTRACESPEC, uri = 'x') matches the request for host h, port 80, path /p."},
+        {"http.request.connectFailure", "%s%s", states,
+         "WARNING|TAV0502W|Connection to server A failed; other servers are preferred for a while. B"},
+    };
+    std::set<const TrRecord *> withText;
+    for (const auto &c : cases) {
+        TrRecord *record = trMgrGetRecord(mgr, c.path);
+        ASSERT_NE(record, nullptr) << c.path;
+        ASSERT_NE(trRecordGetFormat(record), nullptr) << c.path;
+        std::string conversions;
+        for (const char *p = strchr(trRecordGetFormat(record), '%'); p; p = strchr(p + 1, '%')) conversions.append(p, 2);
+        ASSERT_EQ(conversions, c.conversions) << c.path;
+        c.log(trMgrGetDefaultContext(mgr), record);
+        EXPECT_EQ(trace::printed, c.expected) << c.path;
+        withText.insert(record);
+    }
+    for (const TrRecord *record : TavListRange<TrRecord>(mgr->records)) {
+        EXPECT_EQ(trRecordGetFormat(record) != nullptr, withText.contains(record)) << trRecordGetPath(record);
+    }
+}
+
+std::vector<std::string> words(const char *text) {
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
+TEST_F(Delivered, FreshInstallationIsQuietButTellsFaults) {
+    const auto on = words(
+        "control.badportpath control.rules.parsing.error http.response.error.503 control.stateChange control.serverStateChange "
+        "control.connectorStateChange control.error.invalidJSON control.error.invalidAction control.error.invalidKey "
+        "control.error.noConnectorError http.request.connectFailure control.trace.defaultTraceSpecSet "
+        "control.responseHealthPolicyTriggered control.timeoutHealthPolicyTriggered");
+    const auto off = words(
+        "control.process control.defaultdebug control.ipc control.health control.selector control.mapper control.json.received "
+        "control.json.updated control.json.sent control.rules.process control.rules.list control.rules.insertAndRemove "
+        "control.rules.parsing.process http.stateChange http.request.process http.request.map.url http.request.rules.process "
+        "http.request.rules.traceRuleMatch http.request.select.process http.request.select.editionRollout http.request.select.balance "
+        "http.request.select.affinity.process http.request.select.affinity.keep http.request.select.affinity.break "
+        "http.response.process http.response.health");
+    TrContext *ctx = trMgrGetDefaultContext(mgr);
+    for (const auto &path : on) EXPECT_TRUE(trContextLogEnabled(ctx, trRecordGet(mgr, path.c_str()))) << path;
+    for (const auto &path : off) EXPECT_FALSE(trContextLogEnabled(ctx, trRecordGet(mgr, path.c_str()))) << path;
+    trContextSetSpec(ctx, trSpecCreate(mgr, ":DEBUG"));
+    for (const auto &path : off) EXPECT_TRUE(trContextLogEnabled(ctx, trRecordGet(mgr, path.c_str()))) << path;
+}
+
+} // namespace

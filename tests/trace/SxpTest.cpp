@@ -1,0 +1,131 @@
+#include "TraceFixture.h"
+#include "base/FailEachAllocation.h"
+#include "tavSxp/tavSxp.h"
+
+namespace {
+
+std::string tokens(const std::string &text, int maxLength, int state) {
+    FILE *file = openText(text);
+    TavSXLex *lex = tavLexCreate(file);
+    std::string result;
+    char buffer[64];
+    while (tavLexFile(lex, buffer, maxLength, state)) result += std::string("[") + buffer + "]";
+    result += " line " + std::to_string(tavLexGetLineNumber(lex));
+    if (tavLexGetError(lex)) result += std::string(" ") + tavLexGetErrorString(lex);
+    tavLexDestroy(lex);
+    fclose(file);
+    return result;
+}
+
+TEST(SxLex, CutsTokens) {
+    const struct {
+        const char *name;
+        std::string text;
+        int state;
+        const char *expected;
+    } cases[] = {
+        {"signs stand alone", "<a.b:c_1=/!->?", 1, "[<][a.b:c_1][=][/][!][-][>][?] line 1"},
+        {"blanks and newlines", "a \t\r\nb\n\nc", 1, "[a][b][c] line 4"},
+        {"a newline that ends a word counts once", "a\nb\n", 1, "[a][b] line 3"},
+        {"quoted", "\"a <b>\n%s\" \"\"", 1, "[a <b>\n%s][] line 2"},
+        {"unfinished quote", "a \"bc", 1, "[a] line 1"},
+        {"other characters vanish", "@a#b\xe4$", 1, "[a][b] line 1"},
+        {"a word's start is stricter than its rest", "_a .b a_b", 1, "[a][b][a_b] line 1"},
+        {"content words run on", "a, b/c 5%-\\n ('x'); d=e", 15, "[a, b/c 5%-\\n ('x'); d][=][e] line 1"},
+        {"a content sign before a word vanishes", "(a) %s = %d", 15, "[a) %s ][=][d] line 1"},
+        {"the same text between elements", "(a) %s", 1, "[a][s] line 1"},
+        {"NUL ends the input", std::string("a b\0c", 5), 1, "[a][b] line 1"},
+        {"longest word", "12345678 x", 1, "[12345678][x] line 1"},
+        {"word too long", "x 123456789", 1, "[x] line 1 token exceeded maximum token length"},
+        {"quoted text too long", "\"123456789\"", 1, " line 1 token exceeded maximum token length"},
+    };
+    for (const auto &c : cases) EXPECT_EQ(tokens(c.text, 8 + 32 * (c.state == 15), c.state), c.expected) << c.name;
+}
+
+std::string events;
+
+Boolean onStart(const char *name, TavList *attributes, void *) {
+    events += std::string("<") + name;
+    for (const TavNVPair *pair : TavListRange<TavNVPair>(attributes)) {
+        events += std::string(" ") + tavNvpairGetName(pair) + "=" + tavNvpairGetValue(pair);
+    }
+    events += ">";
+    return strcmp(name, "refused") != 0;
+}
+
+Boolean onEnd(const char *name, const char *text, void *) {
+    events += std::string("</") + name + ":" + (text ? text : "(none)") + ">";
+    return strcmp(name, "refusedEnd") != 0;
+}
+
+int parse(const std::string &text) {
+    TavSXParser *parser = tavSxpCreate(openText(text), TRUE);
+    if (!parser) return -1;
+    tavSxpSetStartFunc(parser, onStart);
+    tavSxpSetEndFunc(parser, onEnd);
+    int result = tavSxpParse(parser);
+    tavSxpDestroy(parser);
+    return result;
+}
+
+TEST(Sxp, CallsBackInTheOrderOfTheDocument) {
+    const struct {
+        const char *name, *text, *events;
+    } cases[] = {
+        {"nothing", "", ""},
+        {"declaration and comments", "<?xml a=\"1\" ? b ?><!-- a - b < c > --><a/>", "<a></a:(none)>"},
+        {"attributes in order", "<a x=\"1\" y=two x=\"\"></a>", "<a x=1 y=two x=></a:(none)>"},
+        {"names in any case", "<Ab></aB>", "<Ab></Ab:(none)>"},
+        {"text is joined without blanks", "<a>one, two = \"%s\"\n(x)</a>", "<a></a:one, two =%sx)>"},
+        {"text in front of a child goes to the child", "<a>p<b>q</b></a>", "<a><b></b:pq></a:(none)>"},
+        {"short end tag", "<a><b></></a>", "<a><b></b:(none)></a:(none)>"},
+        {"an open element at the end", "<a><b/>", "<a><b></b:(none)>"},
+        {"a sign as a name", "<=></=>", "<=></=:(none)>"},
+    };
+    for (const auto &c : cases) {
+        events.clear();
+        EXPECT_EQ(parse(c.text), 1) << c.name;
+        EXPECT_EQ(events, c.events) << c.name;
+    }
+}
+
+TEST(Sxp, TellsTokenLineAndFile) {
+    const struct {
+        const char *name;
+        std::string text, message;
+    } cases[] = {
+        {"text between elements", "<a/>\nx", "tavSxpParse: Expected '<' token; got 'x'. line 2 of tav-trace.xml\n"},
+        {"text after an end tag", "<a><b/>x</a>", "tavSxpParse: Expected '<' token; got 'x'. line 1 of tav-trace.xml\n"},
+        {"wrong end tag", "<a><b></a>", "tavSxpParse: Expected '>' token or b; got 'a'. line 1 of tav-trace.xml\n"},
+        {"end tag without element", "</a>", "tavSxpParse: Expected '>' token or ; got 'a'. line 1 of tav-trace.xml\n"},
+        {"short end tag without element", "<a/></>", "tavSxpParse: Expected '>' token or ; got '>'. line 1 of tav-trace.xml\n"},
+        {"attribute without =", "<a b \"c\">", "tavSxpParse: Expected '=' token; got 'c'. line 1 of tav-trace.xml\n"},
+        {"end tag not closed", "<a></a b>", "tavSxpParse: Expected '>' token; got 'b'. line 1 of tav-trace.xml\n"},
+        {"no comment", "<!x", "tavSxpParse: Expected first dash of comment start; got 'x'. line 1 of tav-trace.xml\n"},
+        {"half a comment", "<!-x", "tavSxpParse: Expected second dash of comment start; got 'x'. line 1 of tav-trace.xml\n"},
+        {"dashes in a comment", "<!-- a -- b -->", "tavSxpParse: Expected comment end; got 'b'. line 1 of tav-trace.xml\n"},
+        {"start refused", "<refused/>", "tavSxpParse: Start element returned FALSE for refused. line 1 of tav-trace.xml\n"},
+        {"end refused", "<refusedEnd/>", "tavSxpParse: End element returned FALSE for refusedEnd. line 1 of tav-trace.xml\n"},
+        {"input ends in a tag", "<a b=\"c\"\n", "tavSxpParse: Lexer returned NULL. Line 2 of tav-trace.xml\n"},
+        {"input ends in content", "<a>b", "tavSxpParse: Lexer returned NULL. Line 1 of tav-trace.xml\n"},
+        {"token too long in content", "<a>" + std::string(4096, 'x'), "tavSxpParse: Lexer returned NULL. Line 1 of tav-trace.xml\n"},
+        {"token too long between elements", std::string(4096, 'x'), "tavSxpParse: Lexer returned NULL. Line 1 of tav-trace.xml\n"},
+    };
+    for (const auto &c : cases) {
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(parse(c.text), 0) << c.name;
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.message) << c.name;
+    }
+    EXPECT_EQ(parse("<a>" + std::string(4095, 'x') + "</a>"), 1);
+}
+
+TEST(Sxp, GivesBackItsMemory) {
+    failEachAllocation([](auto failed) {
+        int result = parse("<a b=\"c\"><d>text = more</d></a><e f=g");
+        EXPECT_NE(result, 1);
+        EXPECT_TRUE(failed() || result == 0);
+    });
+    EXPECT_EQ(tavSxpCreate(nullptr, TRUE), nullptr);
+}
+
+} // namespace

@@ -1,0 +1,294 @@
+// Groups, records, specifications, contexts and the death row.
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TraceFixture.h"
+#include "base/FailEachAllocation.h"
+
+namespace {
+
+constexpr const char *tree =
+    "<entry name=\"m\" id=\"M1\" level=\"ERROR\"><text>\"%s!\"</text></entry>"
+    "<group name=\"control\"><record name=\"process\" defaultLevel=\"DEBUG\"/><record name=\"bare\" level=\"INFO\"/><group name=\"rules\">"
+    "<record name=\"list\" level=\"DEBUG\"/></group></group><group name=\"http\"><record id=\"M1\"/><group name=\"both\"/>"
+    "<record name=\"both\" level=\"INFO\"/><record name=\"off\" level=\"OFF\"/></group><record name=\"top\" level=\"INFO\"/>";
+
+class Trace : public TraceTest {
+protected:
+    void SetUp() override {
+        TraceTest::SetUp();
+        load(tree);
+    }
+    TrSpec *newSpec() { return trSpecCreate(mgr, ":INFO"); }
+};
+
+TEST_F(Trace, LevelsHaveNamesInAnyCase) {
+    EXPECT_EQ(trLevelNameToIndex("eMeRg"), 1);
+    EXPECT_EQ(trLevelNameToIndex("DEBUG"), 8);
+    for (const char *name : {"", "DEBU", "DEBUGS", "8"}) EXPECT_EQ(trLevelNameToIndex(name), -1) << name;
+    EXPECT_EQ(trLevelNameToIndex(nullptr), -1);
+    EXPECT_STREQ(trLevelIndexToName(0), "OFF");
+    EXPECT_EQ(trLevelIndexToName(9), nullptr);
+    EXPECT_EQ(trLevelIndexToName(-1), nullptr);
+}
+
+TEST_F(Trace, SpecificationsReachWhatTheyName) {
+    const struct {
+        const char *text;
+        unsigned process, list, http, top;
+    } cases[] = {
+        {nullptr, 255, 255, 255, 255},
+        {":NOTICE", 6, 6, 6, 6},
+        {"", 5, 5, 5, 5},
+        {"control:DEBUG", 8, 8, 255, 255},
+        {"control.rules:OFF", 255, 0, 255, 255},
+        {"control", 5, 5, 255, 255},
+        {"control.process:info", 7, 255, 255, 255},
+        {":ERROR,control:DEBUG,control.rules:ALERT", 8, 2, 4, 4},
+        {"control:DEBUG,:ERROR", 4, 4, 4, 4},
+        {"control:DEBUG,", 5, 5, 5, 5},
+        {"control:DEBUG,,http.m:OFF,http.m:OFF", 5, 5, 0, 5},
+        {".top:EMERG", 255, 255, 255, 1},
+        {"http.both:INFO", 255, 255, 255, 255},
+    };
+    for (const auto &c : cases) {
+        TrSpec *spec = trSpecCreate(mgr, c.text);
+        ASSERT_NE(spec, nullptr) << c.text;
+        TrSpec *copy = trSpecCopy(spec);
+        for (const TrSpec *s : {spec, copy}) {
+            EXPECT_EQ(level(s, "control.process"), c.process) << c.text;
+            EXPECT_EQ(level(s, "control.rules.list"), c.list) << c.text;
+            EXPECT_EQ(level(s, "http.m"), c.http) << c.text;
+            EXPECT_EQ(level(s, ".top"), c.top) << c.text;
+        }
+        trKillSpec(spec);
+        trKillSpec(copy);
+    }
+    TrSpec *group = trSpecCreate(mgr, ":OFF,http.both:INFO");
+    EXPECT_EQ(level(group, "http.both"), 0u) << "a group comes before a record of the same path";
+    trKillSpec(group);
+}
+
+TEST_F(Trace, SpecificationsAreRefused) {
+    const struct {
+        const char *text, *message;
+    } cases[] = {
+        {"control:VERBOSE", "INVALID trace spec level name: 'VERBOSE'\n"},
+        {"nobody:VERBOSE", "INVALID trace spec level name: 'VERBOSE'\n"},
+        {"control:", "INVALID trace spec level name: ''\n"},
+        {"control:INFO:INFO", "INVALID trace spec level name: 'INFO:INFO'\n"},
+        {":DEBUG,nobody:INFO,:LOUD", "INVALID trace spec group or record name: 'nobody'\n"},
+        {" control:INFO", "INVALID trace spec group or record name: ' control'\n"},
+        {"Control", "INVALID trace spec group or record name: 'Control'\n"},
+    };
+    for (const auto &c : cases) {
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(trSpecCreate(mgr, c.text), nullptr) << c.text;
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.message);
+    }
+    EXPECT_EQ(trSpecCreate(nullptr, ":INFO"), nullptr);
+}
+
+TEST_F(Trace, AMegabyteOfCommasIsOneItem) {
+    for (int i = 0; i < 20000; i++) trRecordCreate(trGroupGet(mgr, "control"), ("r" + std::to_string(i)).c_str(), TR_INFO, -1);
+    TrSpec *spec = trSpecCreate(mgr, (":DEBUG" + std::string(1 << 20, ',')).c_str()); // minutes, were each comma to reach every record
+    EXPECT_EQ(level(spec, "control.r19999"), 5u);
+    trKillSpec(spec);
+}
+
+TEST_F(Trace, EnabledUpToTheMaximum) {
+    TrContext *ctx = trContextCreate(mgr);
+    const TrRecord *process = trRecordGet(mgr, "control.process"), *off = trRecordGet(mgr, "http.off");
+    EXPECT_FALSE(trContextLogEnabled(ctx, process)) << "no specification yet";
+    EXPECT_TRUE(trContextLogEnabled(ctx, off)) << "OFF is not above the maximum of nothing";
+    EXPECT_FALSE(trContextLogEnabled(nullptr, off));
+    trContextSetSpec(ctx, trSpecCreate(mgr, "control:INFO,http:OFF"));
+    EXPECT_FALSE(trContextLogEnabled(ctx, process));
+    EXPECT_TRUE(trContextLogEnabled(ctx, trRecordGet(mgr, "control.bare")));
+    EXPECT_TRUE(trContextTraceEnabled(ctx, process, TR_INFO));
+    EXPECT_FALSE(trContextTraceEnabled(ctx, process, TR_DEBUG_LEVEL));
+    EXPECT_TRUE(trContextLogEnabled(ctx, off));
+    TrRecord *late = trRecordCreate(trGroupGetRoot(mgr), "late", TR_DEBUG_LEVEL, -1);
+    EXPECT_TRUE(trContextLogEnabled(ctx, late)) << "younger than the specification";
+    int evaluated = 0;
+    TR_DEBUG(ctx, process, "%d", ++evaluated);
+    TR_TRACE(ctx, process, TR_DEBUG_LEVEL, "%d", ++evaluated);
+    EXPECT_EQ(evaluated, 0);
+    TR_TRACE(ctx, process, TR_INFO, "%d", ++evaluated);
+    EXPECT_EQ(trace::printed, "INFO|-1|1");
+    trContextDelete(ctx);
+}
+
+TEST_F(Trace, EmittersDescribeTheMessage) {
+    TrContext *ctx = trMgrGetDefaultContext(mgr);
+    const TrRecord *message = trRecordGet(mgr, "http.m"), *process = trRecordGet(mgr, "control.process");
+    EXPECT_EQ(trContextLog(ctx, message, "x"), 42);
+    EXPECT_EQ(trace::printed, "ERROR|M1|x!");
+    EXPECT_EQ(trContextDebug(ctx, message, "d%d", 1), 42);
+    EXPECT_EQ(trace::printed, "ERROR|M1|d1");
+    trContextDebug(ctx, process, "enter\n");
+    EXPECT_EQ(trace::printed, "DEBUG|-1|enter\n");
+    trContextLog(ctx, process);
+    EXPECT_EQ(trace::printed, "(no level)|-1|(no format)");
+    EXPECT_EQ(trContextTrace(ctx, message, TR_ALERT, "t"), 42);
+    EXPECT_EQ(trace::printed, "ALERT|M1|t");
+    EXPECT_EQ(trContextLog(nullptr, message), 0);
+    EXPECT_EQ(trContextDebug(ctx, nullptr, "t"), 0);
+    trMgrSetPrintf(mgr, nullptr);
+    EXPECT_EQ(trContextTrace(ctx, message, TR_ALERT, "u"), 0);
+    EXPECT_EQ(trace::printed, "ALERT|M1|t");
+}
+
+TEST_F(Trace, RecordsAndGroupsWithSeveralParents) {
+    TrGroup *control = trGroupGet(mgr, "control"), *rules = trGroupGet(mgr, "control.rules"), *http = trGroupGet(mgr, "http");
+    TrRecord *list = trRecordGet(mgr, "control.rules.list");
+    EXPECT_EQ(trGroupGetChildRecords(http)[3], nullptr);
+    trRecordAddParent(list, http);
+    EXPECT_STREQ(trRecordGetPath(list), "http.list");
+    EXPECT_EQ(trGroupGetChildRecords(http)[3], list);
+    EXPECT_EQ(trMgrGetRecord(mgr, "control.rules.list"), list);
+    EXPECT_TRUE(trGroupAddParent(rules, http));
+    EXPECT_EQ(trGroupGetChildGroups(http)[1], rules);
+    for (TrGroup *parent : {rules, trGroupGet(mgr, "http.both")}) trGroupAddParent(http, parent);
+    EXPECT_FALSE(trGroupAddParent(control, control));
+    EXPECT_FALSE(trGroupAddParent(control, rules)) << "below itself";
+    EXPECT_FALSE(trGroupAddParent(trGroupGetRoot(mgr), http));
+    TrSpec *spec = trSpecCreate(mgr, "http:ERROR");
+    EXPECT_EQ(level(spec, "control.rules.list"), 4u);
+    trKillSpec(spec);
+
+    trGroupDelete(control);
+    EXPECT_EQ(trGroupGet(mgr, "control"), nullptr);
+    EXPECT_EQ(trGroupGet(mgr, "control.rules"), rules) << "http still lists it";
+    EXPECT_NE(trMgrGetRecord(mgr, "control.process"), nullptr) << "its creator's reference is left";
+    trRecordDelete(trRecordGet(mgr, "control.process"));
+    EXPECT_EQ(trMgrGetRecord(mgr, "control.process"), nullptr);
+    trRecordDelete(list);
+    EXPECT_EQ(trMgrGetRecord(mgr, "http.list"), list) << "its groups list it";
+
+    TrRecord *loose = trRecordCreateFromMessage(mgr, "loose", TR_ERROR, "M9");
+    EXPECT_EQ(trRecordGet(mgr, "M9"), loose);
+    EXPECT_EQ(trRecordGetDefaultLevel(loose), -1);
+    EXPECT_EQ(trRecordGetPath(loose), nullptr);
+    trRecordSetFormat(loose, "f");
+    EXPECT_STREQ(trRecordGetFormat(loose), "f");
+}
+
+TEST_F(Trace, GrowingWithoutMemoryChangesNothing) {
+    failEachAllocation([this](auto failed) {
+        TrGroup *group = trGroupCreate(mgr, "grown");
+        TrRecord *record = group ? trRecordCreate(group, "r", TR_INFO, -1) : nullptr;
+        if (record) trRecordAddParent(record, trGroupGet(mgr, "http"));
+        TrRecord *loose = trRecordCreateFromMessage(mgr, "l", TR_INFO, "M2");
+        TrSpec *spec = trSpecCreate(mgr, "control:DEBUG,http:INFO");
+        TrContext *ctx = trContextCreate(mgr);
+        EXPECT_TRUE(failed() || (record && loose && spec && ctx));
+        EXPECT_EQ(trMgrGetGroup(mgr, "grown"), group);
+        EXPECT_EQ(trMgrGetRecord(mgr, "grown.r"), record);
+        EXPECT_EQ(trMgrGetRecord(mgr, "M2"), loose);
+        trContextDelete(ctx);
+        trKillSpec(spec);
+        trRecordDelete(loose);
+        if (record && trMgrGetRecord(mgr, "http.r")) tavListRemoveObject(trGroupGet(mgr, "http")->records, record);
+        trGroupDelete(group);
+        trRecordDelete(record);
+        EXPECT_EQ(trMgrGetRecord(mgr, "grown.r"), nullptr);
+    });
+}
+
+TEST_F(Trace, ReleasedSpecificationsWaitOnTheDeathRow) {
+    trPurgeDeathRow();
+    const int before = tavGetMemCount();
+    auto alive = [before] { return tavGetMemCount() - before; };
+    TrSpec *first = newSpec(), *second = newSpec(), *third = newSpec();
+    EXPECT_EQ(trSpecRefRelease(nullptr), -1);
+    EXPECT_EQ(trSpecRefRelease(trSpecRefObtain(first)), 1);
+    EXPECT_EQ(trSpecRefRelease(first), 0);
+    trace::now += 1000;
+    trSpecRefRelease(second);
+    trace::now += 1000;
+    trCleanUpDeathRow();
+    EXPECT_EQ(alive(), 3) << "2000 ms old: still readable";
+    trSpecRefObtain(second); // comes back and dies again: waits anew, behind the third
+    trSpecRefRelease(third);
+    trSpecRefRelease(second);
+    trace::now += 1;
+    trCleanUpDeathRow();
+    EXPECT_EQ(alive(), 2);
+    trace::now += 2000;
+    trSpecRefObtain(third); // alive when its time comes: off the row
+    trCleanUpDeathRow();
+    EXPECT_EQ(alive(), 1);
+    EXPECT_FALSE(third->onDeathRow);
+
+    trace::now -= 3600000; // set back: what died in the future is not freed early, nor an hour late
+    trSpecRefRelease(third);
+    trace::now += 3600000;
+    TrSpec *fourth = newSpec();
+    trSpecRefRelease(fourth);
+    EXPECT_EQ(alive(), 1) << "the third is old by now";
+    trace::now -= 3600000;
+    trCleanUpDeathRow();
+    EXPECT_EQ(alive(), 1);
+    trace::now += 2001;
+    trCleanUpDeathRow();
+    EXPECT_EQ(alive(), 0);
+}
+
+TEST_F(Trace, TheRowIsSharedUntilItIsDestroyed) {
+    trPurgeDeathRow();
+    const int before = tavGetMemCount();
+    TrSpec *held = newSpec(), *late = newSpec();
+    trSpecRefRelease(held);
+    TrMgr *other = trMgrCreate(nullptr, FALSE); // no catalogue: a row all the same, and the same one
+    trMgrDelete(other);
+    EXPECT_TRUE(held->onDeathRow);
+    trDestroy();
+    EXPECT_EQ(tavGetMemCount() - before, 1);
+    EXPECT_EQ(trSpecRefRelease(late), 0);
+    EXPECT_EQ(tavGetMemCount() - before, 0) << "freed at once";
+    trMgrDelete(trMgrCreate(nullptr, FALSE));
+    EXPECT_EQ(tavGetMemCount() - before, 1) << "a new manager opens the row again";
+}
+
+TEST_F(Trace, AContextHoldsOneReference) {
+    TrContext *ctx = trContextCreate(mgr);
+    TrSpec *spec = newSpec();
+    trContextSetSpec(ctx, spec);
+    EXPECT_EQ(trContextPeekSpec(ctx), spec);
+    EXPECT_EQ(trContextGetSpec(ctx), spec);
+    EXPECT_EQ(spec->refCount, 2);
+    trContextSetSpec(ctx, newSpec());
+    EXPECT_EQ(spec->refCount, 1);
+    trContextSpecLockObtain(ctx, "test");
+    trContextSpecLockRelease(ctx);
+    trContextDelete(ctx);
+    EXPECT_FALSE(spec->onDeathRow);
+    trSpecRefRelease(spec);
+    EXPECT_TRUE(spec->onDeathRow);
+}
+
+TEST_F(Trace, ThreadsTestAndEmitWhileSpecificationsChange) {
+    tavSetClock(nullptr); // the grace period is real here
+    TrContext *ctx = trMgrGetDefaultContext(mgr);
+    const TrRecord *record = trRecordGet(mgr, "http.m");
+    trMgrSetPrintf(mgr, [](const TrContext *, va_list) { return 7; });
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong = 0;
+    for (int i = 0; i < 3; i++) {
+        threads.emplace_back([&] {
+            for (int n = 0; n < 2000; n++) {
+                if (!trContextLogEnabled(ctx, record) || trContextLog(ctx, record, "x") != 7) wrong++;
+                trSpecRefRelease(trContextGetSpec(ctx));
+            }
+        });
+    }
+    for (int n = 0; n < 500; n++) trContextSetSpec(ctx, trSpecCreate(mgr, n % 2 ? ":ERROR" : ":DEBUG"));
+    for (std::thread &thread : threads) thread.join();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(trContextPeekSpec(ctx)->refCount, 1);
+}
+
+} // namespace
