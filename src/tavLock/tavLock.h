@@ -27,10 +27,6 @@
 #define TAV_EXCLUDES(...) TAV_THREAD_ATTR(locks_excluded(__VA_ARGS__))
 #define TAV_NO_ANALYSIS TAV_THREAD_ATTR(no_thread_safety_analysis)
 
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wshadow" // the scoped names below are also names of records
-#endif
 // Outer to inner; equal ranks are never held together.
 enum class TavLockRank : int {
     Unranked = 0, // not checked
@@ -54,9 +50,6 @@ enum class TavLockRank : int {
     DeathRow = 90,
     Leaf = 100,
 };
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic pop
-#endif
 
 typedef struct TAV_CAPABILITY("lock") _TavLock {
     char *name; // not used

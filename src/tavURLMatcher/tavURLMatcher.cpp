@@ -1,0 +1,186 @@
+// Which group, and so which web module, serves a request.
+//
+// Every group that selects host and port may offer a web module; the longest context root wins, the earlier group among equals, unless
+// its module is a generic application. The groups are walked in the order of insertion: all of them, or (sealed) those that an index of
+// hosts and ports names. Both walks give the same answer.
+//
+// Ownership: the list owns the groups; map and array borrow them. A group that is deleted by its own function leaves first
+// (VHostMatcherOwner). Locks: none; see the header.
+#include "tavURLMatcher/tavURLMatcher.h"
+
+#include <jansson.h>
+
+#include <cstring>
+
+#include "URIMatcher/WebModuleForMatching.h"
+#include "URIMatcher/matchTrace.h"
+#include "tavURLMatcher/tavHttpContextForMatching.h"
+#include "tavURLMatcher/urlMatcherIndex.h"
+#include "tavUtil/tavMemory.h"
+#include "tavUtil/tavString.h"
+
+static void dropIndex(void *owner) noexcept {
+    auto *urlMatcher = static_cast<URLMatcher *>(owner);
+    urlMatcherIndexDelete(urlMatcher->index);
+    urlMatcher->index = nullptr;
+}
+
+static void deleteOwnedGroup(void *object) {
+    auto *group = static_cast<VHostMatcher *>(object);
+    group->owner = {};
+    deleteVHostMatcher(group);
+}
+
+URLMatcher *tavURLMatcherCreate(TavRoutingInfo *ri) noexcept {
+    auto *urlMatcher = tavNewRecord<URLMatcher>();
+    if (!urlMatcher) return nullptr;
+    const MatchTrace trace = matchTraceOf(ri);
+    urlMatcher->ri = ri;
+    urlMatcher->trCtx = trace.trCtx;
+    urlMatcher->debugCtl = trace.debugCtl;
+    urlMatcher->debugReq = trace.debugReq;
+    urlMatcher->vhostMatcherMap = tavHashMapCreate();
+    urlMatcher->vhostMatcherList = tavListCreate(deleteOwnedGroup);
+    if (urlMatcher->vhostMatcherMap && urlMatcher->vhostMatcherList) return urlMatcher;
+    tavURLMatcherDestroy(urlMatcher);
+    return nullptr;
+}
+
+void tavURLMatcherDestroy(URLMatcher *urlMatcher) noexcept {
+    if (!urlMatcher) return;
+    dropIndex(urlMatcher);
+    tavHashMapDestroy(urlMatcher->vhostMatcherMap);
+    tavListDestroy(urlMatcher->vhostMatcherList);
+    tavFree(urlMatcher->vhtMatchersArray);
+    tavDestroyRecord(urlMatcher);
+}
+
+// Takes a group out of map, array and list without deleting it.
+static void forgetGroup(void *owner, VHostMatcher *group) noexcept {
+    auto *urlMatcher = static_cast<URLMatcher *>(owner);
+    TavListEle *ele = tavListFind(urlMatcher->vhostMatcherList, group);
+    if (!ele) return;
+    dropIndex(urlMatcher);
+    group->owner = {};
+    VHostMatcher **end = urlMatcher->vhtMatchersArray + tavListGetCount(urlMatcher->vhostMatcherList);
+    VHostMatcher **slot = urlMatcher->vhtMatchersArray;
+    while (slot < end && *slot != group) ++slot;
+    memmove(slot, slot + 1, static_cast<size_t>(end - slot - 1) * sizeof *slot);
+    tavListRemove(urlMatcher->vhostMatcherList, ele);
+    if (tavHashGet(urlMatcher->vhostMatcherMap, group->name) == group) tavHashPut(urlMatcher->vhostMatcherMap, group->name, nullptr);
+}
+
+// Room in the array for one more group; it doubles, so it is full exactly when the count is a power of two.
+static bool reserveGroup(URLMatcher *urlMatcher) noexcept {
+    const auto count = static_cast<size_t>(tavListGetCount(urlMatcher->vhostMatcherList));
+    if ((count & (count - 1)) != 0) return true;
+    auto **larger = static_cast<VHostMatcher **>(tavMalloc(sizeof(VHostMatcher *) * (count ? count * 2 : 1)));
+    if (!larger) return false;
+    if (count) memcpy(larger, urlMatcher->vhtMatchersArray, count * sizeof *larger);
+    tavFree(urlMatcher->vhtMatchersArray);
+    urlMatcher->vhtMatchersArray = larger;
+    return true;
+}
+
+// The list deletes what it cannot add; here the caller keeps it.
+static bool listGroup(URLMatcher *urlMatcher, VHostMatcher *group) noexcept {
+    TavList *list = urlMatcher->vhostMatcherList;
+    list->destructor = nullptr;
+    const bool added = tavListAddTail(list, group) != nullptr;
+    list->destructor = deleteOwnedGroup;
+    if (added) urlMatcher->vhtMatchersArray[tavListGetCount(list) - 1] = group;
+    return added;
+}
+
+Boolean addVHostMatcher(URLMatcher *urlMatcher, VHostMatcher *vhostMatcher) noexcept {
+    if (!urlMatcher || !vhostMatcher || !reserveGroup(urlMatcher) || !listGroup(urlMatcher, vhostMatcher)) return FALSE;
+    dropIndex(urlMatcher);
+    tavHashPut(urlMatcher->vhostMatcherMap, vhostMatcher->name, vhostMatcher);
+    if (getVHostMatcher(urlMatcher, vhostMatcher->name) != vhostMatcher) {
+        forgetGroup(urlMatcher, vhostMatcher);
+        return FALSE;
+    }
+    vhostMatcher->owner = {urlMatcher, dropIndex, forgetGroup};
+    return TRUE;
+}
+
+VHostMatcher *getVHostMatcher(const URLMatcher *urlMatcher, const char *name) noexcept {
+    return static_cast<VHostMatcher *>(tavHashGet(urlMatcher->vhostMatcherMap, name));
+}
+
+void URLMatcherDeleteVHostMatcher(URLMatcher *urlMatcher, const char *name) noexcept {
+    deleteVHostMatcher(getVHostMatcher(urlMatcher, name));
+}
+
+Boolean tavURLMatcherSeal(URLMatcher *urlMatcher) noexcept {
+    if (!urlMatcher) return FALSE;
+    bool sealed = true;
+    const int count = tavListGetCount(urlMatcher->vhostMatcherList);
+    for (int i = 0; i < count; ++i) {
+        if (!URIMatcherSeal(getURIMatcher(urlMatcher->vhtMatchersArray[i]))) sealed = false;
+    }
+    if (!urlMatcher->index) urlMatcher->index = urlMatcherIndexCreate(urlMatcher->vhtMatchersArray, count);
+    return sealed && urlMatcher->index;
+}
+
+Boolean tavURLMatcherIsComplete(const URLMatcher *urlMatcher) noexcept {
+    for (const VHostMatcher *group : TavListRange<const VHostMatcher>(urlMatcher->vhostMatcherList)) {
+        if (!vhostMatcherIsComplete(group)) return FALSE;
+    }
+    return TRUE;
+}
+
+// The best offer so far.
+struct Best {
+    WebModule *webModule = nullptr;
+    const VHostMatcher *group = nullptr;
+    size_t rootLength = 0;
+};
+
+static bool isBetterThan(size_t rootLength, const Best &best) noexcept {
+    if (rootLength != best.rootLength) return rootLength > best.rootLength;
+    return tavIndexOfString(wmGetName(best.webModule), "/GenericApplication") >= 0;
+}
+
+static void offer(Best *best, const VHostMatcher *group, const char *path, TavHttpContext *requestContext) noexcept {
+    auto *webModule = static_cast<WebModule *>(matchVHostURI(group, path, requestContext));
+    if (!webModule) return;
+    const size_t rootLength = tavView(wmGetContextRoot(webModule)).size();
+    if (!best->webModule || isBetterThan(rootLength, *best)) *best = {webModule, group, rootLength};
+}
+
+WebModule *matchLongestURI(const URLMatcher *urlMatcher, TavHttpContext *requestContext, const char *host, int port,
+                           const char *path) noexcept {
+    Best best;
+    VHostMatcher *const *groups = urlMatcher->vhtMatchersArray;
+    if (urlMatcher->index && urlMatcherIndexCovers(host)) {
+        GroupWalk walk(urlMatcher->index, host, port);
+        for (int i = walk.next(); i >= 0; i = walk.next()) offer(&best, groups[i], path, requestContext);
+    } else {
+        const int count = tavListGetCount(urlMatcher->vhostMatcherList);
+        for (int i = 0; i < count; ++i) {
+            if (matchVHost(groups[i], host, port, requestContext)) offer(&best, groups[i], path, requestContext);
+        }
+    }
+    if (requestContext) tavHttpContextSetMatchedVHostName(requestContext, best.group ? best.group->name : nullptr);
+    TrContext *trCtx;
+    TrRecord *record;
+    matchTraceFor(urlMatcher, requestContext, &trCtx, &record);
+    TR_DEBUG(trCtx, record, "matchLongestURI: host=%s port=%d path=%s vHostGroup=%s web module=%s\n", tavOrNull(host), port,
+             tavOrNull(path), best.group ? best.group->name : "null", best.webModule ? tavOrNull(wmGetName(best.webModule)) : "null");
+    return best.webModule;
+}
+
+json_t *urlMatcherToJSON(const URLMatcher *urlMatcher) noexcept {
+    json_t *whole = json_object();
+    json_t *groups = json_array();
+    bool filled = whole && groups;
+    for (const VHostMatcher *group : TavListRange<const VHostMatcher>(urlMatcher->vhostMatcherList)) {
+        filled = filled && json_array_append_new(groups, vhostMatcherToJSON(group)) == 0;
+    }
+    filled = filled && json_object_set(whole, "VHostGroups", groups) == 0;
+    json_decref(groups);
+    if (filled) return whole;
+    json_decref(whole);
+    return nullptr;
+}

@@ -1,0 +1,27 @@
+// Host and port to the groups that select them. Only for this folder.
+#ifndef TAVURLMATCHER_URLMATCHERINDEX_H
+#define TAVURLMATCHER_URLMATCHERINDEX_H
+
+#include "tavURLMatcher/keyTable.h"
+#include "tavURLMatcher/tavURLMatcher.h"
+
+// Returns new; null without memory.
+UrlMatcherIndex *urlMatcherIndexCreate(VHostMatcher *const *groups, int count) noexcept;
+void urlMatcherIndexDelete(UrlMatcherIndex *index) noexcept; // null ignored
+
+// The selecting groups of one request, in the order of insertion, each once. Borrows the index.
+class GroupWalk {
+public:
+    // `host` may be null and must fit a HostKey (urlMatcherIndexCovers).
+    GroupWalk(const UrlMatcherIndex *index, const char *host, int port) noexcept;
+    int next() noexcept; // the next position, -1 at the end
+
+private:
+    static constexpr int RANGES = 4; // any, port, host, host and port
+    GroupRange ranges_[RANGES];
+};
+
+// FALSE for a host that is too long for the index: walk the groups then.
+bool urlMatcherIndexCovers(const char *host) noexcept;
+
+#endif

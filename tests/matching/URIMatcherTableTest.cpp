@@ -1,0 +1,239 @@
+// What single patterns put, which target wins, how patterns are made, and the dump.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "URIMatcher/URIMatcher.h"
+#include "base/FailEachAllocation.h"
+#include "fakes.h"
+
+namespace {
+
+char *text(const char *literal) { return const_cast<char *>(literal); }
+
+struct Put {
+    const char *pattern;
+    const char *target;
+};
+struct WinCase {
+    const char *name;
+    std::vector<Put> puts;
+    const char *path;
+    const char *expected;
+};
+
+class Matcher {
+public:
+    Matcher() : matcher_(URIMatcherCreate(nullptr, "m")) {}
+    ~Matcher() { URIMatcherDelete(matcher_); }
+    Matcher(const Matcher &) = delete;
+    Matcher &operator=(const Matcher &) = delete;
+    operator URIMatcher *() const { return matcher_; }
+    const URIMatcher *operator->() const { return matcher_; }
+    std::string match(const char *path) const {
+        const auto *target = static_cast<const char *>(URIMatcherMatch(matcher_, path, nullptr));
+        return target ? target : "none";
+    }
+    std::string dump() const {
+        std::string buffer(URIMatcherInfoLength(matcher_) + 2, '#');
+        buffer[0] = '>';
+        buffer[1] = '\0';
+        URIMatcherAddInfo(matcher_, buffer.data());
+        return buffer.c_str() + 1;
+    }
+
+private:
+    URIMatcher *matcher_;
+};
+
+TEST(URIMatcher, SelfTest) { EXPECT_EQ(URIMatcherTest(), 0); }
+
+TEST(URIMatcher, WhoWins) {
+    const char *const defaultName = "genApp/Default_default_host_HTTP_WC";
+    const WinCase cases[] = {
+        {"twice: the first", {{"/a", "1"}, {"/a", "2"}}, "/a", "1"},
+        {"the same prefix twice: the first", {{"/a/*", "1"}, {"/a/*", "2"}}, "/a/x", "1"},
+        {"the same suffix twice: the first", {{"/a/*.x", "1"}, {"/a/*.x", "2"}}, "/a/b.x", "1"},
+        {"user over implied by wildcard", {{"/a/*", "1"}, {"/a", "2"}}, "/a", "2"},
+        {"user over implied by exact", {{"/a", "1"}, {"/a/", "2"}}, "/a/", "2"},
+        {"implied by exact over implied by wildcard", {{"/a/*", "1"}, {"/a", "2"}}, "/a/", "2"},
+        {"implied by wildcard not over implied by exact", {{"/a", "1"}, {"/a/*", "2"}}, "/a/", "1"},
+        {"implied by wildcard not over user", {{"/a", "1"}, {"/a/*", "2"}}, "/a", "1"},
+        {"equal implied origins: the first", {{"/a/", "1"}, {"/a", "2"}}, "/a/", "1"},
+        {"slash also gives two", {{"/", "1"}}, "//", "1"},
+        {"an exact slash is no prefix", {{"/", "1"}}, "/x", "none"},
+        {"a dot stops the implied slash", {{"/a.b", "1"}}, "/a.b/", "none"},
+        {"a dot before the star does not", {{"/a.b*c", "1"}}, "/a.bxc/", "1"},
+        {"star last without slash", {{"/foo*", "1"}}, "/foo", "1"},
+        {"prefix needs its slash", {{"/foo/*", "1"}}, "/foox", "none"},
+        {"a suffix may overlap its key", {{"/aba*ba", "1"}}, "/aba", "1"},
+        {"a suffix may take the slash put in front", {{"*/x", "1"}}, "x", "1"},
+        {"a longer suffix than the path", {{"*/x/y", "1"}}, "/y", "none"},
+        {"two stars are dropped", {{"/a/*/b*", "1"}}, "/a/x/b", "none"},
+        {"a partly matching edge stops the walk", {{"/a/*", "1"}, {"/a/bcd", "2"}}, "/a/bx", "1"},
+        {"an exact node without target does not end it", {{"/a/*", "1"}, {"/a/bc", "2"}, {"/a/bd", "3"}}, "/a/b", "1"},
+        {"a deeper prefix beats a suffix above", {{"/*.x", "1"}, {"/a/*", "2"}}, "/a/b.x", "2"},
+        {"a deeper suffix beats a prefix above", {{"/*", "1"}, {"/a/*.x", "2"}}, "/a/b.x", "2"},
+        {"generic tree first", {{"/a/b", "real"}, {"/*", "genApp1"}}, "/a/b", "genApp1"},
+        {"generic only at the beginning of a text", {{"/a/*", "xgenApp"}, {"/a/b", "genApp1"}}, "/a/b", "genApp1"},
+        {"catch-all behind both", {{"/*", defaultName}, {"/a", "1"}}, "/a", "1"},
+        {"catch-all for the rest", {{"/*", defaultName}, {"/a", "1"}}, "/zzz", defaultName},
+        {"catch-all for no path", {{"/*", defaultName}}, nullptr, defaultName},
+        {"the later catch-all replaces", {{"/*", "genAppDefault_default_host_HTTP_WC"}, {"/*", defaultName}}, "/q", defaultName},
+        {"a default name without generic is an ordinary target", {{"/*", "x/Default_default_host_HTTP_WC"}, {"/a", "1"}}, "", "none"},
+        {"only the exact pattern makes a catch-all", {{"*", defaultName}}, "", "none"},
+    };
+    for (const WinCase &test : cases) {
+        for (const bool sealed : {false, true}) {
+            SCOPED_TRACE(testing::Message() << test.name << (sealed ? ", sealed" : ""));
+            Matcher matcher;
+            for (const Put &put : test.puts) EXPECT_EQ(URIMatcherPut(matcher, put.pattern, text(put.target), FALSE), 0);
+            if (sealed) {
+                ASSERT_TRUE(URIMatcherSeal(matcher));
+            }
+            EXPECT_EQ(matcher.match(test.path), test.expected);
+        }
+    }
+}
+
+// A web module is generic by "/GenericApplication" anywhere in its name, and the default work class may not begin it.
+TEST(URIMatcher, WebModuleTargets) {
+    WebModule real{"/cell/c/application/genAppShop", "/"};
+    WebModule generic{"/cell/c/GenericApplication/x", "/"};
+    WebModule fallback{"/GenericApplication/Default_default_host_HTTP_WC", "/"};
+    WebModule begins{"Default_default_host_HTTP_WC/GenericApplication", "/"};
+    Matcher matcher;
+    URIMatcherPut(matcher, "/s/*", &real, TRUE);
+    URIMatcherPut(matcher, "/s/x", &generic, TRUE);
+    EXPECT_EQ(URIMatcherMatch(matcher, "/s/x", nullptr), &generic);
+    EXPECT_EQ(URIMatcherMatch(matcher, "/s/y", nullptr), &real);
+    URIMatcherPut(matcher, "/*", &fallback, TRUE);
+    EXPECT_EQ(URIMatcherMatch(matcher, "/other", nullptr), &fallback);
+    EXPECT_EQ(URIMatcherMatch(matcher, "/s/y", nullptr), &real) << "a catch-all is no generic prefix";
+    URIMatcherPut(matcher, "/*", &begins, TRUE);
+    EXPECT_EQ(URIMatcherMatch(matcher, "/s/y", nullptr), &begins) << "goes into the generic tree";
+}
+
+TEST(URIMatcher, ToleratesNothing) {
+    Matcher matcher;
+    for (const char *pattern : {static_cast<const char *>(nullptr), "", "**", "/*/*"}) URIMatcherPut(matcher, pattern, text("t"), FALSE);
+    URIMatcherPut(matcher, "/a", nullptr, FALSE);
+    URIMatcherPut(nullptr, "/a", text("t"), FALSE);
+    EXPECT_EQ(matcher->arena.nodeCount, 0);
+    EXPECT_TRUE(URIMatcherIsComplete(matcher));
+    EXPECT_TRUE(URIMatcherSeal(matcher));
+    EXPECT_EQ(matcher.match(""), "none");
+    EXPECT_EQ(matcher.match(nullptr), "none");
+    EXPECT_EQ(URIMatcherMatch(nullptr, "/a", nullptr), nullptr);
+    URIMatcherDelete(nullptr);
+}
+
+TEST(URIMatcher, MakePattern) {
+    const struct {
+        const char *root, *uri, *expected;
+    } cases[] = {
+        {"/app", "*.jsp", "/app/*.jsp"}, {"/app/", "/x", "/app/x"},   {"", "/x", "/x"},     {"/app", "/x", "/app/x"},
+        {"/app/", "x", "/app/x"},        {nullptr, "x", "/x"},        {"nUlL", "/x", "/x"}, {"null/", "x", "null/x"},
+        {"/app", nullptr, "/app/"},      {"/", nullptr, "/"},         {"/", "//x", "//x"},  {nullptr, nullptr, "/"},
+        {"/app", "//x", "/app//x"},      {"/app//", "/x", "/app//x"},
+    };
+    for (const auto &test : cases) {
+        char *pattern = URIMatcherMakePattern(test.root, test.uri);
+        EXPECT_STREQ(pattern, test.expected);
+        tavFree(pattern);
+    }
+}
+
+TEST(URIMatcher, Dump) {
+    Matcher matcher;
+    URIMatcherPut(matcher, "/a/*", text("1"), FALSE);
+    URIMatcherPut(matcher, "/a/*.x", text("2"), FALSE);
+    URIMatcherPut(matcher, "/a/*.y", text("3"), FALSE);
+    URIMatcherPut(matcher, "/ab.c", text("4"), FALSE);
+    URIMatcherPut(matcher, "/q.", text("genApp5"), FALSE);
+    const std::string expected =
+        "\ngenAppTree:"
+        "\n    chars='/q.' exact=genApp5"
+        "\nrealAppTree:"
+        "\n    chars='/a' exact=1"
+        "\n      chars='/' exact=1 prefix=1 suffixes=(.x->2,.y->3)"
+        "\n      chars='b.c' exact=4";
+    EXPECT_EQ(matcher.dump(), expected);
+    ASSERT_TRUE(URIMatcherSeal(matcher));
+    EXPECT_EQ(matcher.dump(), expected) << "sealing keeps the order";
+    Matcher modules;
+    WebModule webModule{"/cell/c/webModule/w", "/"};
+    URIMatcherPut(modules, "/w.", &webModule, TRUE);
+    EXPECT_EQ(modules.dump(), "\ngenAppTree:\nrealAppTree:\n    chars='/w.' exact=/cell/c/webModule/w");
+    URIMatcherPut(modules, "/t.", text("t"), FALSE);
+    EXPECT_NE(modules.dump().find("exact=?"), std::string::npos) << "no guess about the kind of a target";
+}
+
+// Sealed nodes know their depth and their suffixes their node, wherever splits had moved them.
+void checkTree(const Node *node) {
+    for (const Suffix *suffix = node->suffixes; suffix; suffix = suffix->next) EXPECT_EQ(suffix->node, node);
+    for (int i = 0; i < node->childCount; ++i) {
+        EXPECT_EQ(node->children[i].depth, node->depth + 1);
+        checkTree(&node->children[i]);
+    }
+}
+
+TEST(URIMatcher, SealedTreeIsWhole) {
+    Matcher matcher;
+    for (const char *pattern : {"/abcd/efg/*.x", "/abcd/efg/hij", "/abcd/x*y", "/abce*z", "/ab", "/a*q", "/b*q", "/c*q", "/d*q"}) {
+        URIMatcherPut(matcher, pattern, text("t"), FALSE);
+    }
+    const size_t open = URIMatcherMemorySize(matcher);
+    ASSERT_TRUE(URIMatcherSeal(matcher));
+    EXPECT_LT(URIMatcherMemorySize(matcher), open);
+    EXPECT_EQ(matcher->realAppTree.depth, 0);
+    checkTree(&matcher->realAppTree);
+}
+
+// Every allocation may fail: what is left matches no path wrongly, and the loss shows.
+TEST(URIMatcher, MemoryRunsOut) {
+    failEachAllocation([](auto failed) {
+        URIMatcher *matcher = URIMatcherCreate(nullptr, "m");
+        if (!matcher) return;
+        const std::string longText(3000, 'l');
+        for (const std::string &pattern : {std::string("/abc/*"), std::string("/abd*.x"), "/" + longText, "/ab/" + longText + "*y"}) {
+            URIMatcherPut(matcher, pattern.c_str(), text("t"), FALSE);
+        }
+        EXPECT_EQ(URIMatcherIsComplete(matcher), !failed());
+        const bool sealed = URIMatcherSeal(matcher);
+        EXPECT_TRUE(sealed || failed());
+        URIMatcher *clone = URIMatcherClone(matcher);
+        EXPECT_TRUE(clone || failed());
+        char *pattern = URIMatcherMakePattern("/a", "b");
+        EXPECT_TRUE(pattern || failed());
+        for (const URIMatcher *each : {matcher, clone}) {
+            EXPECT_EQ(URIMatcherMatch(each, "/abx", nullptr), nullptr);
+            EXPECT_EQ(URIMatcherMatch(each, "/", nullptr), nullptr);
+            if (!failed()) {
+                EXPECT_STREQ(static_cast<char *>(URIMatcherMatch(each, "/abd/1.x", nullptr)), "t");
+            }
+        }
+        tavFree(pattern);
+        URIMatcherDelete(clone);
+        URIMatcherDelete(matcher);
+    });
+}
+
+TEST(URIMatcher, MatchAllocatesNothing) {
+    Matcher matcher;
+    URIMatcherPut(matcher, "/a/*.x", text("t"), FALSE);
+    failing::allowed = 0;
+    failing::happened = false;
+    tavSetAllocationGate(failing::gate);
+    const int before = fakeNewCalls;
+    const void *withSlash = URIMatcherMatch(matcher, "/a/b.x", nullptr);
+    const void *without = URIMatcherMatch(matcher, "a/b.x", nullptr);
+    const int after = fakeNewCalls;
+    tavSetAllocationGate(nullptr);
+    EXPECT_EQ(after, before);
+    EXPECT_FALSE(failing::happened);
+    EXPECT_TRUE(withSlash && without == withSlash);
+}
+
+} // namespace

@@ -1,0 +1,231 @@
+#include <gtest/gtest.h>
+#include <jansson.h>
+
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "base/FailEachAllocation.h"
+#include "fakes.h"
+#include "tavURLMatcher/tavURLMatcher.h"
+
+namespace {
+
+// A URL matcher with its web modules; each group gets one pattern for one module.
+class Urls {
+public:
+    Urls() : matcher(tavURLMatcherCreate(nullptr)) {}
+    ~Urls() { tavURLMatcherDestroy(matcher); }
+    Urls(const Urls &) = delete;
+    Urls &operator=(const Urls &) = delete;
+
+    VHostMatcher *add(const char *name, const char *pattern, const WebModule &webModule) {
+        modules_.push_back(std::make_unique<WebModule>(webModule));
+        VHostMatcher *group = createVHostMatcher(nullptr, name);
+        EXPECT_TRUE(vhostMatcherPutPatterns(group, &pattern, 1, modules_.back().get()));
+        EXPECT_TRUE(addVHostMatcher(matcher, group));
+        return group;
+    }
+    std::string match(const char *host, int port, const char *path) {
+        const WebModule *webModule = matchLongestURI(matcher, &ctx, host, port, path);
+        return webModule ? webModule->name : "none";
+    }
+
+    URLMatcher *matcher;
+    TavHttpContext ctx;
+
+private:
+    std::vector<std::unique_ptr<WebModule>> modules_;
+};
+
+TEST(URLMatcher, LongestContextRootWins) {
+    const WebModule root{"root", "/"}, shop{"shop", "/shop"}, shop2{"shop2", "/shop"};
+    const WebModule generic{"/GenericApplication/g", "/shop"}, generic2{"/GenericApplication/g2", "/shop"}, none{"none at all", "", true};
+    const struct {
+        const char *name;
+        std::vector<const WebModule *> groups;
+        const char *expected;
+        const char *vhost;
+    } cases[] = {
+        {"longer later", {&root, &shop}, "shop", "g1"},
+        {"longer earlier", {&shop, &root}, "shop", "g0"},
+        {"equal: the first", {&shop, &shop2}, "shop", "g0"},
+        {"equal: not a generic first", {&generic, &shop}, "shop", "g1"},
+        {"equal: a generic displaces a generic", {&generic, &generic2}, "/GenericApplication/g2", "g1"},
+        {"equal: a generic displaces no real one", {&shop, &generic}, "shop", "g0"},
+        {"a shorter one displaces no generic", {&generic, &root}, "/GenericApplication/g", "g0"},
+        {"no context root is the shortest", {&none, &root}, "root", "g1"},
+        {"alone without context root", {&none}, "none at all", "g0"},
+        {"nobody", {}, "none", ""},
+    };
+    for (const auto &test : cases) {
+        Urls urls;
+        int n = 0;
+        for (const WebModule *webModule : test.groups) putVHost(urls.add(("g" + std::to_string(n++)).c_str(), "/*", *webModule), "*", -1);
+        for (const bool sealed : {false, true}) {
+            SCOPED_TRACE(testing::Message() << test.name << (sealed ? ", sealed" : ""));
+            if (sealed) {
+                ASSERT_TRUE(tavURLMatcherSeal(urls.matcher));
+            }
+            EXPECT_EQ(urls.match("h", 80, "/shop/x"), test.expected);
+            EXPECT_EQ(urls.ctx.matchedVHost, test.vhost);
+            EXPECT_EQ(urls.ctx.hasMatchedVHost, *test.vhost != '\0');
+        }
+    }
+}
+
+// Two URL matchers over the same random groups, one sealed and one not, answer alike; so does a sealed one after each later change.
+TEST(URLMatcher, IndexAgreesWithTheWalk) {
+    const char *const hosts[] = {"a", "A", "b", "Bb", "bB", "c.example", "*", nullptr};
+    const int ports[] = {-1, 80, 81, 443};
+    for (unsigned seed = 0; seed < 200; ++seed) {
+        SCOPED_TRACE(seed);
+        std::mt19937 random(seed);
+        const auto pick = [&](size_t n) { return random() % n; };
+        Urls linear, sealed;
+        std::vector<std::pair<VHostMatcher *, VHostMatcher *>> groups;
+        const auto expectSame = [&] {
+            const std::string longHost(300, 'a');
+            for (const char *host : {"a", "b", "BB", "C.example", "d", "*", "", static_cast<const char *>(nullptr), longHost.c_str()}) {
+                for (const int port : {-1, 80, 81, 443, 9}) {
+                    ASSERT_EQ(sealed.match(host, port, "/r/x"), linear.match(host, port, "/r/x"));
+                    ASSERT_EQ(sealed.ctx.matchedVHost, linear.ctx.matchedVHost);
+                }
+            }
+        };
+        const auto putPair = [&](size_t group) {
+            const char *host = hosts[pick(pick(4) ? 6 : 8)];
+            const int port = ports[pick(4)];
+            putVHost(groups[group].first, host, port);
+            putVHost(groups[group].second, host, port);
+        };
+        const size_t count = 1 + pick(12);
+        for (size_t i = 0; i < count; ++i) {
+            const std::string name = "g" + std::to_string(i);
+            const WebModule webModule{(pick(3) ? "m" : "/GenericApplication/m") + name, std::string(pick(3), 'r')};
+            groups.emplace_back(linear.add(name.c_str(), "/r/*", webModule), sealed.add(name.c_str(), "/r/*", webModule));
+            for (size_t n = pick(4); n > 0; --n) putPair(i);
+        }
+        ASSERT_TRUE(tavURLMatcherSeal(sealed.matcher));
+        ASSERT_TRUE(sealed.matcher->index);
+        ASSERT_NO_FATAL_FAILURE(expectSame());
+        putPair(pick(count)); // a member changes: the index may not answer from the past
+        ASSERT_NO_FATAL_FAILURE(expectSame());
+        ASSERT_TRUE(tavURLMatcherSeal(sealed.matcher));
+        pruneByPort(groups[0].first, 80);
+        pruneByPort(groups[0].second, 80);
+        ASSERT_NO_FATAL_FAILURE(expectSame());
+        ASSERT_TRUE(tavURLMatcherSeal(sealed.matcher));
+        const std::string gone = "g" + std::to_string(pick(count));
+        URLMatcherDeleteVHostMatcher(linear.matcher, gone.c_str());
+        URLMatcherDeleteVHostMatcher(sealed.matcher, gone.c_str());
+        ASSERT_NO_FATAL_FAILURE(expectSame());
+        ASSERT_TRUE(tavURLMatcherSeal(sealed.matcher));
+        ASSERT_NO_FATAL_FAILURE(expectSame());
+    }
+}
+
+// Thousands of keys of all lengths: each host leads to its own group, its neighbours to none.
+TEST(URLMatcher, ManyGroups) {
+    Urls urls;
+    const auto hostOf = [](int i) { return std::string(static_cast<size_t>(i % 260), 'x') + std::to_string(i); };
+    constexpr int COUNT = 3000;
+    for (int i = 0; i < COUNT; ++i) {
+        const std::string name = std::to_string(i);
+        VHostMatcher *group = urls.add(name.c_str(), "/*", WebModule{name, "/"});
+        putVHost(group, hostOf(i).c_str(), i % 3 ? 80 : -1);
+    }
+    ASSERT_TRUE(tavURLMatcherSeal(urls.matcher));
+    for (int i = 0; i < COUNT; ++i) {
+        ASSERT_EQ(urls.match(hostOf(i).c_str(), 80, "/"), std::to_string(i));
+        ASSERT_EQ(urls.match(hostOf(i).c_str(), 81, "/"), i % 3 ? "none" : std::to_string(i));
+        ASSERT_EQ(urls.match((hostOf(i) + ":80").c_str(), 81, "/"), "none");
+    }
+}
+
+TEST(URLMatcher, Members) {
+    Urls urls;
+    const WebModule webModule{"m", "/"};
+    VHostMatcher *older = urls.add("twin", "/*", webModule);
+    VHostMatcher *newer = urls.add("twin", "/*", webModule);
+    VHostMatcher *other = urls.add("other", "/*", webModule);
+    putVHost(older, "old", -1);
+    putVHost(other, "oth", 5);
+    EXPECT_EQ(getVHostMatcher(urls.matcher, "twin"), newer);
+    EXPECT_EQ(getVHostMatcher(urls.matcher, "absent"), nullptr);
+    EXPECT_EQ(getVHostMatcher(urls.matcher, nullptr), nullptr);
+    URLMatcherDeleteVHostMatcher(urls.matcher, "absent");
+    URLMatcherDeleteVHostMatcher(urls.matcher, "twin");
+    EXPECT_EQ(getVHostMatcher(urls.matcher, "twin"), nullptr);
+    EXPECT_EQ(urls.match("old", 1, "/"), "m") << "the older twin stays";
+    json_t *json = urlMatcherToJSON(urls.matcher);
+    char *text = json_dumps(json, JSON_COMPACT);
+    EXPECT_STREQ(text,
+                 R"({"VHostGroups":[{"VHostGroup":"twin","VHosts":[]},{"VHostGroup":"other","VHosts":[{"host":"oth","port":"5"}]}]})");
+    free(text);
+    json_decref(json);
+    ASSERT_TRUE(tavURLMatcherSeal(urls.matcher));
+    deleteVHostMatcher(older); // by its own function: it leaves the list
+    EXPECT_EQ(urls.match("old", 1, "/"), "none");
+    EXPECT_EQ(urls.match("oth", 5, "/"), "m");
+    EXPECT_FALSE(addVHostMatcher(urls.matcher, nullptr));
+    tavURLMatcherDestroy(nullptr);
+}
+
+TEST(URLMatcher, MemoryRunsOut) {
+    WebModule webModule{"m", "/"};
+    const char *pattern = "/*";
+    failEachAllocation([&](auto failed) {
+        URLMatcher *matcher = tavURLMatcherCreate(nullptr);
+        int added = 0;
+        for (const char *name : {"a", "b", "c"}) {
+            VHostMatcher *group = matcher ? createVHostMatcher(nullptr, name) : nullptr;
+            if (!group) continue;
+            putVHost(group, name, 80);
+            vhostMatcherPutPatterns(group, &pattern, 1, &webModule);
+            if (addVHostMatcher(matcher, group)) {
+                ++added;
+            } else {
+                deleteVHostMatcher(group);
+            }
+        }
+        EXPECT_TRUE(failed() || added == 3);
+        if (!matcher) return;
+        EXPECT_EQ(tavListGetCount(matcher->vhostMatcherList), added);
+        const bool complete = tavURLMatcherIsComplete(matcher);
+        EXPECT_TRUE(complete || failed());
+        EXPECT_TRUE(tavURLMatcherSeal(matcher) || failed());
+        for (const char *name : {"a", "b", "c"}) {
+            const bool found = matchLongestURI(matcher, nullptr, name, 80, "/") != nullptr;
+            EXPECT_TRUE(!complete || found == (getVHostMatcher(matcher, name) != nullptr));
+        }
+        tavURLMatcherDestroy(matcher);
+    });
+}
+
+// The index lives in standard containers: their allocations fail too.
+TEST(URLMatcher, IndexRunsOutOfMemory) {
+    Urls urls;
+    const WebModule webModule{"m", "/"};
+    for (const char *name : {"a", "b"}) {
+        VHostMatcher *group = urls.add(name, "/*", webModule);
+        putVHost(group, "a host name that is longer than a short string", 80);
+        putVHost(group, "b", -1);
+        putVHost(group, "*", 81);
+    }
+    for (int n = 0; !urls.matcher->index; ++n) {
+        ASSERT_LT(n, 100);
+        fakeNewCalls = 0;
+        fakeNewFails = n;
+        const bool sealed = tavURLMatcherSeal(urls.matcher);
+        fakeNewFails = -1;
+        EXPECT_EQ(sealed, urls.matcher->index != nullptr);
+        EXPECT_TRUE(sealed || n < 50);
+        EXPECT_NE(matchLongestURI(urls.matcher, nullptr, "b", 1, "/"), nullptr);
+    }
+    const int before = fakeNewCalls;
+    EXPECT_NE(matchLongestURI(urls.matcher, nullptr, "A HOST NAME THAT IS longer than a short string", 80, "/"), nullptr);
+    EXPECT_EQ(fakeNewCalls, before) << "a match allocates nothing";
+}
+
+} // namespace
