@@ -1,0 +1,10 @@
+// While one of these lives, operator new asks the same gate as the counted allocator. Not while threads run.
+#ifndef LANGUAGE_FAILINGNEW_H
+#define LANGUAGE_FAILINGNEW_H
+
+struct NewFails {
+    NewFails();
+    ~NewFails();
+};
+
+#endif

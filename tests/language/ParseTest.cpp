@@ -1,0 +1,212 @@
+#include "LanguageFixture.h"
+
+namespace {
+
+using ParseTest = LanguageTest;
+
+TEST_F(ParseTest, GroupsByRegistrationOrderAndArrival) {
+    const struct {
+        const char *expression;
+        const char *tree;
+    } cases[] = {
+        {"name = '/a'", R"(StringEqualsString(name, "/a"))"},
+        {"NAME = '/a'", R"(StringEqualsString(name, "/a"))"},
+        {"port=80 and name likein ('x')", R"(AND(IntEqualsInt(port, 80), STRING_LIKE_IN_LIST(name, ["x"])))"},
+        {"true OR true AND false", "AND(OR(true, true), false)"}, // left to right
+        {"true OR (true AND false)", "OR(true, AND(true, false))"},
+        {"NOT true AND false", "AND(NOT(true), false)"},
+        {"NOT NOT port = 1", "NOT(NOT(IntEqualsInt(port, 1)))"},
+        {"port BETWEEN 1 AND 5 AND true", "AND(IntBetweenInt(port, 1, 5), true)"},
+        {"'a' + 'b' + name = 'c'", R"(StringEqualsString(StringConcatString(StringConcatString("a", "b"), name), "c"))"},
+        {"port = (80)", "IntEqualsInt(port, 80)"},
+        {"port = (((80)))", "IntEqualsInt(port, 80)"},
+        {"((1)) = ((2))", "IntEqualsInt(1, 2)"},
+        {"port = 80L", "IntEqualsInt(port, 80L)"},
+        {"(port = 80) = (true = false)", "BooleanEqualsBoolean(IntEqualsInt(port, 80), BooleanEqualsBoolean(true, false))"},
+        {"name IN ('/a', '/b')", R"(STRING_IN_LIST(name, ["/a", "/b"]))"},
+        {"port IN (1)", "INT_IN_LIST(port, [1])"},
+        {"port IN (1,)", "INT_IN_LIST(port, [1])"},
+        {"name IN (('a'+'b'), ('c'))", "List types must be homogeneous.@0"},
+        {"name IN (('a'+'b'), ('c'+'d'))", R"(STRING_IN_LIST(name, [StringConcatString("a", "b"), StringConcatString("c", "d")]))"},
+        {"groups(r) IS NOT NULL", R"(IsNotNullList(groups("r")))"},
+        {"name IS NOT NULL", "IsNotNull(name)"},
+        {"('a') IS NULL", R"(IsNull("a"))"},
+        {"('a', 'b') IS NULL", R"(IsNullList(["a", "b"]))"},
+        {"(1) IS NULL", R"(IsNullList([1]))"}, // a failed promotion leaves the list alone
+        {"twofold = 2 AND twofold = 'two'", R"(AND(IntEqualsInt(twofold, 2), StringEqualsString(twofold, "two")))"},
+        {"level = 'HIGH'", "IntEqualsInt(level, 9)"},
+        {"port = 80 AND (port = 80 name) port = 1",
+         "AND(IntEqualsInt(port, 80), IntEqualsInt(port, 1))"}, // a group of nothing is passed over
+        // the whole may have any type
+        {"1", "1"},
+        {"'abc'", R"("abc")"},
+        {"1, 2", "[1, 2]"},
+        {"((port = 80))", "[IntEqualsInt(port, 80)]"},
+        {"name", "name"},
+        {"(name)", "[name]"},
+        {"(1, 2 3)", "[1]"}, // keeps the list, loses the rest
+    };
+    for (const auto &test : cases) {
+        const Parsed parsed(language.get(), test.expression);
+        EXPECT_EQ(parsed.expr ? parsed.tree() : parsed.error(), test.tree) << test.expression;
+    }
+}
+
+TEST_F(ParseTest, ReportsErrorsWithPosition) {
+    const struct {
+        const char *expression;
+        const char *error;
+    } cases[] = {
+        {"foo = 1", "Identifier is unknown to language @3"},
+        {"$name = 'a'", "Identifier is unknown to language @5"},
+        {"port == 80", "Identifier is unknown to language @7"},
+        {")", "Unmatched right parentheses@1"},
+        {"(name = '/a'", "Expecting right parentheses@13"},
+        {"()", "List types must be homogeneous.@0"},
+        {"('a' 'b')", "List types must be homogeneous.@0"},
+        {"name IN ('/a', 1)", "List types must be homogeneous.@0"},
+        {"(name, name)", "List types must be homogeneous.@0"}, // only the last is made for a list
+        {"(port = 1, port = 2)", "Found an operator when expecting a list.@0"},
+        {"1 2, 3", "Unresolved list element@4"},
+        {"(, 1)", "Unresolved list element@2"},
+        {"(AND, 1)", "Empty expression before comma@5"},
+        {"name = 'a", "Literal has no terminating character.@10"}, // the scan's error stands
+        {"", "unreduced"},
+        {"AND", "unreduced"},
+        {"port = 80 name", "unreduced"},
+        {"port = 'http'", "unreduced"},
+        {"level = 'middle'", "unreduced"},
+        {"(true) AND true", "unreduced"}, // alone in parentheses it was made for a list
+        {"(name) = '/a'", "unreduced"},
+        {"name = 'a' + 'b'", "unreduced"},
+        {"name = ('a', 'b')", "unreduced"},
+        {"port = (80L)", "unreduced"}, // taken out of a list the types must be equal
+        {"'a' IN name", "unreduced"},
+    };
+    for (const auto &test : cases) {
+        const Parsed parsed(language.get(), test.expression);
+        EXPECT_EQ(parsed.error(), test.error) << test.expression;
+    }
+}
+
+TEST_F(ParseTest, ReadsOperandArguments) {
+    const std::string fields99(99, '$'), fields100(100, '$');
+    const struct {
+        std::string expression;
+        const char *outcome;
+    } cases[] = {
+        {"echo$x", R"(echo("x"))"},
+        {"ECHO$x", R"(echo("x"))"},
+        {"echo(x)", R"(echo("x"))"},
+        {"echo('a b')", R"(echo("a b"))"},
+        {"echo(text=x)", R"(echo("x"))"},
+        {"echo('TEXT' == 'x y')", R"(echo("x y"))"},
+        {"echo$", R"(echo(""))"},
+        {"pair$$b", R"(pair("", "b"))"},
+        {"pair(a, b)", R"(pair("a", "b"))"},
+        {"pair(right=b, left=a)", R"(pair("a", "b"))"},
+        {"name (1)", "unreduced"}, // takes no arguments: the group stands for itself
+        {"echo", "Missing arguments@5"},
+        {"echo = 'x'", "Missing arguments@6"},
+        {"name$x", "Too many arguments for operand.@6"},
+        {"pair$a", "Missing arguments for operand.@6"},
+        {"pair$a$b$c", "Too many arguments for operand.@10"},
+        {"name" + fields99, "Too many arguments for operand.@103"},
+        {"name" + fields100, "Too many fields in this expression token.@104"},
+        {"echo(a", "Expression has no end@7"}, // the end is skipped like any other token
+        {"echo(1)", "Invalid argument list@6"},
+        {"echo(a,)", "Expression has no end@7"},
+        {"pair(a,)", "Missing argument after comma@8"},
+        {"pair(a, right=b)", "Mixed format argument lists are not allowed@14"},
+        {"pair(left=a, b)", "Mixed format argument lists are not allowed@15"},
+        {"pair(a b, c)", "Expecting = in expression@8"},
+        {"echo(text=)", "Invalid right-hand side in argument list@11"},
+        {"echo(other=x)", "Unrecognized argument name.@12"},
+        {"echo(text=x y)", "Expecting a comma@13"},
+        {"echo(a, b)", "Expression has no end@7"},
+        {"echo(a 5)", "Expression has no end@8"}, // skips the number, and its turn is gone
+        {"pair(left=a, left=b)", "unreduced"},    // one slot stays empty
+        {"pair()", "unreduced"},
+        {"echo() = 'x'", "unreduced"},
+        {"percentage(100)", "Invalid argument list@14"},
+        {"percentage$100", R"(percentage("100"))"},
+        {"time('a')", "unreduced"},
+    };
+    for (const auto &test : cases) {
+        const Parsed parsed(language.get(), test.expression);
+        EXPECT_EQ(parsed.expr ? parsed.tree() : parsed.error(), test.outcome) << test.expression;
+    }
+}
+
+TEST_F(ParseTest, SplitsAtTheFieldSeparatorOfTheLanguage) {
+    langSetFieldSeparator(language.get(), "::");
+    EXPECT_EQ(Parsed(language.get(), "pair::a::b").tree(), R"(pair("a", "b"))");
+    EXPECT_EQ(Parsed(language.get(), "echo$x").error(), "Identifier is unknown to language @6");
+    for (const char *none : {static_cast<const char *>(nullptr), ""}) {
+        langSetFieldSeparator(language.get(), none);
+        EXPECT_EQ(Parsed(language.get(), "echo(a$b)").tree(), R"(echo("a$b"))");
+    }
+}
+
+TEST_F(ParseTest, LeavesAnErrorOrAnEmptyTokenizerAlone) {
+    Parsed parsed(language.get(), "port = 1");
+    EXPECT_EQ(langParse(language.get(), parsed.tokenizer.get(), 0, EXPR_BOOLEAN, nullptr), nullptr);
+    EXPECT_STREQ(tokenizerGetErrorMessage(parsed.tokenizer.get()), "INTERNAL TAV_ERROR - Ran out of tokens before EOF");
+    EXPECT_EQ(tokenizerGetErrorPosition(parsed.tokenizer.get()), 8);
+    EXPECT_EQ(langParse(language.get(), nullptr, 0, EXPR_BOOLEAN, nullptr), nullptr);
+    EXPECT_EQ(langParse(nullptr, parsed.tokenizer.get(), 0, EXPR_BOOLEAN, nullptr), nullptr);
+}
+
+TEST_F(ParseTest, FillsContexts) {
+    int passback = 0;
+    const TokenizerPtr tokenizer(tokenizerCreate("true OR (port = 80)"));
+    const ExpressionPtr expr(langParse(language.get(), tokenizer.get(), 0, EXPR_BOOLEAN, &passback));
+    const auto *orCtx = reinterpret_cast<const OperatorContext *>(expressionGetContext(expr.get()));
+    ASSERT_EQ(operatorContextGetNumInputs(orCtx), 2);
+    EXPECT_EQ(operatorContextGetInput(orCtx, 2), nullptr);
+    EXPECT_EQ(operatorContextGetInput(orCtx, -1), nullptr);
+    const Expression *equals = operatorContextGetInput(orCtx, 1);
+    const ExpressionContext *ctx = expressionGetContext(equals);
+    EXPECT_EQ(ctx->depth, 1);
+    EXPECT_EQ(ctx->exprPos, 18);
+    EXPECT_EQ(ctx->type, EXPR_BOOLEAN);
+    EXPECT_EQ(ctx->exprCtxType, EXPRCTX_OPERATOR);
+    EXPECT_EQ(expressionGetPassback(equals), &passback);
+    EXPECT_EQ(expressionGetLanguage(equals), language.get());
+    // nothing of the tokenizer stays in the tree
+    EXPECT_TRUE(expressionWalk(
+        expr.get(), [](const ExpressionNode *node, void *) { EXPECT_EQ(expressionGetContext(node->expr)->exprString, nullptr); }, nullptr));
+}
+
+TEST_F(ParseTest, ShowsOperandsWhatTheyMeet) {
+    const int before = validatedInputs();
+    EXPECT_EQ(Parsed(language.get(), "level BETWEEN 1 AND 5").error(), ""); // its result is ignored
+    EXPECT_EQ(validatedInputs(), before + 2);
+    EXPECT_EQ(Parsed(language.get(), "5 = level").error(), "");
+    EXPECT_EQ(validatedInputs(), before + 2);
+}
+
+TEST_F(ParseTest, RefusesRedundantRegistration) {
+    Operator *op = langFindOperator(language.get(), "and");
+    ASSERT_NE(op, nullptr);
+    const int count = tavListGetCount(language->operators);
+    langRegisterOperator(language.get(), op); // the very one: not freed
+    EXPECT_TRUE(langRegisterCommonOperators(language.get()));
+    EXPECT_EQ(tavListGetCount(language->operators), count);
+    EXPECT_EQ(langFindOperator(language.get(), "AND"), op);
+    EXPECT_EQ(langTokenIsOperator(language.get(), "between"), 1);
+    EXPECT_EQ(langTokenIsOperator(language.get(), "name"), 0);
+    EXPECT_EQ(operatorCreate(nullptr, EXPR_INT, nullptr, nullptr, nullptr, 1, tokenInputElementCreate("x")), nullptr);
+    EXPECT_EQ(operatorCreate("x", EXPR_INT, nullptr, nullptr, nullptr, 2, tokenInputElementCreate("x"), tokenInputElementCreate(nullptr)),
+              nullptr);
+}
+
+TEST(RegistryTest, ReportsRedundantNames) {
+    const LanguagePtr language(createTestLanguage());
+    testing::internal::CaptureStderr();
+    langRegisterOperand(language.get(), operandCreate("NAME", 0, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr, 0));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "\n** TAV_ERROR(tavLanguage): langRegisterOperand - Operand with name NAME is already registered.  Redundant one ignored.");
+}
+
+} // namespace

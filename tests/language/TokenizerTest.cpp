@@ -1,0 +1,167 @@
+#include "tavTokenizer/tavTokenizer.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "base/FailEachAllocation.h"
+#include "tavUtil/tavMemory.h"
+
+namespace {
+
+std::string tokensOf(const std::string &expression) {
+    const TokenizerPtr tokenizer(tokenizerCreate(expression.c_str()));
+    if (tokenizerIsError(tokenizer.get())) {
+        EXPECT_EQ(tokenizerHasMoreTokens(tokenizer.get()), 0);
+        EXPECT_EQ(tokenizerConsumeNextToken(tokenizer.get()), nullptr);
+        return std::string("! ") + tokenizerGetErrorMessage(tokenizer.get()) + " " +
+               tokenizerGetErrorPositionIndicatorString(tokenizer.get()) + std::to_string(tokenizerGetErrorPosition(tokenizer.get()));
+    }
+    std::string all;
+    while (const Token *token = tokenizerConsumeNextToken(tokenizer.get())) {
+        all += std::string(tokenTypeToString(tokenGetType(token))) + ":" + tokenGetString(token) + "@" +
+               std::to_string(tokenGetPosition(token)) + " ";
+    }
+    return all;
+}
+
+TEST(TokenizerTest, CutsTextsIntoTokens) {
+    const struct {
+        const char *expression;
+        const char *tokens;
+    } cases[] = {
+        {"", "EOF:@1 "},
+        {" \t\n", "EOF:@4 "},
+        {"A=2", "Subexpression:A@1 Subexpression:=@2 Integer:2@3 EOF:@4 "},
+        {"uri =", "Subexpression:uri@3 Subexpression:=@5 EOF:@6 "}, // a sign at the very end
+        {"'a b'", "Literal:a b@5 EOF:@6 "},
+        {"''", "Literal:@2 EOF:@3 "},
+        {"\"it's\"", "Literal:it's@6 EOF:@7 "},
+        {"'\"'\"'\"", "Literal:\"@3 Literal:'@6 EOF:@7 "},
+        {R"('it\'s' x)", "Literal:it's@6 Subexpression:x@8 EOF:@9 "},
+        {R"('a \ b\\')", "Literal:a  b\\@7 EOF:@8 "},
+        {"'a\rb\x80'", "Literal:a\rb\x80@6 EOF:@7 "},
+        {"123,123L", "Integer:123@3 Comma:,@4 Long:123L@8 EOF:@9 "},
+        {"12l3 9LL", "Long:12l@3 Integer:3@4 Long:9L@7 Subexpression:L@8 EOF:@9 "},
+        {"1node1", "Integer:1@1 Subexpression:node1@6 EOF:@7 "},
+        {"-1", "Subexpression:-1@2 EOF:@3 "},
+        {"a<=b<>c++",
+         "Subexpression:a@1 Subexpression:<=@3 Subexpression:b@4 Subexpression:<>@6 Subexpression:c@7 Subexpression:++@9 EOF:@10 "},
+        {"node1$server1:colony1/[x]._-", "Subexpression:node1$server1:colony1/[x]._-@28 EOF:@29 "},
+        {"(a)", "LeftParen:(@1 Subexpression:a@2 RightParen:)@3 EOF:@4 "},
+        {"'abc", "! Literal has no terminating character.     ^5"},
+        {"'abc\"", "! Literal has no terminating character.      ^6"},
+        {R"('ab\'c)", "! Literal has no terminating character.      ^6"},
+        {"'abc\\", "! Last character in expression may not be an escape character.     ^5"},
+        {R"('a\'b\)", "! Last character in expression may not be an escape character.     ^5"},
+        {"a*b", "! Syntax error - unrecognized string.  ^2"},
+        {"\ra", "! Syntax error - unrecognized string. ^1"},
+        {"a \\", "! Syntax error - unrecognized string.   ^3"},
+        {"a \xc3\xa4", "! Syntax error - unrecognized string.   ^3"},
+    };
+    for (const auto &test : cases) EXPECT_EQ(tokensOf(test.expression), test.tokens) << test.expression;
+}
+
+TEST(TokenizerTest, TakesEscapesOutOfTheExpression) {
+    const struct {
+        const char *expression;
+        const char *stripped;
+    } cases[] = {
+        {R"('it\'s' = x\)", R"('it's' = x\)"}, // a scan that fails later keeps the rest
+        {R"('\a\b\\c' + '\d')", R"('ab\c' + 'd')"}, {R"('\a')", "'a'"}, {R"('\a\)", "'a"}, {R"('\a*)", "'a*"},
+    };
+    for (const auto &test : cases) {
+        const TokenizerPtr tokenizer(tokenizerCreate(test.expression));
+        EXPECT_STREQ(tokenizerGetExpressionString(tokenizer.get()), test.stripped);
+    }
+    const std::string many = "'" + std::string(600000, '\\') + "'";
+    const TokenizerPtr tokenizer(tokenizerCreate(many.c_str()));
+    ASSERT_FALSE(tokenizerIsError(tokenizer.get()));
+    EXPECT_EQ(std::strlen(tokenGetString(tokenizerPeekNextToken(tokenizer.get()))), 300000u);
+}
+
+TEST(TokenizerTest, ConsumesPeeksAndRewinds) {
+    const TokenizerPtr tokenizer(tokenizerCreate("a b"));
+    EXPECT_STREQ(tokenGetString(tokenizerPeekNextToken(tokenizer.get())), "a");
+    EXPECT_STREQ(tokenGetString(tokenizerConsumeNextToken(tokenizer.get())), "a");
+    EXPECT_STREQ(tokenGetString(tokenizerConsumeNextToken(tokenizer.get())), "b");
+    EXPECT_EQ(tokenizerHasMoreTokens(tokenizer.get()), 1); // the end is a token
+    EXPECT_EQ(tokenGetType(tokenizerConsumeNextToken(tokenizer.get())), TOKEN_EOF);
+    EXPECT_EQ(tokenizerHasMoreTokens(tokenizer.get()), 0);
+    EXPECT_EQ(tokenizerConsumeNextToken(tokenizer.get()), nullptr);
+    tokenizerRewind(tokenizer.get());
+    EXPECT_STREQ(tokenGetString(tokenizerPeekNextToken(tokenizer.get())), "a");
+}
+
+TEST(TokenizerTest, KeepsTheFirstError) {
+    const TokenizerPtr tokenizer(tokenizerCreate("a b"));
+    syntaxError(tokenizer.get(), "first", 0);
+    syntaxError(tokenizer.get(), "second", 4);
+    EXPECT_STREQ(tokenizerGetErrorMessage(tokenizer.get()), "first");
+    EXPECT_STREQ(tokenizerGetErrorPositionIndicatorString(tokenizer.get()), "^");
+    EXPECT_EQ(tokenizerGetErrorPosition(tokenizer.get()), 0);
+    EXPECT_EQ(tokenizerPeekNextToken(tokenizer.get()), nullptr);
+}
+
+TEST(TokenizerTest, AnswersForNull) {
+    EXPECT_EQ(tokenizerCreate(nullptr), nullptr);
+    EXPECT_EQ(tokenizerIsError(nullptr), 1);
+    EXPECT_EQ(tokenizerGetErrorPosition(nullptr), -1);
+    EXPECT_EQ(tokenizerGetErrorMessage(nullptr), nullptr);
+    EXPECT_EQ(tokenGetType(nullptr), TOKEN_UNKNOWN);
+    EXPECT_EQ(tokenGetString(nullptr), nullptr);
+    EXPECT_EQ(tokenGetPosition(nullptr), -1);
+    tokenizerFree(nullptr);
+}
+
+TEST(TokenizerTest, NamesTypesAndGroups) {
+    EXPECT_STREQ(tokenTypeToString(TOKEN_PLUS), "Plus");
+    EXPECT_STREQ(tokenTypeToString(TOKEN_FIELDSEPARATOR), "FieldSep");
+    EXPECT_STREQ(tokenTypeToString(static_cast<TOKEN_TYPE>(23)), "Unknown");
+    EXPECT_STREQ(tokenTypeToString(static_cast<TOKEN_TYPE>(-1)), "Unknown");
+    EXPECT_TRUE(isContiguousToSubexpression('<', '='));
+    EXPECT_FALSE(isContiguousToSubexpression('+', 'a'));
+    EXPECT_FALSE(isContiguousToSubexpression('*', '*'));
+    EXPECT_FALSE(isValidSubexpressionChar('\0'));
+}
+
+TEST(TokenizerTest, PrintsAndConsumes) {
+    const TokenizerPtr tokenizer(tokenizerCreate("a 1"));
+    testing::internal::CaptureStdout();
+    tokenizerPrint(tokenizer.get());
+    tokenizerPrint(nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "{Tokenizer:expression=a 1,errStr=NULL,tokens={Tokens:{token: type=Subexpression value={a}}{token: type=Integer value={1}}"
+              "{token: type=EOF value={}}}}\n{Tokenizer:NULL}\n");
+    EXPECT_EQ(tokenizerHasMoreTokens(tokenizer.get()), 0);
+    char buffer[100] = "untouched";
+    EXPECT_STREQ(tokenToString(nullptr, buffer), "{token: NULL}");
+    EXPECT_STREQ(buffer, "untouched");
+    EXPECT_EQ(tokenToString(nullptr, nullptr), nullptr);
+}
+
+TEST(TokenizerTest, PassesItsOwnCheck) {
+    const int before = tavGetMemCount();
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(testTokenizer(), 0);
+    const std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_NE(printed.find("\n**********  TOKENIZER TESTS ***********\n"), std::string::npos);
+    EXPECT_NE(printed.find("SYNTAX ERROR: Literal has no terminating character.\nA='no end\n         ^\n"), std::string::npos);
+    EXPECT_NE(printed.find("\n*********  TOKENIZER TESTS FINISHED WITH 0 ERRORS ***********\n"), std::string::npos);
+    EXPECT_EQ(printed.find("LEAK"), std::string::npos);
+    EXPECT_EQ(tavGetMemCount(), before);
+}
+
+TEST(TokenizerTest, SurvivesEveryFailedAllocation) {
+    for (const char *expression : {"a = 'b'", "a = 'b"}) {
+        failEachAllocation([expression](auto failed) {
+            const TokenizerPtr tokenizer(tokenizerCreate(expression));
+            const bool error = tokenizerIsError(tokenizer.get()) != 0;
+            EXPECT_TRUE(error || !failed());
+            EXPECT_TRUE(!error || !tokenizer || !tokenizerHasMoreTokens(tokenizer.get()));
+        });
+    }
+}
+
+} // namespace
