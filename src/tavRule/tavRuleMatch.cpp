@@ -1,0 +1,73 @@
+// Matching: a request pins the set's array, walks it without a lock and keeps the pin with the entry that it found.
+#include <utility>
+
+#include "tavLanguage/tavExpression.h"
+#include "tavRule/tavRule.h"
+#include "tavRule/tavRuleParts.h"
+#include "tr/tr.h"
+
+namespace {
+
+// The evaluation context of one walk, on the walker's stack.
+class Evaluation {
+public:
+    Evaluation(TrContext *trCtx, TrRecord *record, TavHttpContext *ctx) noexcept { evaluationContextInit(&context_, trCtx, record, ctx); }
+    ~Evaluation() noexcept { evaluationContextClear(&context_); }
+    Evaluation(const Evaluation &) = delete;
+    Evaluation &operator=(const Evaluation &) = delete;
+    bool isTrue(Expression *expr) noexcept { return expr && expressionIsTrue(expr, &context_); }
+
+private:
+    EvaluationContext context_;
+};
+
+const TavRuleEntry *findMatch(TavRuleArray *array, Evaluation &evaluation) noexcept {
+    for (int i = 0; i < array->count; i++) {
+        const TavRuleEntry *entry = array->entries()[i];
+        if (!entry->dead.load(std::memory_order_relaxed) && evaluation.isTrue(entry->expr)) return entry;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+TavRuleMatch &TavRuleMatch::operator=(TavRuleMatch &&other) noexcept {
+    if (this != &other) {
+        reset();
+        std::swap(array_, other.array_);
+        std::swap(entry_, other.entry_);
+    }
+    return *this;
+}
+
+void TavRuleMatch::reset() noexcept {
+    ruleArrayRelease(array_);
+    forget();
+}
+
+TavRuleMatch tavRulesMatch(TrContext *trCtx, TavRules *rules, TavHttpContext *ctx) noexcept {
+    if (!rules) return {};
+    TavRuleArray *array = rulesPin(rules);
+    if (array) {
+        Evaluation evaluation(trCtx, rules->recReqProcess, ctx);
+        if (const TavRuleEntry *entry = findMatch(array, evaluation)) {
+            TR_DEBUG(trCtx, rules->recReqProcess, "tavRule: Rule #%d (%s) matches context %p", entry->order, entry->expressionString,
+                     static_cast<void *>(ctx));
+            return TavRuleMatch(array, entry);
+        }
+        ruleArrayRelease(array);
+    }
+    TR_DEBUG(trCtx, rules->recReqProcess, "tavRule: No rule found matching context %p", static_cast<void *>(ctx));
+    return {};
+}
+
+TavRule *tavRulesFindMatchingRule(TrContext *trCtx, TavRules *rules, TavHttpContext *ctx) noexcept {
+    TavRuleMatch match = tavRulesMatch(trCtx, rules, ctx);
+    return match.entry() ? match.entry()->rule : nullptr;
+}
+
+int tavRuleMatches(TrContext *trCtx, const TavRule *rule, TavHttpContext *ctx) noexcept {
+    if (!rule || !rule->expr) return 0;
+    Evaluation evaluation(trCtx, rule->rules ? rule->rules->recReqProcess : nullptr, ctx);
+    return evaluation.isTrue(rule->expr) ? 1 : 0;
+}
