@@ -24,6 +24,7 @@ struct alignas(64) Shard {
 constinit std::array<Shard, SHARDS> shards{};
 constinit std::atomic<unsigned> nextShard{0};
 constinit std::atomic<Boolean (*)(size_t)> allocationGate{nullptr};
+thread_local constinit unsigned failures = 0;
 
 void countBlocks(int change) noexcept {
     thread_local constinit int own = -1;
@@ -41,9 +42,12 @@ char *copyText(const char *text, size_t length) noexcept {
 
 void *tavMallocUncounted(size_t size) noexcept {
     auto *gate = allocationGate.load(std::memory_order_relaxed);
-    if (gate && !gate(size)) return nullptr;
-    return std::calloc(1, size ? size : 1);
+    void *ptr = gate && !gate(size) ? nullptr : std::calloc(1, size ? size : 1);
+    if (!ptr) failures++;
+    return ptr;
 }
+
+unsigned tavAllocationFailures() noexcept { return failures; }
 
 void tavFreeUncounted(void *ptr) noexcept { std::free(ptr); }
 

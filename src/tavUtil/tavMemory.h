@@ -24,6 +24,9 @@ void tavFreeUncounted(void *ptr) noexcept;
 // Asked before every allocation of this file; FALSE makes that allocation fail. Null: nobody is asked. For tests.
 void tavSetAllocationGate(Boolean (*gate)(size_t size)) noexcept;
 
+// Allocations that found no memory on this thread so far: tells a caller at the top of many steps whether one of them lacked memory.
+unsigned tavAllocationFailures() noexcept;
+
 // Blocks allocated and not yet freed. Exact while no thread allocates.
 int tavGetMemCount() noexcept;
 void tavResetMemCount() noexcept;

@@ -190,7 +190,7 @@ int trContextVTrace(TrContext *ctx, const TrRecord *record, int level, const cha
     } while (0)
 #define TR_LOG(ctx, rec, ...)                                                           \
     do {                                                                                \
-        if (trContextLogEnabled((ctx), (rec))) trContextLog((ctx), (rec), __VA_ARGS__); \
+        if (trContextLogEnabled((ctx), (rec))) trContextLog((ctx), (rec)__VA_OPT__(, ) __VA_ARGS__); \
     } while (0)
 #define TR_TRACE(ctx, rec, level, ...)                                                                        \
     do {                                                                                                      \

@@ -1,0 +1,236 @@
+// The built-in client against real sockets.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "edge/ScriptedServer.h"
+#include "tavHttpClient/tavHttpClient.h"
+#include "tavUtil/tavMemory.h"
+
+namespace {
+
+struct ClientDeleter {
+    void operator()(TavHttpClient *client) const { tavHttpClientDelete(client); }
+};
+using ClientPtr = std::unique_ptr<TavHttpClient, ClientDeleter>;
+struct ResponseDeleter {
+    void operator()(TavHttpResponse *response) const { tavHttpClientFreeResponse(response); }
+};
+using ResponsePtr = std::unique_ptr<TavHttpResponse, ResponseDeleter>;
+
+// Standard output while `action` runs: the client says there what went wrong.
+template <typename Action>
+std::string printed(Action action) {
+    fflush(stdout);
+    testing::internal::CaptureStdout();
+    action();
+    fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+}
+
+ResponsePtr get(TavHttpClient *client, const char *uri = "/x", const char *body = nullptr, int timeout = 60) {
+    return ResponsePtr(tavHttpClientGetResponse(client, body ? "POST" : "GET", uri, body, timeout));
+}
+
+const std::string kOk = "HTTP/1.1 200 OK\r\n";
+std::string counted(const std::string &body) { return kOk + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body; }
+std::string chunked(const std::string &rest) { return kOk + "Transfer-Encoding: chunked\r\n\r\n" + rest; }
+
+} // namespace
+
+TEST(HttpClient, ReadsOrRefusesOneResponse) {
+    const std::string big(100000, 'b');
+    const std::string fits = "X-Long: " + std::string(2048 - 10, 'x'); // with its line end exactly the buffer
+    const struct {
+        const char *name;
+        std::string answer;
+        std::optional<std::string> body; // nullopt: no response
+        int code;
+        std::string out;
+        bool keptOpen;
+    } cases[] = {
+        {"counted", counted("hello"), "hello", 200, "", true},
+        {"counted, larger than the buffer", counted(big), big, 200, "", true},
+        {"empty body", counted(""), "", 200, "", true},
+        {"other status", "HTTP/1.1 404 Not Found\r\nContent-Length: 1\r\n\r\nx", "x", 404, "", true},
+        {"status without a number", "HTTP/1.1\r\nContent-Length: 1\r\n\r\nx", "x", 0, "", true},
+        {"status of letters", "HTTP/1.1 abc\r\nContent-Length: 1\r\n\r\nx", "x", 0, "", true},
+        {"headers end with the stream", kOk + "Content-Length: 0", "", 200, "", true},
+        {"chunked", chunked("5\r\nhello\r\n6\r\n world\r\n0\r\n\r\n"), "hello world", 200, "", true},
+        {"chunk extension", chunked("1a;name=value\r\nabcdefghijklmnopqrstuvwxyz\r\n0\r\n\r\n"), "abcdefghijklmnopqrstuvwxyz", 200, "",
+         true},
+        {"chunk across the buffer", chunked("186A0\r\n" + big + "\r\n0\r\n"), big, 200, "", true},
+        {"no chunks", chunked("0\r\n\r\n"), "", 200, "", true},
+        {"a chunk line without digits ends the body", chunked("3\r\nabc\r\nzz\r\nmore"), "abc", 200, "", true},
+        {"chunked beats a length", kOk + "Content-Length: 2\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n0\r\n\r\n", "abc", 200, "",
+         true},
+        {"a length beats an unknown coding", kOk + "Transfer-Encoding: Chunked\r\nContent-Length: 2\r\n\r\nab", "ab", 200, "", true},
+        {"Close", kOk + "Connection: Close\r\nContent-Length: 1\r\n\r\nx", "x", 200, "", false},
+        {"close", kOk + "Connection: close\r\nContent-Length: 1\r\n\r\nx", "x", 200, "", true},
+        {"a line that just fits", kOk + fits + "\r\nContent-Length: 1\r\n\r\nx", "x", 200, "", true},
+        {"a line that just does not fit", kOk + fits + "x\r\nContent-Length: 1\r\n\r\nx", {}, 0, "", false},
+        {"a long line at the end", kOk + "Content-Length: 0\r\n" + fits + "xxx", {}, 0, "", false},
+        {"no colon", kOk + "Content-Length 1\r\n\r\nx", {}, 0, "", false},
+        {"length with a letter",
+         kOk + "Content-Length: 12a\r\n\r\n" + std::string(12, 'x'),
+         {},
+         0,
+         "bad response: Content-Length response header value: 12a\n",
+         false},
+        {"length without a blank",
+         kOk + "Content-Length:1\r\n\r\nx",
+         {},
+         0,
+         "bad response: Content-Length response header value: \n",
+         false},
+        {"nothing after the colon",
+         kOk + "Content-Length:\r\n\r\nx",
+         {},
+         0,
+         "bad response: Content-Length response header value: \n",
+         false},
+        {"negative length", kOk + "Content-Length: -1\r\n\r\n", {}, 0, "bad response: Content-Length response header value: -1\n", false},
+        {"length over the limit",
+         kOk + "Content-Length: 1073741825\r\n\r\n",
+         {},
+         0,
+         "bad response: Content-Length response header value: 1073741825\n",
+         false},
+        {"length that wraps",
+         kOk + "Content-Length: 18446744073709551617\r\n\r\nx",
+         {},
+         0,
+         "bad response: Content-Length response header value: 18446744073709551617\n",
+         false},
+        {"header name in another case",
+         kOk + "content-length: 1\r\n\r\nx",
+         {},
+         0,
+         "No Content-Length header or chunked encoding found\n",
+         false},
+        {"short body", kOk + "Content-Length: 5\r\n\r\nabc", {}, 0, "Didn't read entire body: 3 bytes of 5 read: 'abc'\n", false},
+        {"negative chunk", chunked("-5\r\nhello\r\n"), {}, 0, "bad response: invalid chunk size: -5\n", false},
+        {"chunk that an int does not hold", chunked("80000000\r\n"), {}, 0, "bad response: invalid chunk size: 80000000\n", false},
+        {"chunks over the limit", chunked("1\r\na\r\n40000000\r\n"), {}, 0, "bad response: invalid chunk size: 40000000\n", false},
+        {"short chunk", chunked("5\r\nabc"), {}, 0, "", false},
+        {"chunks without an end", chunked("3\r\nabc\r\n"), {}, 0, "no chunk found; unexpected EOF", false},
+        {"empty line first on a new connection", "\r\n" + counted("x"), {}, 0, "", false},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        ScriptedServer server({{c.answer}});
+        ClientPtr client(tavHttpClientCreate(server.url().c_str()));
+        ASSERT_TRUE(client);
+        ResponsePtr response;
+        EXPECT_EQ(printed([&] { response = get(client.get()); }), c.out);
+        ASSERT_EQ(response != nullptr, c.body.has_value());
+        EXPECT_EQ(client->fd >= 0, c.keptOpen);
+        if (!response) continue;
+        EXPECT_EQ(response->responseCode, c.code);
+        EXPECT_EQ(response->body, *c.body);
+    }
+}
+
+TEST(HttpClient, WritesRequests) {
+    ScriptedServer server({{counted("1"), counted("2")}});
+    ClientPtr client(tavHttpClientCreate((server.url() + "/ignored").c_str()));
+    EXPECT_TRUE(get(client.get(), "/path?a=b c"));
+    EXPECT_TRUE(get(client.get(), "/path", "{\"k\": 1}"));
+    const std::string withBody =
+        "POST /path HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: application/json\r\nAccept: application/json\r\n"
+        "Content-Length: 8\r\n\r\n{\"k\": 1}";
+    EXPECT_EQ(server.requests(),
+              (std::vector<std::string>{"GET /path?a=b c HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: application/json\r\n\r\n", withBody}));
+    EXPECT_EQ(server.connections(), 1);
+    const size_t overhead = strlen("GET / HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: application/json\r\n\r\n");
+    for (const std::string &uri : {"/" + std::string(2049 - overhead, 'u'), std::string("/a\r\nX: y"), std::string("/tab\t")}) {
+        EXPECT_FALSE(get(client.get(), uri.c_str()));
+        EXPECT_EQ(server.requests().size(), 2u);
+    }
+}
+
+TEST(HttpClient, KeepsTheConnectionUntilAFailure) {
+    // The first connection ends after a complete response; that shows as a failure of the next request, and the one after it reconnects.
+    ScriptedServer server({{counted("1")}, {chunked("1\r\nx\r\n0\r\n\r\n"), "\r\n\r\n" + counted("2")}});
+    ClientPtr client(tavHttpClientCreate(server.url().c_str()));
+    EXPECT_TRUE(get(client.get()));
+    EXPECT_FALSE(get(client.get()));
+    EXPECT_EQ(client->fd, -1);
+    EXPECT_EQ(client->timeoutInSecs, -1); // the next socket has no time-out yet
+    EXPECT_TRUE(get(client.get(), "/x", nullptr, 30));
+    EXPECT_EQ(client->timeoutInSecs, 30);
+    // A late line end of the last chunk is no status line.
+    ResponsePtr second = get(client.get());
+    ASSERT_TRUE(second);
+    EXPECT_STREQ(second->body, "2");
+    EXPECT_EQ(server.connections(), 2);
+}
+
+TEST(HttpClient, ATimeoutIsTheEndOfTheStream) {
+    ScriptedServer server({{kOk + "Content-Length: 5\r\n\r\nab", ""}});
+    ClientPtr client(tavHttpClientCreate(server.url().c_str()));
+    // The server waits for another request; only the client's time-out ends the read.
+    EXPECT_EQ(printed([&] { EXPECT_FALSE(get(client.get(), "/x", nullptr, 1)); }), "Didn't read entire body: 2 bytes of 5 read: 'ab'\n");
+    EXPECT_EQ(client->fd, -1);
+}
+
+TEST(HttpClient, CloseEndsARunningRequest) {
+    ScriptedServer server({{""}, {counted("x")}});
+    ClientPtr client(tavHttpClientCreate(server.url().c_str()));
+    std::thread poll([&] { EXPECT_FALSE(get(client.get(), "/poll", nullptr, 3600)); });
+    while (server.requests().empty()) std::this_thread::yield();
+    tavHttpClientClose(client.get());
+    poll.join();
+    EXPECT_EQ(client->fd, -1);
+    // One that was announced does not begin any more, and the next one is as good as new.
+    tavHttpClientAnnounce(client.get());
+    tavHttpClientClose(client.get());
+    EXPECT_FALSE(get(client.get()));
+    tavHttpClientAnnounce(client.get());
+    tavHttpClientRetract(client.get());
+    EXPECT_TRUE(get(client.get()));
+    EXPECT_EQ(server.connections(), 2);
+}
+
+TEST(HttpClient, RefusesWhatItCannotReach) {
+    for (const char *url : {static_cast<const char *>(nullptr), "", "127.0.0.1:80", "http://127.0.0.1:", "http://127.0.0.1:0",
+                            "http://127.0.0.1:65536", "http://127.0.0.1:8x", "ftp://127.0.0.1"}) {
+        EXPECT_EQ(tavHttpClientCreate(url), nullptr) << (url ? url : "null");
+    }
+    EXPECT_EQ(printed([] { EXPECT_EQ(tavHttpClientCreate("http://no such host:80/x"), nullptr); }),
+              "unable to resolve hostname 'no such host' of 'http://no such host:80/x'\n");
+    ClientPtr https(tavHttpClientCreate("https://127.0.0.1"));
+    ASSERT_TRUE(https);
+    EXPECT_EQ(ntohs(https->dst.sin_port), 443);
+    int port;
+    {
+        ScriptedServer gone({});
+        port = gone.port();
+    }
+    ClientPtr client(tavHttpClientCreate(("http://127.0.0.1:" + std::to_string(port)).c_str()));
+    EXPECT_EQ(printed([&] { EXPECT_FALSE(get(client.get())); }),
+              "connect failed to 127.0.0.1:" + std::to_string(port) + ": " + std::to_string(ECONNREFUSED) + "\n");
+    EXPECT_EQ(client->fd, -1);
+}
+
+TEST(HttpClient, SurvivesEveryFailedAllocation) {
+    static int allowed;
+    for (int n = 0; n < 64; n++) {
+        ScriptedServer server({{chunked("3\r\nabc\r\n2\r\nde\r\n0\r\n\r\n")}});
+        const int before = tavGetMemCount();
+        allowed = n;
+        tavSetAllocationGate([](size_t) -> Boolean { return allowed-- != 0; });
+        ClientPtr client(tavHttpClientCreate(server.url().c_str()));
+        ResponsePtr response = client ? get(client.get()) : nullptr;
+        const bool reached = allowed < 0;
+        tavSetAllocationGate(nullptr);
+        EXPECT_EQ(response == nullptr, reached) << n;
+        response.reset();
+        client.reset();
+        EXPECT_EQ(tavGetMemCount(), before) << n;
+        if (!reached) return;
+    }
+    FAIL() << "more allocations than expected";
+}

@@ -1,0 +1,217 @@
+// Obtaining, reusing and releasing contexts, and the choice of the trace specification.
+#include <algorithm>
+#include <sstream>
+
+#include "base/FailEachAllocation.h"
+#include "edge/Site.h"
+
+namespace {
+
+class HttpContextLife : public Site {};
+
+// Everything a request may leave behind.
+void dirty(TavHttpContext *ctx) {
+    tavHttpContextSetPermit(ctx, "2.0", TRUE);
+    tavHttpContextSetReject(ctx, 404, "no mapping found");
+    tavHttpContextSetRedirect(ctx, "http://else/");
+    tavHttpContextSetApplicationName(ctx, "shop");
+    tavHttpContextSetModuleName(ctx, std::string(3000, 'm').c_str()); // more than the context's own room
+    tavHttpContextSetMatchedVHostName(ctx, "default");
+    tavHttpContextSetContextRoot(ctx, "/shop");
+    tavHttpContextSetAffinityPolicy(ctx, reinterpret_cast<HttpAffinityPolicy *>(ctx));
+    tavHttpContextSetSSLMapMode(ctx, SSLOnLoad);
+    tavHttpContextSetPerformedLoadBalancing(ctx, TRUE);
+    tavHttpContextAddPrivateHeaders(ctx);
+    tavHttpContextGetURL(ctx);
+    tavListAddTail(ctx->failedServerApps, ctx);
+    ctx->requestMapped = ctx->waitedForRollout = TRUE;
+    ctx->requestMappingResult = 1;
+    ctx->serviceTime = ctx->serviceTimeStart = 7;
+    ctx->failureCount = ctx->responseTimeouts = 3;
+    tavHttpContextSetState(ctx, RESPONSE_SENT, 5, const_cast<char *>("done"));
+}
+
+void expectFresh(TavHttpContext *ctx) {
+    EXPECT_EQ(tavHttpContextGetState(ctx), INITIAL);
+    EXPECT_EQ(tavHttpContextGetSubState(ctx), 0);
+    EXPECT_EQ(tavHttpContextGetMessage(ctx), nullptr);
+    EXPECT_EQ(tavHttpContextGetAction(ctx), NONE);
+    EXPECT_EQ(tavHttpContextGetErrorCode(ctx), 0);
+    for (const char *text : {tavHttpContextGetErrorMessage(ctx), tavHttpContextGetRedirectURL(ctx), tavHttpContextGetApplicationName(ctx),
+                             tavHttpContextGetModuleName(ctx), tavHttpContextGetEditionName(ctx), tavHttpContextGetMatchedVHostName(ctx),
+                             tavHttpContextGetContextRoot(ctx), static_cast<const char *>(ctx->url)})
+        EXPECT_EQ(text, nullptr) << text;
+    EXPECT_EQ(tavHttpContextGetAffinityPolicy(ctx), nullptr);
+    EXPECT_EQ(tavHttpContextGetSSLMapMode(ctx), NullMapMode);
+    EXPECT_EQ(tavHttpContextGetMyTargetEndPoint(ctx), nullptr);
+    EXPECT_EQ(tavListGetCount(ctx->failedServerApps), 0);
+    EXPECT_FALSE(ctx->requestMapped || ctx->waitedForRollout || ctx->sticky || ctx->performedLoadBalancing || ctx->privateHeadersAdded ||
+                 ctx->outstandingRequestCountIsIncremented);
+    EXPECT_TRUE(ctx->serviceTime == TAV_NO_VALUE && ctx->serviceTimeStart == TAV_NO_VALUE);
+    EXPECT_TRUE(ctx->failureCount == 0 && ctx->responseTimeouts == 0);
+}
+
+TEST_F(HttpContextLife, AReusedContextIsAsGoodAsNew) {
+    TavHttpContext *ctx = obtain();
+    expectFresh(ctx);
+    EXPECT_EQ(ri.refCount, 2);
+    EXPECT_EQ(tavHttpContextGetTav(ctx), &tav);
+    EXPECT_EQ(tavHttpContextGetEnvContext(ctx), &host);
+    TrContext *trContext = tavHttpContextGetTrContext(ctx);
+    dirty(ctx);
+    tavHttpContextRelease(ctx);
+    EXPECT_EQ(ri.refCount, 1);
+    EXPECT_EQ(tavHttpContextGetState(ctx), CACHED);
+    tavHttpContextRelease(ctx); // once more: nothing happens
+    EXPECT_EQ(tav.pool.size(), 1u);
+
+    EnvHttpContext next;
+    EXPECT_EQ(tavHttpContextObtain(&tav, &next), ctx);
+    expectFresh(ctx);
+    EXPECT_EQ(tavHttpContextGetEnvContext(ctx), &next);
+    EXPECT_EQ(tavHttpContextGetTrContext(ctx), trContext);
+    EXPECT_EQ(tav.requestsCounted, 2);
+    tavHttpContextRelease(ctx);
+}
+
+TEST_F(HttpContextLife, WithoutRoutingThereIsNoContext) {
+    EXPECT_EQ(tavHttpContextObtain(nullptr, &host), nullptr);
+    tavHttpContextRelease(obtain());
+    tav.canRoute = false;
+    EXPECT_EQ(obtain(), nullptr);
+    tav.canRoute = true;
+    tav.routingInfo = nullptr;
+    EXPECT_EQ(obtain(), nullptr);
+    EXPECT_EQ(tav.pool.size(), 1u) << "the pooled context is lost";
+    tav.poolLimit = 0;
+    EXPECT_EQ(obtain(), nullptr);
+    EXPECT_EQ(tav.pool.size(), 0u);
+    EXPECT_EQ(tav.requestsCounted, 1);
+}
+
+TEST_F(HttpContextLife, AFullPoolLeavesTheContextToTheRelease) {
+    tav.poolLimit = 0;
+    tav.setTraceSpec(":DEBUG");
+    tavHttpContextRelease(obtain());
+    EXPECT_TRUE(tav.traced("tavHttpContextRelease: deleting the context - ctx=0x"));
+    EXPECT_EQ(ri.refCount, 1);
+}
+
+// The texts of a usual request need no allocation, and none is lost.
+TEST_F(HttpContextLife, APooledContextServesWithoutAllocating) {
+    tavHttpContextRelease(obtain());
+    tavSetAllocationGate([](size_t) noexcept -> Boolean { return FALSE; });
+    for (int i = 0; i < 50; i++) {
+        TavHttpContext *ctx = obtain();
+        if (!ctx) break;
+        EXPECT_TRUE(tavHttpContextSetApplicationName(ctx, "shop"));
+        EXPECT_TRUE(tavHttpContextSetModuleName(ctx, "/cell/c/application/shop/webModule/store"));
+        for (int again = 0; again < 1000; again++) EXPECT_TRUE(tavHttpContextSetEditionName(ctx, "2.0"));
+        EXPECT_TRUE(tavHttpContextSetPermit(ctx, tavHttpContextGetEditionName(ctx), TRUE));
+        EXPECT_FALSE(tavHttpContextSetRedirect(ctx, std::string(3000, 'u').c_str()));
+        EXPECT_EQ(tavHttpContextGetAction(ctx), PERMIT) << "the failed redirect changed the action";
+        EXPECT_FALSE(tavHttpContextSetReject(ctx, 403, std::string(3000, 't').c_str()));
+        EXPECT_EQ(tavHttpContextGetErrorCode(ctx), 403);
+        EXPECT_EQ(tavHttpContextGetErrorMessage(ctx), nullptr);
+        EXPECT_STREQ(tavHttpContextGetModuleName(ctx), "/cell/c/application/shop/webModule/store");
+        tavHttpContextRelease(ctx);
+    }
+    tavSetAllocationGate(nullptr);
+    EXPECT_EQ(tav.requestsCounted, 51);
+}
+
+TEST_F(HttpContextLife, FailingMemoryLosesNothing) {
+    tav.poolLimit = 0;
+    failEachAllocation([&](auto failed) {
+        TavHttpContext *ctx = obtain();
+        EXPECT_EQ(ctx == nullptr, failed());
+        if (ctx) {
+            dirty(ctx);
+            tavHttpContextSetAffinityPolicy(ctx, nullptr);
+            tavHttpContextRelease(ctx);
+        }
+        EXPECT_EQ(ri.refCount, 1);
+        trPurgeDeathRow();
+    });
+}
+
+// One line has all the words, in that order: the catalogue's own words may stand between them.
+bool tracedWords(const Tav &tav, const std::string &words) {
+    return std::any_of(tav.trace.begin(), tav.trace.end(), [&](const std::string &line) {
+        std::istringstream in(words);
+        size_t from = 0;
+        for (std::string word; in >> word; from += word.size())
+            if ((from = line.find(word, from)) == std::string::npos) return false;
+        return true;
+    });
+}
+
+TEST_F(HttpContextLife, ChoosesTheTraceSpecification) {
+    TrSpec *byPath = addTraceRule(2, "uri LIKE '/shop%'", "http.request.rules.traceRuleMatch:DEBUG");
+    addTraceRule(3, "port = 80", ":NOTICE");
+    TrSpec *custom = nullptr;
+    const struct {
+        const char *name, *path, *customSpec, *words;
+    } cases[] = {
+        {"the first matching rule", "/shop/a", nullptr, "2 REQUESTTRACE uri LIKE '/shop%' localhost 80 /shop/a"},
+        {"no rule", "/other", nullptr, "initRequestTraceSpec tracing with DEFAULT trace spec"},
+        {"no rule, a custom specification", "/other", ":DEBUG",
+         "initRequestTraceSpec tracing with custom property 'DefaultRequestTraceSpec'"},
+        {"a rule before the custom one", "/shop/b", ":DEBUG", "2 REQUESTTRACE uri LIKE '/shop%' localhost 80 /shop/b"},
+    };
+    tav.setTraceSpec(":DEBUG");
+    for (const auto &c : cases) {
+        host.path = c.path;
+        host.port = *c.path == '/' && c.path[1] == 's' ? 80 : 81;
+        tav.setCustomTraceSpec(c.customSpec);
+        custom = tav.customSpec;
+        tav.trace.clear();
+        TavHttpContext *ctx = obtain();
+        TrSpec *expected = host.port == 80 ? byPath : custom ? custom : trContextPeekSpec(trMgrGetDefaultContext(tav.mgr));
+        EXPECT_EQ(trContextPeekSpec(tavHttpContextGetTrContext(ctx)), expected) << c.name;
+        EXPECT_TRUE(tracedWords(tav, c.words)) << c.name << ": " << testing::PrintToString(tav.trace);
+        tavHttpContextRelease(ctx);
+    }
+    host.path.reset(); // nothing that is traced may be null
+    host.host.reset();
+    tavHttpContextRelease(obtain());
+}
+
+// The rule's specification goes when the rule is gone and no context uses it any more.
+TEST_F(HttpContextLife, TheSpecificationOutlivesItsRule) {
+    TrSpec *spec = addTraceRule(1, "port = 80", "http:DEBUG");
+    TavHttpContext *ctx = obtain();
+    tavRulesPurge(tav.traceRules);
+    trPurgeDeathRow();
+    EXPECT_EQ(trContextPeekSpec(tavHttpContextGetTrContext(ctx)), spec);
+    EXPECT_EQ(spec->refCount, 1);
+    const int shared = trContextPeekSpec(trMgrGetDefaultContext(tav.mgr))->refCount;
+    tavHttpContextRelease(ctx);
+    tavHttpContextRelease(obtain());
+    tavHttpContextRelease(obtain());
+    EXPECT_EQ(trContextPeekSpec(trMgrGetDefaultContext(tav.mgr))->refCount, shared + 1) << "one for the context, not one a request";
+}
+
+TEST(HttpContextNull, IsTolerated) {
+    tavHttpContextRelease(nullptr);
+    tavHttpContextDelete(nullptr);
+    tavHttpContextSetState(nullptr, RESPONSE_ARRIVED, 0, nullptr);
+    tavHttpContextSetMyTargetInfo(nullptr, nullptr, nullptr);
+    tavHttpContextBreakAffinity(nullptr);
+    EXPECT_EQ(tavHttpContextGetAction(nullptr), REJECT);
+    EXPECT_EQ(tavHttpContextGetErrorCode(nullptr), 500);
+    EXPECT_EQ(tavHttpContextShouldHandle(nullptr), 0);
+    EXPECT_EQ(tavHttpContextPerformResponseProcessing(nullptr), -1);
+    EXPECT_EQ(tavHttpContextCancelRequest(nullptr), 1);
+    EXPECT_FALSE(tavHttpContextSetReject(nullptr, 500, "x"));
+    EXPECT_EQ(tavHttpContextGetTargetEndpoint(nullptr), nullptr);
+    EXPECT_EQ(tavHttpContextWaitForRollout(nullptr), nullptr);
+    EXPECT_EQ(tavHttpContextGetTargetInfo(nullptr), nullptr);
+    for (auto get : {tavHttpContextGetErrorMessage, tavHttpContextGetRedirectURL, tavHttpContextGetProtocol, tavHttpContextGetVirtualHost,
+                     tavHttpContextGetPath, tavHttpContextGetURL, tavHttpContextGetApplicationName, tavHttpContextGetModuleName,
+                     tavHttpContextGetContextRoot, tavHttpContextGetMatchedVHostName, tavHttpContextGetTargetEndpointServerName,
+                     tavHttpContextGetApplicationEditionName, tavHttpContextGetMessage})
+        EXPECT_EQ(get(nullptr), nullptr);
+}
+
+} // namespace

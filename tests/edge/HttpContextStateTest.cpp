@@ -1,0 +1,339 @@
+// Mapping, selection, progress reports and the rollout wait, against a real mapper and selector.
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
+#include "edge/Site.h"
+#include "tavUtil/tavString.h"
+
+namespace {
+
+class HttpContextState : public Site {
+protected:
+    ~HttpContextState() override { tavSetClock(nullptr); }
+    void report(TavHttpContext *ctx, TavHttpContextState state) { tavHttpContextSetState(ctx, state, 0, nullptr); }
+    int countTraced(const std::string &part) {
+        return static_cast<int>(std::count_if(tav.trace.begin(), tav.trace.end(),
+                                              [&](const std::string &line) { return line.find(part) != std::string::npos; }));
+    }
+};
+
+TavTime now;
+TavTime fakeClock() { return now; }
+
+TEST_F(HttpContextState, NamesEveryState) {
+    EXPECT_STREQ(tavHttpContextStateToString(INITIAL), "INITIAL");
+    EXPECT_STREQ(tavHttpContextStateToString(CONNECT_FAILURE), "CONNECT_FAILURE");
+    EXPECT_STREQ(tavHttpContextStateToString(RESPONSE_PROCESSED), "RESPONSE_PROCESSED");
+    EXPECT_STREQ(tavHttpContextStateToString(FREE), "FREE");
+    EXPECT_STREQ(tavHttpContextStateToString(static_cast<TavHttpContextState>(23)), "UNKNOWN");
+    EXPECT_STREQ(tavHttpContextStateToString(static_cast<TavHttpContextState>(-1)), "UNKNOWN");
+}
+
+TEST_F(HttpContextState, MapsOnceAndTurnsTheResultIntoAnAction) {
+    addServer("S1");
+    addRule("1", "queryparm(go) = 'away'", "redirect:http://else/");
+    addRule("2", "queryparm(go) = 'no'", "reject:403");
+    addRule("default", "true", "permitsticky:shop");
+    const struct {
+        const char *path, *query;
+        int handled;
+        TavAction action;
+        int errorCode;
+        const char *edition;
+    } cases[] = {
+        {"/shop/a", nullptr, 1, PERMIT, 0, ""},        {"/shop/a", "go=away", 1, REDIRECT, 0, nullptr},
+        {"/shop/a", "go=no", 1, REJECT, 403, nullptr}, {"/elsewhere", nullptr, 0, REJECT, 404, nullptr},
+        {nullptr, nullptr, -1, REJECT, 500, nullptr},
+    };
+    tav.setTraceSpec("http.request.map:DEBUG");
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << tavOrNull(c.path) << "?" << tavOrNull(c.query));
+        host.path = c.path ? Text(c.path) : Text();
+        host.query = c.query ? Text(c.query) : Text();
+        tav.trace.clear();
+        TavHttpContext *ctx = obtain();
+        EXPECT_EQ(tavHttpContextShouldHandle(ctx), c.handled);
+        EXPECT_EQ(tavHttpContextShouldHandle(ctx), c.handled);
+        EXPECT_STREQ(tavHttpContextGetApplicationEditionName(ctx), c.edition);
+        EXPECT_EQ(tavHttpContextGetAction(ctx), c.action);
+        EXPECT_EQ(tavHttpContextGetErrorCode(ctx), c.errorCode);
+        EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx) != nullptr, c.edition != nullptr);
+        EXPECT_EQ(countTraced("performRequestMapping: exit " + std::to_string(c.handled) + "\n"), 1);
+        EXPECT_GE(countTraced("performRequestMapping: return previous result: " + std::to_string(c.handled) + "\n"), 2);
+        tavHttpContextRelease(ctx);
+    }
+}
+
+TEST_F(HttpContextState, StoresWhatTheMapperFound) {
+    addServer("S1");
+    TavHttpContext *ctx = route();
+    EXPECT_STREQ(tavHttpContextGetApplicationName(ctx), "shop");
+    EXPECT_STREQ(tavHttpContextGetModuleName(ctx), "/cell/c/application/shop/webModule/store");
+    EXPECT_STREQ(tavHttpContextGetContextRoot(ctx), "/shop");
+    EXPECT_STREQ(tavHttpContextGetMatchedVHostName(ctx), "/cell/c/vHostGroup/default");
+    EXPECT_STREQ(tavHttpContextGetTargetEndpointServerName(ctx), "S1");
+    EXPECT_STREQ(tavHttpContextGetURL(ctx), "http://localhost:80//shop/cart");
+    host.path = "/else"; // built once
+    EXPECT_STREQ(tavHttpContextGetURL(ctx), "http://localhost:80//shop/cart");
+    EXPECT_TRUE(tavHttpContextGetPerformedLoadBalancing(ctx));
+    EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), servers[0].endpoint);
+    EXPECT_EQ(servers[0].server->outstandingRequestCount, 1);
+    tavHttpContextRelease(ctx); // without any report
+    EXPECT_EQ(servers[0].server->outstandingRequestCount, 0);
+}
+
+TEST_F(HttpContextState, UrlOfARequestWithoutTexts) {
+    host.host.reset();
+    host.protocol.reset();
+    host.path.reset();
+    TavHttpContext *ctx = obtain();
+    EXPECT_STREQ(tavHttpContextGetURL(ctx), "://:80/");
+    tavHttpContextRelease(ctx);
+}
+
+// One report on a fresh target each.
+TEST_F(HttpContextState, EachReportSettlesTheAccounts) {
+    const struct {
+        TavHttpContextState state;
+        int outstanding, failures, timeouts;
+        bool keepsEndpoint;
+    } cases[] = {
+        {CONNECT_SUCCESS, 1, 0, 0, true},     {REQUEST_SENDING, 1, 0, 0, true},      {REQUEST_SENT, 1, 0, 0, true},
+        {TARGET_SELECTED, 0, 0, 0, true},     {RESPONSE_ARRIVED, 0, 0, 0, true},     {RESPONSE_PROCESSED, 0, 0, 0, true},
+        {RESPONSE_SENT, 0, 0, 0, true},       {RESPONSE_SEND_ERROR, 0, 0, 0, true},  {CONNECT_FAILURE, 0, 0, 0, false},
+        {REQUEST_SEND_ERROR, 0, 1, 0, false}, {RESPONSE_READ_ERROR, 0, 1, 0, false}, {RESPONSE_TIMEOUT, 0, 1, 1, false},
+    };
+    addServer("S1");
+    TargetServer *server = servers[0].server;
+    for (const auto &c : cases) {
+        SCOPED_TRACE(tavHttpContextStateToString(c.state));
+        TavHttpContext *ctx = route();
+        TargetServerApplication *sapp = tavHttpContextGetMyTargetServerApplication(ctx);
+        report(ctx, c.state);
+        report(ctx, REQUEST_SENT); // a late report changes nothing more
+        EXPECT_EQ(server->outstandingRequestCount, c.outstanding);
+        EXPECT_EQ(ctx->failureCount, c.failures);
+        EXPECT_EQ(tavHttpContextGetNumOfResponseTimeouts(ctx), c.timeouts);
+        EXPECT_EQ(tavHttpContextGetMyTargetEndPoint(ctx) != nullptr, c.keepsEndpoint);
+        EXPECT_EQ(tavHttpContextIsFailedServerApp(ctx, sapp), !c.keepsEndpoint);
+        EXPECT_EQ(server->nextRetryTime != 0, c.state == CONNECT_FAILURE);
+        tavHttpContextRelease(ctx);
+        EXPECT_EQ(server->outstandingRequestCount, 0);
+        tsServerConnectSuccess(server);
+    }
+}
+
+TEST_F(HttpContextState, TriesOtherServersAfterFailures) {
+    for (const char *name : {"S1", "S2", "S3"}) addServer(name);
+    TavHttpContext *ctx = route();
+    report(ctx, CONNECT_FAILURE);
+    EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
+    report(ctx, CONNECT_FAILURE);
+    EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
+    report(ctx, RESPONSE_TIMEOUT);
+    EXPECT_EQ(ctx->failureCount, 1);
+    EXPECT_EQ(tavHttpContextGetNumOfResponseTimeouts(ctx), 1);
+    EXPECT_EQ(tavListGetCount(ctx->failedServerApps), 3);
+    for (const SiteServer &s : servers) EXPECT_TRUE(tavHttpContextIsFailedServerApp(ctx, s.sapp.serverApplication));
+    EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), nullptr);
+    EXPECT_EQ(tavHttpContextGetErrorCode(ctx), 504); // a response timed out before
+    tavHttpContextRelease(ctx);
+}
+
+TEST_F(HttpContextState, ConnectResultsReachTheServer) {
+    addServer("S1");
+    tav.setTraceSpec("http.request.connectFailure:WARNING");
+    TavHttpContext *ctx = route();
+    tavHttpContextSetState(ctx, CONNECT_FAILURE, 111, const_cast<char *>("100% refused %s"));
+    EXPECT_TRUE(tav.traced("server S1 failed")) << tav.trace.size();
+    EXPECT_TRUE(tav.traced("100% refused %s"));
+    EXPECT_EQ(tavHttpContextGetSubState(ctx), 111);
+    EXPECT_STREQ(tavHttpContextGetMessage(ctx), "100% refused %s");
+    EXPECT_NE(servers[0].server->nextRetryTime, 0u);
+    tavHttpContextRelease(ctx);
+    servers[0].server->nextRetryTime = 0; // selectable again, still with a raised interval
+    ctx = route();
+    report(ctx, CONNECT_SUCCESS);
+    EXPECT_EQ(servers[0].server->nextRetryInterval, TS_FIRST_RETRY_INTERVAL);
+    tavHttpContextRelease(ctx);
+}
+
+TEST_F(HttpContextState, MeasuresTheServiceTime) {
+    const struct {
+        const char *name;
+        TavTime sending, sent; // 0: not reported
+        TavTime arrived, expected;
+    } cases[] = {
+        {"from sending", 1000, 1100, 1250, 250},
+        {"from sent without sending", 0, 1100, 1250, 150},
+        {"across the wrap", 0xFFFFFF00u, 0, 0x100, 0x200},
+        {"never sent: the unset start counts as a time", 0, 0, 1250, 1251},
+    };
+    addServer("S1");
+    tavSetClock(fakeClock);
+    for (const auto &c : cases) {
+        now = 900;
+        TavHttpContext *ctx = route();
+        if (c.sending) now = c.sending, report(ctx, REQUEST_SENDING);
+        if (c.sent) now = c.sent, report(ctx, REQUEST_SENT);
+        now = c.arrived;
+        report(ctx, RESPONSE_ARRIVED);
+        EXPECT_EQ(ctx->serviceTime, c.expected) << c.name;
+        tavHttpContextRelease(ctx);
+    }
+    now = 0; // a start of 0 is none
+    TavHttpContext *ctx = route();
+    report(ctx, REQUEST_SENDING);
+    now = 50;
+    report(ctx, RESPONSE_ARRIVED);
+    EXPECT_EQ(ctx->serviceTime, TAV_NO_VALUE);
+    tavHttpContextRelease(ctx);
+}
+
+TEST_F(HttpContextState, LimitsEndpointsAndTimePerRequest) {
+    addServer("S1");
+    addServer("S2");
+    tavSetClock(fakeClock);
+    now = 1000;
+    tav.maxEndpoints = 1;
+    TavHttpContext *ctx = route();
+    report(ctx, CONNECT_FAILURE); // does not count
+    EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
+    report(ctx, RESPONSE_READ_ERROR);
+    EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), nullptr);
+    EXPECT_EQ(tavHttpContextGetAction(ctx), PERMIT);
+    tavHttpContextRelease(ctx);
+
+    tav.maxElapsed = 500;
+    now = 100000;
+    ctx = obtain();
+    now += 499;
+    EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
+    tavHttpContextRelease(ctx);
+    tav.setTraceSpec("http.request.process:DEBUG");
+    ctx = obtain();
+    now += 500;
+    EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), nullptr);
+    EXPECT_EQ(tavHttpContextGetErrorCode(ctx), 504);
+    EXPECT_STREQ(tavHttpContextGetErrorMessage(ctx), "MaxElapsedTimePerRequest exceeded");
+    EXPECT_TRUE(tav.traced("tavHttpContextGetTargetEndpoint: exit - tep=NULL, MaxElapsedTimePerRequest exceeded\n"));
+    tavHttpContextRelease(ctx);
+}
+
+TEST_F(HttpContextState, AFixedEndpointServesEverythingUnaccounted) {
+    addServer("S1");
+    host.path = "/elsewhere";
+    tav.fixedEndpoint = servers[0].endpoint;
+    TavHttpContext *ctx = obtain();
+    EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), servers[0].endpoint);
+    EXPECT_EQ(tavHttpContextGetMyTargetEndPoint(ctx), nullptr);
+    report(ctx, CONNECT_FAILURE);
+    EXPECT_EQ(servers[0].server->nextRetryTime, 0u);
+    tavHttpContextRelease(ctx);
+}
+
+TEST_F(HttpContextState, OnlyASuspendedRequestIsCancelled) {
+    TavHttpContext *ctx = obtain();
+    EXPECT_EQ(tavHttpContextCancelRequest(ctx), 1);
+    EXPECT_EQ(host.resumes, 0);
+    report(ctx, REQUEST_SUSPENDED);
+    EXPECT_EQ(tavHttpContextCancelRequest(ctx), 0);
+    EXPECT_EQ(tavHttpContextGetState(ctx), REQUEST_CANCELED);
+    EXPECT_EQ(tavHttpContextCancelRequest(ctx), 1);
+    EXPECT_EQ(host.resumes, 1);
+    host.resumeResult = 7;
+    report(ctx, REQUEST_SUSPENDED);
+    EXPECT_EQ(tavHttpContextCancelRequest(ctx), -1);
+    tav.env.http.request.resume = nullptr;
+    report(ctx, REQUEST_SUSPENDED);
+    EXPECT_EQ(tavHttpContextCancelRequest(ctx), -1);
+    EXPECT_EQ(tavHttpContextGetState(ctx), REQUEST_CANCELED);
+    tavHttpContextRelease(ctx);
+}
+
+TEST_F(HttpContextState, OneOfManyCancelsWins) {
+    TavHttpContext *ctx = obtain();
+    for (int round = 0; round < 200; round++) {
+        report(ctx, REQUEST_SUSPENDED);
+        std::atomic<int> won = 0;
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 3; i++) threads.emplace_back([&] { won += tavHttpContextCancelRequest(ctx) == 0; });
+        for (std::thread &thread : threads) thread.join();
+        ASSERT_EQ(won, 1);
+    }
+    EXPECT_EQ(host.resumes, 200);
+    tavHttpContextRelease(ctx);
+}
+
+// ---- rollout ----
+
+struct Rollout {
+    int sleeps, startsAt;
+    Site *site;
+} rollout;
+
+void sleepInRollout(int seconds) {
+    EXPECT_EQ(seconds, 1);
+    if (++rollout.sleeps == rollout.startsAt) tsServerSetPropStr(rollout.site->servers[0].server, "state", "STARTED");
+}
+
+TEST_F(HttpContextState, WaitsForARollout) {
+    const struct {
+        const char *name;
+        int limit, startsAt, sleeps;
+        bool found;
+        const char *line;
+    } cases[] = {
+        {"at once disabled", 0, 1, 0, false, "waiting during application rollout is disabled\n"},
+        {"never", 3, 99, 3, false, "timed out waiting for rollout of application 'shop'\n"},
+        {"in the second round", 3, 2, 2, true, "successful wait for rollout of application 'shop'\n"},
+        {"in the last round", 3, 3, 3, true, "wait for rollout of application 'shop' for max of 3 seconds\n"},
+    };
+    addServer("S1");
+    TargetServer *server = servers[0].server;
+    tsClusterSetPropStr(cluster, "appEditionRolloutState", "BEGIN_ROLLOUT");
+    tavHttpContextSetRolloutSleep(sleepInRollout);
+    tav.setTraceSpec("http.request.select.editionRollout:INFO,http.request.map:DEBUG");
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        tsServerSetPropStr(server, "state", "RESTARTING");
+        rollout = {0, c.startsAt, this};
+        tav.maxRolloutSeconds = c.limit;
+        tav.trace.clear();
+        TavHttpContext *ctx = obtain();
+        EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx) != nullptr, c.found);
+        EXPECT_EQ(rollout.sleeps, c.sleeps);
+        EXPECT_EQ(countTraced("performRequestMapping: exit 1"), 1 + c.sleeps);
+        EXPECT_TRUE(tav.traced(c.line));
+        EXPECT_EQ(tavHttpContextGetAction(ctx), c.found ? PERMIT : REJECT);
+        EXPECT_EQ(server->outstandingRequestCount, c.found ? 1 : 0);
+        EXPECT_EQ(tavHttpContextWaitForRollout(ctx), nullptr) << "a second wait";
+        EXPECT_EQ(rollout.sleeps, c.sleeps);
+        tavHttpContextRelease(ctx);
+        EXPECT_EQ(server->outstandingRequestCount, 0);
+    }
+    tavHttpContextSetRolloutSleep(nullptr);
+}
+
+// A rule that sends the request away while it waits must not leave it with the edition of the permit before.
+TEST_F(HttpContextState, AWaitFollowsWhatTheRulesDecideNow) {
+    addServer("S1");
+    tsClusterSetPropStr(cluster, "appEditionRolloutState", "BEGIN");
+    tsServerSetPropStr(servers[0].server, "state", "STOPPED");
+    addRule("5", "queryparm(go) = 'away'", "redirect:http://else/");
+    addRule("default", "true", "permit:shop");
+    rollout = {0, 1, this};
+    tavHttpContextSetRolloutSleep([](int seconds) {
+        sleepInRollout(seconds);
+        rollout.site->host.query = "go=away";
+    });
+    TavHttpContext *ctx = obtain();
+    EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), nullptr);
+    EXPECT_STREQ(tavHttpContextGetRedirectURL(ctx), "http://else/");
+    EXPECT_EQ(servers[0].server->outstandingRequestCount, 0);
+    tavHttpContextRelease(ctx);
+    tavHttpContextSetRolloutSleep(nullptr);
+}
+
+} // namespace

@@ -1,0 +1,147 @@
+/* A host in plain C: configures an instance from a document and drives one request from obtain to release. */
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <tav/tav.h>
+
+struct EnvHttpContext {
+    char host[32], path[64], cookie[64];
+    char clone[64];
+    int headersSet;
+};
+
+static char *text(const char *value) {
+    static char buffers[8][128];
+    static int next;
+    char *buffer = buffers[next++ % 8];
+    snprintf(buffer, sizeof buffers[0], "%s", value);
+    return buffer;
+}
+
+static char *clientIp(EnvHttpContext *r) { (void)r; return text("127.0.0.1"); }
+static char *protocolVersion(EnvHttpContext *r) { (void)r; return text("HTTP/1.1"); }
+static int port(EnvHttpContext *r) { (void)r; return 80; }
+static char *virtualHost(EnvHttpContext *r) { return text(r->host); }
+static char *protocol(EnvHttpContext *r) { (void)r; return text("http"); }
+static char *path(EnvHttpContext *r) { return text(r->path); }
+static char *none(EnvHttpContext *r) { (void)r; return NULL; }
+static char *cookieValue(EnvHttpContext *r, char *name) { return strcmp(name, "JSESSIONID") == 0 && r->cookie[0] ? text(r->cookie) : NULL; }
+static int setHeader(EnvHttpContext *r, char *name, char *value) {
+    (void)name;
+    (void)value;
+    ++r->headersSet;
+    return 0;
+}
+
+static int opened;
+static EnvConnectorClient *openClient(TavConnector *connector) { (void)connector; return (EnvConnectorClient *)&opened; }
+static int sendRequest(EnvConnectorClient *client, const char *method, const char *uri, const char *body, int timeout,
+                       TavHttpResponseCallBack callback, TavHttpResponseContext *passback) {
+    (void)client; (void)method; (void)uri; (void)body; (void)timeout; (void)callback; (void)passback;
+    return 0;
+}
+static void freeResponse(TavHttpResponse *response) { (void)response; }
+static void closeClient(EnvConnectorClient *client) { (void)client; }
+
+static const char document[] =
+    "{\"version\": 7, \"restVersion\": 1, \"add\": {\"objects\": ["
+    "{\"type\": \"cell\", \"name\": \"/cell/c\", \"objects\": ["
+    "{\"type\": \"cluster\", \"name\": \"/cell/c/cluster/k\", \"props\": {\"serverType\": \"APPLICATION_SERVER\"}},"
+    "{\"type\": \"node\", \"name\": \"/cell/c/node/n\", \"objects\": ["
+    "{\"type\": \"server\", \"name\": \"/cell/c/node/n/server/s\", \"props\": {\"state\": \"STARTED\", \"weight\": 1, \"id\": \"clone1\"}, \"objects\": ["
+    "{\"type\": \"serverApplication\", \"name\": \"/cell/c/node/n/server/s/serverApplication/shop\", \"props\": {\"state\": \"STARTED\"}},"
+    "{\"type\": \"transport\", \"name\": \"/cell/c/node/n/server/s/transport/t\", \"props\": {\"protocol\": \"http\", \"host\": \"127.0.0.1\", \"port\": 9080}}]}]},"
+    "{\"type\": \"vHostGroup\", \"name\": \"/cell/c/vHostGroup/v\", \"objects\": [{\"type\": \"vHost\", \"name\": \"/cell/c/vHostGroup/v/vHost/1\", \"props\": {\"host\": \"*\", \"port\": 80}}]},"
+    "{\"type\": \"application\", \"name\": \"/cell/c/application/shop\", \"objects\": ["
+    "{\"type\": \"webModule\", \"name\": \"/cell/c/application/shop/webModule/m\", \"props\": {\"contextRoot\": \"/shop\"}, \"objects\": ["
+    "{\"type\": \"uri\", \"name\": \"/cell/c/application/shop/webModule/m/uri/\\\\/*\"}]}]}]}],"
+    "\"relationships\": {"
+    "\"cluster:server\": [{\"cluster\": \"/cell/c/cluster/k\", \"server\": \"/cell/c/node/n/server/s\"}],"
+    "\"cluster:webModule\": [{\"cluster\": \"/cell/c/cluster/k\", \"webModule\": \"/cell/c/application/shop/webModule/m\"}],"
+    "\"server:webModule\": [{\"server\": \"/cell/c/node/n/server/s\", \"webModule\": \"/cell/c/application/shop/webModule/m\"}],"
+    "\"vHostGroup:webModule\": [{\"vHostGroup\": \"/cell/c/vHostGroup/v\", \"webModule\": \"/cell/c/application/shop/webModule/m\"}]}}}";
+
+#define CHECK(condition) \
+    do { \
+        if (!(condition)) { \
+            fprintf(stderr, "consumer: line %d: %s\n", __LINE__, #condition); \
+            exit(1); \
+        } \
+    } while (0)
+
+static void routeOne(Tav *tav) {
+    EnvHttpContext request = {"shop.example", "/shop/cart", "0000abc:clone1", "", 0};
+    TavHttpContext *ctx = tavHttpContextObtain(tav, &request);
+    TavTargetEndpoint *endpoint;
+    CHECK(ctx);
+    CHECK(tavHttpContextShouldHandle(ctx) == 1);
+    CHECK(tavHttpContextGetAction(ctx) == PERMIT);
+    CHECK(strcmp(tavHttpContextGetApplicationName(ctx), "shop") == 0);
+    endpoint = tavHttpContextGetTargetEndpoint(ctx);
+    CHECK(endpoint);
+    CHECK(tavTargetEndpointGetPort(endpoint) == 9080);
+    CHECK(strcmp(tavTargetEndpointGetCloneId(endpoint), "clone1") == 0);
+    CHECK(!tavHttpContextGetPerformedLoadBalancing(ctx));
+    CHECK(request.headersSet > 10);
+    tavHttpContextSetState(ctx, CONNECT_SUCCESS, 0, NULL);
+    tavHttpContextSetState(ctx, REQUEST_SENT, 0, NULL);
+    tavHttpContextSetState(ctx, RESPONSE_ARRIVED, 0, NULL);
+    tavHttpContextSetState(ctx, RESPONSE_SENT, 0, NULL);
+    tavHttpContextRelease(ctx);
+}
+
+static void refuseOne(Tav *tav) {
+    EnvHttpContext request = {"shop.example", "/other", "", "", 0};
+    TavHttpContext *ctx = tavHttpContextObtain(tav, &request);
+    CHECK(tavHttpContextShouldHandle(ctx) == 0);
+    CHECK(tavHttpContextGetErrorCode(ctx) == 404);
+    CHECK(!tavHttpContextGetTargetEndpoint(ctx));
+    tavHttpContextRelease(ctx);
+}
+
+int main(int argc, char **argv) {
+    EnvCallBacks env;
+    Tav *tav;
+    TavConnector *connector;
+    char *dump;
+    CHECK(argc == 2);
+    memset(&env, 0, sizeof env);
+    env.version = TAV_ENV_VERSION;
+    env.http.connector.open = openClient;
+    env.http.connector.sendRequest = sendRequest;
+    env.http.connector.freeResponse = freeResponse;
+    env.http.connector.close = closeClient;
+    env.http.request.getClientIpAddr = clientIp;
+    env.http.request.getProtocolVersion = protocolVersion;
+    env.http.request.getListeningPort = port;
+    env.http.request.getVirtualHost = virtualHost;
+    env.http.request.getVirtualPort = port;
+    env.http.request.getProtocol = protocol;
+    env.http.request.getPath = path;
+    env.http.request.getAuthType = none;
+    env.http.request.getUserName = none;
+    env.http.request.getClientCertificate = none;
+    env.http.request.getSSLCipherSuite = none;
+    env.http.request.getSSLSessionId = none;
+    env.http.request.setHeaderValue = setHeader;
+    env.http.request.getCookieValue = cookieValue;
+
+    tav = tavCreate(&env, NULL, argv[1]);
+    CHECK(tav);
+    connector = tavConnectorCreate(tavConnectorGroupCreate(tav, "main"), "http://controller.invalid:80/");
+    CHECK(connector);
+    CHECK(tavStart(tav, -1) == 0);
+    CHECK(tavHandleJsonFromRestService(document, connector) == 7);
+    CHECK(tavHandleJsonFromRestService("not JSON", connector) == -1);
+    routeOne(tav);
+    refuseOne(tav);
+    dump = tavToJSONString(tav);
+    CHECK(dump && strstr(dump, "clone1"));
+    tavMemFree(tav, dump);
+    CHECK(tavStop(tav) == 0);
+    tavDestroy(tav);
+    trDestroy();
+    puts("consumer: one request driven through the installed library");
+    return 0;
+}
