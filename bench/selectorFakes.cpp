@@ -2,7 +2,6 @@
 
 #include "VHostMatcher/VHostMatcher.h"
 #include "tavHealthMonitor/tavHealthMonitor.h"
-#include "tavRequestMapper/tavRequestMapper.h"
 #include "tavTargetSelector/tavConnectorForSelector.h"
 #include "tavURLMatcher/tavURLMatcher.h"
 
@@ -38,7 +37,7 @@ URLMatcher *rmGetURLMatcher(const RequestMapper *) noexcept { return nullptr; }
 VHostMatcher *getVHostMatcher(const URLMatcher *, const char *) noexcept { return nullptr; }
 Boolean matchVHost(const VHostMatcher *, const char *, int, TavHttpContext *) noexcept { return FALSE; }
 const char *rmWebModuleGetName(const WebModule *webModule) noexcept { return webModule->name; }
-const char *rmWebModuleGetAppSimpleName(const WebModule *webModule) noexcept { return webModule->application; }
+const char *rmWebModuleGetAppSimpleName(const WebModule *) noexcept { return benchApplication; }
 TavSSLMapMode rmWebModuleGetSSLMapMode(const WebModule *) noexcept { return NullMapMode; }
 Application *wmGetApplication(const WebModule *) noexcept { return nullptr; }
 HttpAffinityPolicy *wmGetHttpAffinityPolicy(const WebModule *) noexcept { return nullptr; }

@@ -2,7 +2,11 @@
 #ifndef BENCH_SELECTORFAKES_H
 #define BENCH_SELECTORFAKES_H
 
+#include "tavRequestMapper/tavRequestMapper.h"
 #include "tavTargetSelector/tavTargetSelector.h"
+#include "tr/tr.h"
+
+inline constexpr const char *benchApplication = "shop-edition1.0";
 
 struct _TavHttpContext {
     Tav *tav = nullptr;
@@ -13,11 +17,6 @@ struct _TavHttpContext {
     TargetServerApplication *sapp = nullptr;
     TsTargetInfo targetInfo{};
     bool loadBalanced = false;
-};
-
-struct _WebModule {
-    const char *name;
-    const char *application;
 };
 
 struct _Tav {

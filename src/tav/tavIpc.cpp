@@ -1,0 +1,85 @@
+// What the instance sends over the daemon's socket. Everything here runs under the control lock, which keeps begin, documents and end of
+// one sequence together for every client.
+#include "tavIpc.h"
+
+#include <cstring>
+
+#include "tavConnector/tavConnector.h"
+#include "tavDocument.h"
+#include "tavUtil/tavMemory.h"
+#include "tr/tr.h"
+
+namespace {
+
+struct JsonTextDeleter {
+    void operator()(char *text) const noexcept {
+        json_free_t jsonFree = nullptr;
+        json_get_alloc_funcs(nullptr, &jsonFree);
+        jsonFree(text);
+    }
+};
+using JsonText = std::unique_ptr<char, JsonTextDeleter>;
+
+JsonText render(json_t *json) noexcept { return JsonText(json ? json_dumps(json, JSON_INDENT(3)) : nullptr); }
+
+void sendMessage(Tav *tav, TavMessage *msg, int fd) noexcept {
+    if (!tav->serverProcess) return;
+    if (fd == -1) {
+        tavServerProcessBroadcastMessage(tav->serverProcess, msg);
+    } else {
+        tavServerProcessSendMessage(tav->serverProcess, msg, fd);
+    }
+}
+
+TavMessage textMessage(TavMessageType type, char *text) noexcept { return {{type, 0, static_cast<int32_t>(strlen(text) + 1)}, text}; }
+
+void sendBare(Tav *tav, TavMessageType type, int fd) noexcept {
+    TavMessage msg = {{type, 0, 0}, nullptr};
+    sendMessage(tav, &msg, fd);
+}
+
+} // namespace
+
+void tavIpcSendJson(Tav *tav, TavMessageType type, json_t *json, int fd) noexcept {
+    const JsonText text = render(json);
+    if (!text) return;
+    TavMessage msg = textMessage(type, text.get());
+    sendMessage(tav, &msg, fd);
+}
+
+void sendAllRoutingInfoToClient(Tav *tav, int fd) noexcept {
+    TR_TRACE(tav->trCtx, tav->ipcProcessRec, TR_DEBUG_LEVEL, "sendAllRoutingInfoToClient enter\n");
+    sendBare(tav, MT_S2C_BEGIN_ROUTING_INFO, fd);
+    for (TavConnectorGroup *cg : TavListRange<TavConnectorGroup>(tav->connectorGroupList)) {
+        TavConnector *c = tavConnectorGroupGetCurConnector(cg);
+        if (c && tavConnectorGetJSON(c)) tavIpcSendJson(tav, MT_S2C_ROUTING_INFO, tavConnectorGetJSON(c), fd);
+    }
+    sendBare(tav, MT_S2C_END_ROUTING_INFO, fd);
+    TR_TRACE(tav->trCtx, tav->ipcProcessRec, TR_DEBUG_LEVEL, "sendAllRoutingInfoToClient exit\n");
+}
+
+namespace {
+
+void discardMessage(void *object) noexcept {
+    auto *msg = static_cast<TavMessage *>(object);
+    if (msg->body) JsonTextDeleter()(static_cast<char *>(msg->body));
+    tavFree(msg);
+}
+
+// Runs on the instance's own thread; a message without a connection is lost, the next full configuration brings its content back.
+void sendToDaemon(Tav *tav, void *object) noexcept {
+    if (tav->clientProcess) tavClientProcessSendMessage(tav->clientProcess, static_cast<TavMessage *>(object));
+    discardMessage(object);
+}
+
+} // namespace
+
+int tavClientProcessSendJson(Tav *tav, json_t *json) noexcept {
+    if (!tav || !tav->clientProcess) return -1;
+    JsonText text = render(json);
+    auto *msg = text ? static_cast<TavMessage *>(tavMalloc(sizeof(TavMessage))) : nullptr;
+    if (!msg) return -1;
+    *msg = textMessage(MT_C2S_JSON, text.release());
+    tavProcessAsync(tav, msg, sendToDaemon, discardMessage);
+    return 0;
+}

@@ -1,0 +1,138 @@
+// Wrappers and the object map of a snapshot.
+#include <cstring>
+
+#include "tavObjectMap.h"
+#include "tavUtil/tavMemory.h"
+
+namespace {
+
+void linkBelow(ObjectWrapper *wrapper, ObjectWrapper *parent) noexcept {
+    if (!parent) return;
+    wrapper->next = parent->firstChild;
+    if (wrapper->next) wrapper->next->link = &wrapper->next;
+    wrapper->link = &parent->firstChild;
+    parent->firstChild = wrapper;
+}
+
+void unlinkFromParent(ObjectWrapper *wrapper) noexcept {
+    if (!wrapper->link) return;
+    *wrapper->link = wrapper->next;
+    if (wrapper->next) wrapper->next->link = wrapper->link;
+    wrapper->link = nullptr;
+    wrapper->next = nullptr;
+}
+
+void releaseObject(ObjectWrapper *wrapper) noexcept {
+    if (wrapper->object && wrapper->handler->release) wrapper->handler->release(wrapper->object);
+    wrapper->object = nullptr;
+}
+
+ObjectWrapper *wrapperAt(const TavRoutingInfo *ri, const char *name, size_t length, int hash) noexcept {
+    const TavHashEle *ele = tavHashFindEle(ri->objectMap, name, length, hash);
+    return ele ? static_cast<ObjectWrapper *>(ele->val) : nullptr;
+}
+
+} // namespace
+
+ObjectName objectNameScan(const char *text, bool unescapedUris) noexcept {
+    ObjectName name{text, 0, 0, false, 0, 0};
+    uint32_t hash = 0;
+    size_t lastAt = 0; // of the last unescaped "/" met
+    uint32_t lastHash = 0;
+    bool slashMet = false;
+    const char *p = text;
+    for (; *p; p++) {
+        if (*p == '/' && (p == text || p[-1] != '\\')) {
+            name.hasParent = slashMet;
+            name.parentLength = lastAt;
+            name.parentHash = static_cast<int>(lastHash);
+            slashMet = true;
+            lastAt = static_cast<size_t>(p - text);
+            lastHash = hash;
+        }
+        hash = hash * 33U + static_cast<unsigned char>(*p);
+    }
+    name.length = static_cast<size_t>(p - text);
+    name.hash = static_cast<int>(hash);
+    const char *uri = unescapedUris ? std::strstr(text, "/uri/") : nullptr;
+    if (!uri) return name;
+    name.hasParent = true;
+    name.parentLength = static_cast<size_t>(uri - text);
+    hash = 0;
+    for (p = text; p < uri; p++) hash = hash * 33U + static_cast<unsigned char>(*p);
+    name.parentHash = static_cast<int>(hash);
+    return name;
+}
+
+ObjectWrapper *objectWrapperCreate(const ObjectHandler *handler, Object *object, const char *name) noexcept {
+    return tavNewRecord<ObjectWrapper>(handler, object, name, nullptr, nullptr, nullptr);
+}
+
+void objectWrapperDelete(void *object) noexcept {
+    auto *wrapper = static_cast<ObjectWrapper *>(object);
+    if (!wrapper) return;
+    objectWrapperDropChildren(wrapper);
+    if (wrapper->object && wrapper->handler->delete_) wrapper->handler->delete_(wrapper->object);
+    wrapper->object = nullptr;
+    objectWrapperDeleteWrapper(wrapper);
+}
+
+void objectWrapperDeleteWrapper(void *object) noexcept {
+    auto *wrapper = static_cast<ObjectWrapper *>(object);
+    if (!wrapper) return;
+    unlinkFromParent(wrapper);
+    tavFree(wrapper);
+}
+
+void objectWrapperDropChildren(ObjectWrapper *wrapper) noexcept {
+    while (ObjectWrapper *child = wrapper->firstChild) {
+        unlinkFromParent(child);
+        objectWrapperDropChildren(child);
+        releaseObject(child);
+    }
+}
+
+ObjectWrapper *tavObjectMapFind(const TavRoutingInfo *ri, const ObjectName *name) noexcept {
+    return wrapperAt(ri, name->text, name->length, name->hash);
+}
+
+ObjectWrapper *tavObjectMapFindParent(const TavRoutingInfo *ri, const ObjectName *name) noexcept {
+    if (!name->hasParent) return nullptr;
+    ObjectWrapper *parent = wrapperAt(ri, name->text, name->parentLength, name->parentHash);
+    return parent && parent->object ? parent : nullptr;
+}
+
+ObjectWrapper *tavObjectMapAdd(TavRoutingInfo *ri, const ObjectName *name, const ObjectHandler *handler, Object *object,
+                               ObjectWrapper *parent) noexcept {
+    if (ObjectWrapper *tombstone = tavObjectMapFind(ri, name)) {
+        unlinkFromParent(tombstone);
+        tombstone->handler = handler;
+        tombstone->object = object;
+        linkBelow(tombstone, parent);
+        return tombstone;
+    }
+    ObjectWrapper *wrapper = objectWrapperCreate(handler, object, name->text);
+    if (!wrapper) return nullptr;
+    if (tavHashPut2(ri->objectMap, name->text, name->hash, wrapper)) {
+        tavFree(wrapper);
+        return nullptr;
+    }
+    wrapper->name = tavHashFindEle(ri->objectMap, name->text, name->length, name->hash)->key;
+    linkBelow(wrapper, parent);
+    return wrapper;
+}
+
+void tavObjectMapRemove(TavRoutingInfo *ri, const ObjectName *name) noexcept {
+    objectWrapperDeleteWrapper(tavHashPut2(ri->objectMap, name->text, name->hash, nullptr));
+}
+
+void tavObjectMapRelease(TavRoutingInfo *ri) noexcept {
+    if (!ri->objectMap) return;
+    for (auto [key, wrapper] : TavHashRange<ObjectWrapper>(ri->objectMap)) {
+        wrapper->link = nullptr; // siblings may be freed first
+        releaseObject(wrapper);
+    }
+    tavHashMapSetDestructor(ri->objectMap, objectWrapperDeleteWrapper);
+    tavHashMapDestroy(ri->objectMap);
+    ri->objectMap = nullptr;
+}

@@ -1,0 +1,42 @@
+// What the selector asks of a request context, and what it keeps in one. Implemented by the context's own module; called on the
+// request's thread.
+#ifndef TAVTARGETSELECTOR_TAVHTTPCONTEXTFORSELECTOR_H
+#define TAVTARGETSELECTOR_TAVHTTPCONTEXTFORSELECTOR_H
+
+#include <tav/context.h>
+
+typedef struct _TargetServerApplication TargetServerApplication;
+typedef struct _TargetServer TargetServer;
+typedef struct _TargetNode TargetNode;
+typedef struct _Cluster Cluster;
+typedef struct _HttpAffinityPolicy HttpAffinityPolicy;
+typedef struct _TsEndPointPeriod TsEndPointPeriod;
+
+// The records that one request holds, each counted once, exactly as they were when it was selected: a relink since then changes nothing
+// here. All null: the request holds nothing. The context only stores it; the selector fills, releases and clears it.
+typedef struct _TsTargetInfo {
+    TargetServerApplication *sapp;
+    TavTargetEndpoint *endpoint;
+    TargetServer *server;
+    TargetNode *node;
+    Cluster *cluster;
+    TsEndPointPeriod *period; // keeps what the endpoint's accessors give: texts and the host's object
+} TsTargetInfo;
+
+TsTargetInfo *tavHttpContextGetTargetInfo(TavHttpContext *ctx) noexcept; // the context's private storage; borrowed
+
+// Stores both and marks the request as outstanding. Not under the selector lock.
+void tavHttpContextSetMyTargetInfo(TavHttpContext *ctx, TavTargetEndpoint *endpoint, TargetServerApplication *sapp) noexcept;
+void tavHttpContextResetMyTargetInfo(TavHttpContext *ctx) noexcept;
+TavTargetEndpoint *tavHttpContextGetMyTargetEndPoint(TavHttpContext *ctx) noexcept;                // borrowed
+TargetServerApplication *tavHttpContextGetMyTargetServerApplication(TavHttpContext *ctx) noexcept; // borrowed
+
+Boolean tavHttpContextSetReject(TavHttpContext *ctx, int code, const char *text) noexcept; // copies; FALSE: without the text
+void tavHttpContextSetPerformedLoadBalancing(TavHttpContext *ctx, Boolean performed) noexcept;
+
+// Called under the selector lock.
+Boolean tavHttpContextIsFailedServerApp(TavHttpContext *ctx, const TargetServerApplication *sapp) noexcept; // by identity only
+void tavHttpContextBreakAffinity(TavHttpContext *ctx) noexcept;
+void tavHttpContextSetAffinityPolicy(TavHttpContext *ctx, HttpAffinityPolicy *policy) noexcept; // borrows for the request
+
+#endif

@@ -1,0 +1,157 @@
+// What the selector's sources share: the scope that holds the lock, and the inner forms that expect it.
+#ifndef TAVTARGETSELECTOR_TSINTERNAL_H
+#define TAVTARGETSELECTOR_TSINTERNAL_H
+
+#include <cstring>
+
+#include "tavTargetSelector/tavTargetSelector.h"
+#include "tavUtil/tavMemory.h"
+#include "tavUtil/tavString.h"
+#include "tavUtil/tavStringBuffer.h"
+#include "tr/tr.h"
+
+// Stands for "the lock of the selector that these records belong to" in the compiler's analysis: one selector's records never meet
+// another's.
+class TAV_CAPABILITY("selector lock") TsLockToken {};
+extern TsLockToken tsSelectorLock;
+#define TS_LOCKED TAV_REQUIRES(tsSelectorLock)
+
+// One route change for a connector, gathered under the lock and sent after it.
+struct _TsNotice {
+    TsNotice *next;
+    TavConnector *connector; // counted
+    Boolean add;
+    const char *path; // in the same block
+};
+TsNotice *tsNoticeCreate(const TargetServerApplication *sapp, Boolean add) noexcept; // returns new, null without memory
+void tsNoticeDelete(TsNotice *notice) noexcept;                                      // null ignored; not under the lock
+
+// Holds the selector lock. What must not happen under it waits here and is done right after the release, on the same thread: notices are
+// sent in the order they came, then the connectors of freed records are let go.
+class TAV_SCOPED_CAPABILITY TsScope {
+public:
+    TsScope(TavLock *lock, const char *who) noexcept TAV_ACQUIRES(tsSelectorLock);
+    ~TsScope() noexcept TAV_RELEASES();
+    TsScope(const TsScope &) = delete;
+    TsScope &operator=(const TsScope &) = delete;
+
+    void notify(TsNotice *notice) noexcept;            // takes it; null ignored
+    void bury(TargetServerApplication *sapp) noexcept; // takes a record of which only the connector is left
+    void bury(TargetServer *server) noexcept;          // the same
+    void mute() noexcept { muted_ = true; }            // notices are dropped instead of sent
+
+private:
+    void settle() noexcept;
+
+    TavLock *lock_;
+    TsNotice *notices_ = nullptr;
+    TsNotice **lastNotice_ = &notices_;
+    TargetServerApplication *deadServerApplications_ = nullptr;
+    TargetServer *deadServers_ = nullptr;
+    bool muted_ = false;
+};
+
+// ---- membership: one place of a record in a list, chained from the record, so that leaving needs no search in the list ----
+struct _TsMember {
+    TsMember *next; // of the same record, younger ones first
+    TavList *list;
+    TavListEle *ele;
+    void *container; // whose list it is
+};
+Boolean tsMemberAdd(TsMember **chain, TavList *list, void *container, void *object) noexcept; // at the tail; FALSE without memory
+TsMember *tsMemberFindOldest(TsMember *chain, const void *container) noexcept;                // null when there is none
+void tsMemberDrop(TsMember **chain, TsMember *member) noexcept;                               // leaves the list and frees the member
+
+// ---- nodes and clusters ----
+void nodeRelease(TargetNode *node) noexcept TS_LOCKED; // one reference; frees at zero
+void nodeFree(TargetNode *node) noexcept TS_LOCKED;
+void clusterRelease(Cluster *cluster) noexcept TS_LOCKED;
+void clusterFree(Cluster *cluster) noexcept TS_LOCKED;
+void tsFreeFormerClusters(TargetSelector *ts) noexcept TS_LOCKED;
+
+// ---- servers ----
+void serverRecomputeSelectability(TargetServer *server) noexcept TS_LOCKED;
+void serverInitRetry(TargetServer *server) noexcept TS_LOCKED;
+Boolean serverSetState(TargetServer *server, const char *state) noexcept TS_LOCKED;
+Boolean serverSetCloneId(TargetServer *server, const char *id) noexcept TS_LOCKED;
+void serverForget(TargetServer *server) noexcept TS_LOCKED; // not selectable any more
+void serverClearCloneId(TargetServer *server) noexcept TS_LOCKED;
+void serverRelease(TsScope &scope, TargetServer *server) noexcept TS_LOCKED;
+void serverFree(TsScope &scope, TargetServer *server) noexcept TS_LOCKED;
+// Settles which endpoint each protocol gets, after any change of the endpoints.
+void serverChooseEndPoints(TargetServer *server) noexcept TS_LOCKED;
+inline TargetServerApplication *serverFindServerApplication(const TargetServer *server, const char *name) noexcept TS_LOCKED {
+    return static_cast<TargetServerApplication *>(tavHashGet(server->serverApplicationMap, name));
+}
+
+// ---- server applications ----
+Boolean serverApplicationSetState(TsScope &scope, TargetServerApplication *sapp, const char *state) noexcept TS_LOCKED;
+// Tells the connector when the last request of a server application that is not routable any more has ended.
+void serverApplicationSettleRoute(TsScope &scope, TargetServerApplication *sapp) noexcept TS_LOCKED;
+void serverApplicationForget(TargetServerApplication *sapp) noexcept TS_LOCKED;
+void serverApplicationRelease(TsScope &scope, TargetServerApplication *sapp) noexcept TS_LOCKED;
+void serverApplicationFree(TsScope &scope, TargetServerApplication *sapp) noexcept TS_LOCKED;
+
+// ---- endpoints ----
+Boolean endPointObtain(TavTargetEndpoint *endpoint) noexcept TS_LOCKED; // the host's object; TRUE when it holds one
+void endPointGiveUp(TavTargetEndpoint *endpoint) noexcept TS_LOCKED;    // the host's object
+void endPointTrim(TavTargetEndpoint *endpoint) noexcept TS_LOCKED;      // frees what no request can read any more
+void endPointRelease(TavTargetEndpoint *endpoint) noexcept TS_LOCKED;
+void endPointFree(TavTargetEndpoint *endpoint) noexcept TS_LOCKED; // leaves no list
+
+// ---- virtual clusters ----
+VirtualCluster *virtualClusterFind(TargetSelector *ts, const char *name) noexcept TS_LOCKED;
+VirtualCluster *virtualClusterFindOrCreate(TargetSelector *ts, const char *name) noexcept TS_LOCKED; // null without memory
+void virtualClusterFree(VirtualCluster *vc) noexcept TS_LOCKED;
+Boolean virtualClusterAdd(VirtualCluster *vc, TargetServerApplication *sapp) noexcept TS_LOCKED; // once; FALSE without memory
+void virtualClusterRemove(VirtualCluster *vc, TargetServerApplication *sapp) noexcept TS_LOCKED;
+void virtualClusterDropCluster(VirtualCluster *vc, Cluster *cluster) noexcept TS_LOCKED;
+int virtualClusterArray(VirtualCluster *vc) noexcept TS_LOCKED; // brings sappArray up to date; its length
+// Retries the deferred links that wait for this server application.
+void serverApplicationRetryLinks(TargetServerApplication *sapp) noexcept TS_LOCKED;
+void linkRequestDelete(void *request) noexcept;
+
+// ---- selection ----
+// What one selection knows about its request.
+struct TsRequest {
+    TargetSelector *ts;
+    TavHttpContext *ctx;
+    TrContext *trCtx; // the request's
+    const char *moduleName;
+    const char *appName;
+    int protoIndex; // of the request, then of the endpoint
+    TavTime now;
+    bool byVHost; // endpoints are chosen by the request's virtual-host group
+};
+
+// Why affinity cannot be kept. The text is built only when someone reads it; `any` says that there is a reason.
+class TsReason {
+public:
+    explicit TsReason(bool wanted) noexcept : wanted_(wanted) {}
+    void add(const char *text) noexcept;
+    void add(const char *before, const char *name, const char *after) noexcept;
+    void add(const TsReason &other) noexcept;
+    bool any() const noexcept { return any_; }
+    bool wanted() const noexcept { return wanted_; }
+    const char *text() const noexcept { return buffer_ ? sbStr(buffer_.get()) : ""; }
+
+private:
+    TavStringBufferPtr buffer_;
+    bool wanted_;
+    bool any_ = false;
+};
+
+HttpAffinityPolicy *getAffinityPolicy(VirtualCluster *vc) noexcept TS_LOCKED;
+TargetServerApplication *getAffinityTargetServerApplication(const TsRequest &req, VirtualCluster *vc, HttpAffinityPolicy *policy,
+                                                            TsReason &breakReason) noexcept TS_LOCKED;
+TargetServerApplication *wlorLoadBalance(const TsRequest &req, VirtualCluster *vc) noexcept TS_LOCKED;
+TavTargetEndpoint *selectEndpointFromServer(const TsRequest &req, const TargetServer *server) noexcept TS_LOCKED;
+inline bool serverIsFull(const TargetServer *server) noexcept TS_LOCKED {
+    return server->maxConnections >= 0 && server->outstandingRequestCount >= server->maxConnections;
+}
+// "number of outstanding requests ..." into a caller's buffer; returns the buffer.
+const char *serverFullReason(const TargetServer *server, char *buffer, size_t size) noexcept TS_LOCKED;
+void tsTargetInfoIncrementRefCnt(TsTargetInfo *info, TargetServerApplication *sapp, TavTargetEndpoint *endpoint) noexcept TS_LOCKED;
+json_t *clusterToJSON(const Cluster *cluster, bool full) noexcept TS_LOCKED; // returns new, null without memory
+
+#endif

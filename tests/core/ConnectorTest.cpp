@@ -1,0 +1,459 @@
+// Polling, failover, back-off and reports, with the controller under the test's command.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "base/FailEachAllocation.h"
+#include "core/RecordingTransport.h"
+#include "edge/ScriptedServer.h"
+#include "tav/tavControl.h"
+#include "tavConnector/tavConnector.h"
+
+using testing::ElementsAre;
+
+namespace {
+
+const char kUrl[] = "http://127.0.0.1:1";
+const char kUri[] = "/sentinelFabric?name=tavlib&server=tavlib";
+
+class Connector : public RecordingTransport {
+protected:
+    // Polls are the requests that carry an interest or ask for a version.
+    int pollsOut() const {
+        int count = 0;
+        for (const Sent &request : sent)
+            count += !request.answered && (request.timeout == 5 ? request.body[0] == '{' && request.body[1] == '\'' : true);
+        return count;
+    }
+    int outstanding(TavConnector *c) {
+        TavLockGuard guard(c->lock, "test");
+        return tavListGetCount(c->outstandingRestRequestList);
+    }
+};
+
+} // namespace
+
+TEST_F(Connector, InitThenPoll) {
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(sent[0].method, "POST");
+    EXPECT_EQ(sent[0].uri, kUri);
+    EXPECT_EQ(sent[0].body, tavGetInterestSpec(tav, group));
+    EXPECT_EQ(sent[0].timeout, 5);
+    EXPECT_FALSE(tavConnectorGroupIsInitialized(group));
+    takeStates();
+
+    answer(200, "{\"version\": 9007199254740993}");
+    EXPECT_THAT(takeStates(), ElementsAre(std::string(kUrl) + " STARTED: started", "group STARTED: started"));
+    EXPECT_EQ(tavGetState(tav), STARTED);
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(sent[1].method, "GET");
+    EXPECT_EQ(sent[1].uri, std::string(kUri) + "&vid=9007199254740993&wait=300");
+    EXPECT_EQ(sent[1].body, "");
+    EXPECT_EQ(sent[1].timeout, 305);
+    EXPECT_EQ(sent[1].client, sent[0].client);
+    EXPECT_EQ(freed, 1);
+
+    // What changes meanwhile shows in the next poll; its time-out belongs to the chain.
+    tavConnectorGroupSetWaitTime(group, 20);
+    tavPropertySet(tavGetProperties(tav), "ppid", "-77", TRUE);
+    answer(200, "{\"version\": 2, \"delta\": true}");
+    EXPECT_EQ(sent.back().uri, std::string(kUri) + "-77&vid=2&wait=20");
+    EXPECT_EQ(sent.back().timeout, 305);
+    tavSetServerName(tav, nullptr);
+    answer(200, "{\"version\": 3, \"delta\": true}");
+    EXPECT_EQ(sent.back().uri, "/sentinelFabric&vid=3&wait=20");
+    EXPECT_EQ(opened.size(), 1u);
+    EXPECT_EQ(outstanding(connector), 1);
+}
+
+TEST_F(Connector, APauseFollowsAnUnusableDocument) {
+    for (const char *document : {"nonsense", "[]", ""}) {
+        const size_t before = sent.size();
+        answer(200, document);
+        EXPECT_EQ(sent.size(), before) << document;
+        ASSERT_EQ(alarms.size(), 1u);
+        EXPECT_EQ(alarms[0].milliseconds, 1000);
+        EXPECT_EQ(tavConnectorGetState(connector), STARTED);
+        fire();
+        ASSERT_EQ(sent.size(), before + 1);
+        EXPECT_EQ(sent.back().uri, std::string(kUri) + "&vid=-1&wait=300");
+    }
+    // A send that fails after the pause is a failure of the connector.
+    answer(200, "nonsense");
+    sendResult = -3;
+    takeStates();
+    fire();
+    EXPECT_EQ(takeStates().front(), std::string(kUrl) + " FAILED: send failure");
+    EXPECT_EQ(tavConnectorGroupGetState(group), FAILED);
+    sendResult = 0;
+}
+
+TEST_F(Connector, FailuresMoveOnAndThenWait) {
+    tavConnectorCreate(group, "http://127.0.0.1:2");
+    const std::string noAnswer = "no response was received from " + std::string(kUrl) + " for request type init";
+    const std::string code = "HTTP response error code 503 was received from " + std::string(kUrl) + " for request type init";
+    const struct {
+        const char *name;
+        std::function<void()> fail;
+        std::string reason;
+    } cases[] = {
+        {"no response", [this] { answerNothing(); }, noAnswer},
+        {"no body", [this] { answer(200, nullptr); }, noAnswer},
+        {"error code", [this] { answer(503, "%s%n"); }, code},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        const size_t closedBefore = closed.size();
+        ASSERT_EQ(tavConnectorGroupGetCurConnector(group), connector);
+        takeStates();
+        unreachable = {"http://127.0.0.1:2"};
+        c.fail();
+        // The second connector cannot be opened, and that was the whole round.
+        std::vector<std::string> expected = {std::string(kUrl) + " FAILED: " + c.reason, "http://127.0.0.1:2 STARTING: starting",
+                                             "http://127.0.0.1:2 FAILED: open failed"};
+        if (&c == cases) expected.push_back("group FAILED: failure on all connectors"); // and stays so
+        EXPECT_EQ(takeStates(), expected);
+        EXPECT_EQ(closed.size(), closedBefore + 1);
+        EXPECT_EQ(tavGetState(tav), FAILED);
+        ASSERT_EQ(alarms.size(), 1u);
+        EXPECT_EQ(alarms[0].milliseconds, 60000);
+        EXPECT_EQ(group->consecutiveFailures, 0);
+        fire(); // the first one again, with a new client
+        EXPECT_EQ(tavConnectorGroupGetState(group), FAILED);
+        EXPECT_EQ(sent.back().method, "POST");
+    }
+    unreachable.clear();
+    EXPECT_EQ(connector->failures, 3);
+    answer(200, "{\"version\": 1}");
+    EXPECT_EQ(connector->failures, 0);
+    EXPECT_EQ(tavConnectorGroupGetState(group), STARTED);
+    EXPECT_EQ(pollsOut(), 1);
+    // A failed poll counts like a failed init; the next connector takes over with an init of its own.
+    answerNothing();
+    EXPECT_EQ(opened.back(), "http://127.0.0.1:2");
+    EXPECT_EQ(sent.back().method, "POST");
+    EXPECT_EQ(tavConnectorGroupGetState(group), STARTED);
+    EXPECT_TRUE(alarms.empty());
+}
+
+TEST_F(Connector, TheAlarmIsClampedNotTheSetting) {
+    const struct {
+        const char *setting;
+        int field, alarm;
+    } cases[] = {{"0", 0, 1000}, {"-5", -5, 1000}, {"2", 2, 2000}, {"99999999999", 2147483647, 2147483647}};
+    for (const auto &c : cases) {
+        EXPECT_TRUE(tavConnectorGroupSetProperty(group, "RETRYinterval", c.setting));
+        answerNothing();
+        EXPECT_EQ(tavConnectorGroupGetMaxRetryInterval(group), c.field);
+        ASSERT_EQ(alarms.size(), 1u);
+        EXPECT_EQ(alarms[0].milliseconds, c.alarm);
+        fire();
+    }
+}
+
+TEST_F(Connector, StopEndsEverything) {
+    answer(200, "{\"version\": 1}");
+    tavConnectorPostRoutingChange(connector, "/a", TRUE, TRUE);
+    ASSERT_EQ(outstanding(connector), 2);
+    takeStates();
+    EXPECT_EQ(tavStop(tav), 0);
+    EXPECT_THAT(takeStates(), ElementsAre("group STOPPING: stopping", std::string(kUrl) + " STOPPING: stopping",
+                                          std::string(kUrl) + " STOPPED: stopped", "group STOPPED: stopped"));
+    EXPECT_EQ(outstanding(connector), 0);
+    EXPECT_EQ(closed.size(), 2u); // the poll's client and the report's
+    EXPECT_EQ(tavConnectorGetJSON(connector), nullptr);
+    EXPECT_EQ(tavConnectorGroupGetCurConnector(group), nullptr);
+    EXPECT_EQ(tavStop(tav), -1);
+
+    // Late responses free themselves; nothing polls, closes or changes state.
+    const size_t before = sent.size();
+    answer(before - 2, response(200, "{\"version\": 5}"));
+    answer(before - 1, nullptr);
+    EXPECT_EQ(sent.size(), before);
+    EXPECT_EQ(closed.size(), 2u);
+    EXPECT_TRUE(takeStates().empty());
+    tavConnectorPostRoutingChange(connector, "/a", FALSE, TRUE);
+    EXPECT_EQ(sent.size(), before);
+
+    EXPECT_EQ(tavStart(tav, -1), 0);
+    EXPECT_EQ(pollsOut(), 1);
+}
+
+TEST_F(Connector, OneChainOfPollsWhateverWasPending) {
+    // Stopped while the group waits with its alarm, then started again: the old alarm does nothing.
+    answerNothing();
+    ASSERT_EQ(alarms.size(), 1u);
+    EXPECT_EQ(tavStop(tav), -1); // a failed instance cannot be stopped, but it stays down
+    fire();
+    EXPECT_EQ(pollsOut(), 0);
+    EXPECT_EQ(tavStart(tav, -1), 0);
+    EXPECT_EQ(pollsOut(), 1);
+    EXPECT_EQ(tavStart(tav, -1), -1);
+    // The same with a poll that waits after an unusable document.
+    answer(200, "nonsense");
+    ASSERT_EQ(alarms.size(), 1u);
+    EXPECT_EQ(tavStop(tav), 0);
+    EXPECT_EQ(tavStart(tav, -1), 0);
+    fire();
+    EXPECT_EQ(pollsOut(), 1);
+    // A group that failed by itself and is started by hand before its alarm.
+    answerNothing();
+    EXPECT_EQ(tavStart(tav, -1), 0);
+    fire();
+    EXPECT_EQ(pollsOut(), 1);
+}
+
+TEST_F(Connector, RoutesAreGatheredWhileADocumentIsApplied) {
+    answer(200, "{\"version\": 1}");
+    const size_t before = sent.size();
+    tavConnectorSetProcessingJSON(connector, TRUE, TRUE);
+    tavConnectorSetProcessingJSON(connector, FALSE, TRUE);
+    EXPECT_EQ(sent.size(), before); // nothing was gathered
+    tavConnectorSetProcessingJSON(connector, TRUE, TRUE);
+    tavConnectorPostRoutingChange(connector, "/b", TRUE, TRUE);
+    tavConnectorPostRoutingChange(connector, "/a", TRUE, TRUE);
+    tavConnectorPostRoutingChange(connector, "/c", FALSE, TRUE);
+    EXPECT_EQ(sent.size(), before);
+    tavConnectorSetProcessingJSON(connector, FALSE, TRUE);
+    ASSERT_EQ(sent.size(), before + 1);
+    const auto sameJson = [](const std::string &text, const char *expected) {
+        json_t *a = json_loads(text.c_str(), 0, nullptr), *b = json_loads(expected, 0, nullptr);
+        const bool equal = a && json_equal(a, b);
+        json_decref(a);
+        json_decref(b);
+        return equal;
+    };
+    EXPECT_TRUE(sameJson(sent.back().body, "{\"addRoutes\": [\"/b\", \"/a\"], \"delRoutes\": [\"/c\"]}")) << sent.back().body;
+    EXPECT_EQ(sent.back().uri, kUri);
+    EXPECT_EQ(sent.back().timeout, 5);
+    EXPECT_NE(sent.back().client, sent[before - 1].client) << "the poll's client is busy";
+
+    // The controller is done with it: the client goes, the poll is not touched.
+    answer(200, "");
+    EXPECT_THAT(closed, ElementsAre(sent.back().client));
+    EXPECT_EQ(pollsOut(), 1);
+    tavConnectorPostRoutingChange(connector, "/a", FALSE, TRUE);
+    EXPECT_TRUE(sameJson(sent.back().body, "{\"delRoutes\": [\"/a\"]}")) << sent.back().body;
+    // A failed report is the connector's failure, but neither a failover nor the poll's end.
+    takeStates();
+    answer(500, "");
+    EXPECT_THAT(takeStates(), ElementsAre(std::string(kUrl) +
+                                          " FAILED: HTTP response error code 500 was received from http://127.0.0.1:1 for request type "
+                                          "routeChange"));
+    EXPECT_EQ(closed.size(), 2u);
+    EXPECT_EQ(pollsOut(), 1);
+    EXPECT_EQ(tavConnectorGroupGetState(group), STARTED);
+    // A client that cannot be opened is one more failure of the connector.
+    unreachable = {kUrl};
+    const int failures = connector->failures;
+    tavConnectorPostRoutingChange(connector, "/a", TRUE, TRUE);
+    EXPECT_EQ(connector->failures, failures + 1);
+    unreachable.clear();
+}
+
+TEST_F(Connector, NoRoutesForABrindleGroupOrFromTheDaemonItself) {
+    answer(200, "{\"version\": 1}");
+    const size_t before = sent.size();
+    tav->processType = ServerProcess;
+    tavConnectorPostRoutingChange(connector, "/a", TRUE, TRUE);
+    EXPECT_EQ(sent.size(), before);
+    tavConnectorPostRoutingChange(connector, "/a", TRUE, FALSE); // on behalf of a worker
+    EXPECT_EQ(sent.size(), before + 1);
+    // Of what the daemon gathers only the workers' side sends it.
+    tavConnectorSetProcessingJSON(connector, TRUE, FALSE);
+    tavConnectorPostRoutingChange(connector, "/b", TRUE, FALSE);
+    tavConnectorSetProcessingJSON(connector, FALSE, TRUE);
+    EXPECT_EQ(sent.size(), before + 1);
+    tavConnectorSetProcessingJSON(connector, FALSE, FALSE);
+    EXPECT_EQ(sent.size(), before + 2);
+    // A daemon that is about to end does not poll again.
+    tav->maxRequestsPerDaemon = 1;
+    tav->requestsPerDaemon = 2;
+    answer(before - 1, response(200, "{\"version\": 2}"));
+    EXPECT_EQ(sent.size(), before + 2);
+    tav->processType = StandaloneProcess;
+    EXPECT_TRUE(tavConnectorGroupSetProperty(group, "profileType", "brindle"));
+    tavConnectorPostRoutingChange(connector, "/a", TRUE, TRUE);
+    EXPECT_EQ(sent.size(), before + 2);
+}
+
+TEST_F(Connector, AWorkerReportsToItsDaemon) {
+    answer(200, "{\"version\": 1}");
+    const size_t before = sent.size();
+    traceOn();
+    tav->processType = ClientProcess;
+    json_t *json = json_pack("{s:[s]}", "addRoutes", "/a");
+    tavConnectorRequestSend(connector, RRT_ROUTE_CHANGE, json);
+    // There is no connection to a daemon here, but the document was made ready for it.
+    EXPECT_STREQ(json_string_value(json_object_get(json, "connectorGroupName")), "g");
+    EXPECT_STREQ(json_string_value(json_object_get(json, "connectorURL")), kUrl);
+    json_decref(json);
+    TavRestRequest *init = tavRestRequestCreate(RRT_INIT, group);
+    EXPECT_EQ(tavRestRequestSend(init), -1);
+    init->c = connector;
+    EXPECT_EQ(tavRestRequestSend(init), -1);
+    tavRestRequestDelete(init);
+    EXPECT_EQ(sent.size(), before);
+    const std::string trace = takeTrace();
+    EXPECT_NE(trace.find("tavRestRequestSend: send of init request failed; connector not set\n"), std::string::npos) << trace;
+    EXPECT_NE(trace.find("tavRestRequestSend: client send of init request failed; null json\n"), std::string::npos) << trace;
+    // Connectors of a worker are never run, and report all the same.
+    TavConnector *idle = tavConnectorCreate(group, "http://127.0.0.1:9");
+    EXPECT_FALSE(tavConnectorIsStopped(idle));
+    tav->processType = StandaloneProcess;
+    EXPECT_TRUE(tavConnectorIsStopped(idle));
+}
+
+TEST_F(Connector, AHostThatAnswersInsideItsCallIsAnsweredLater) {
+    hostility = ANSWERS_INSIDE;
+    answer(200, "{\"version\": 1}"); // the poll that follows is answered before it is sent
+    drainAsync();
+    EXPECT_EQ(pollsOut(), 1);
+    EXPECT_EQ(tavConnectorGetState(connector), STARTED);
+    EXPECT_EQ(freed, 2);
+    // The same for a report, from a thread without the control lock: its client goes exactly once.
+    hostility = ANSWERS_INSIDE;
+    tavConnectorPostRoutingChange(connector, "/a", TRUE, TRUE);
+    drainAsync();
+    EXPECT_EQ(closed.size(), 1u);
+    EXPECT_EQ(freed, 3);
+    // One that also refuses has refused.
+    takeStates();
+    hostility = ANSWERS_INSIDE_AND_REFUSES;
+    insideBody = "{\"version\": 3}";
+    answer(200, "{\"version\": 2}");
+    EXPECT_EQ(takeStates().front(), std::string(kUrl) + " FAILED: send failure");
+    EXPECT_EQ(freed, 5);
+    // An alarm that fires inside its call polls again on the instance's own thread.
+    alarmFiresInside = true;
+    fire();
+    const size_t before = sent.size();
+    answer(200, "nonsense");
+    drainAsync();
+    EXPECT_GT(sent.size(), before);
+    EXPECT_EQ(pollsOut(), 1);
+}
+
+TEST_F(Connector, RemovingConnectors) {
+    TavConnector *second = tavConnectorCreate(group, "http://127.0.0.1:2");
+    EXPECT_EQ(tavConnectorGroupFindConnector(group, "http://127.0.0.1:2"), second);
+    EXPECT_EQ(tavConnectorGroupFindConnector(group, "http://127.0.0.1"), nullptr);
+    EXPECT_EQ(tavConnectorCreate(group, nullptr), nullptr);
+    answer(200, "{\"version\": 1}");
+    // The one that polls goes: another carries on. One that does not: nothing changes.
+    tavConnectorGroupRemoveConnector(group, connector);
+    EXPECT_EQ(tavConnectorGroupGetCurConnector(group), second);
+    EXPECT_EQ(sent.back().method, "POST");
+    TavConnector *third = tavConnectorCreate(group, kUrl);
+    const size_t before = sent.size();
+    tavConnectorGroupRemoveConnector(group, third);
+    EXPECT_EQ(sent.size(), before);
+    // A host that removes the failed connector when it hears of it ends up with one chain as well.
+    connector = tavConnectorCreate(group, kUrl);
+    onConnectorState = [](TavConnector *c, TavComponentState state) {
+        if (state == FAILED) tavConnectorGroupRemoveConnector(tavConnectorGetGroup(c), c);
+    };
+    answerNothing();
+    onConnectorState = nullptr;
+    EXPECT_EQ(tavConnectorGroupGetCurConnector(group), connector);
+    answer(1, response(200, "{\"version\": 9}")); // late, for a connector that is gone
+    int polls = 0;
+    for (const Sent &request : sent) polls += !request.answered;
+    EXPECT_EQ(polls, 1);
+    // Without connectors the group waits.
+    tavConnectorGroupRemoveConnector(group, connector);
+    EXPECT_EQ(tavConnectorGroupGetState(group), FAILED);
+    EXPECT_EQ(alarms.size(), 1u);
+}
+
+TEST_F(Connector, NextConnectorTakesTurns) {
+    TavConnector *all[] = {connector, tavConnectorCreate(group, "http://127.0.0.1:2"), tavConnectorCreate(group, "http://127.0.0.1:3")};
+    TavControlScope control("test");
+    for (int i = 1; i <= 6; i++) EXPECT_EQ(tavConnectorGroupGetNextConnectorToTry(group), all[i % 3]);
+    group->curConnector = nullptr;
+    EXPECT_THAT(all, testing::Contains(tavConnectorGroupGetNextConnectorToTry(group)));
+    group->curConnector = connector;
+}
+
+TEST_F(Connector, Properties) {
+    const struct {
+        const char *name, *value;
+        bool known;
+    } cases[] = {{"MAXRETRIES", "3", true}, {"maxWaitOffset", "x", true},   {"enableRoutingToAdminConsole", "TRUE", true},
+                 {"uri", nullptr, true},    {"profileType", "other", true}, {"maxRetries ", "4", false},
+                 {"waitTime", "1", false},  {nullptr, "1", false}};
+    for (const auto &c : cases) EXPECT_EQ(tavConnectorGroupSetProperty(group, c.name, c.value), c.known) << (c.name ? c.name : "null");
+    EXPECT_EQ(tavConnectorGroupGetMaxRetries(group), 3);
+    EXPECT_EQ(tavConnectorGroupGetMaxWaitOffset(group), 0);
+    EXPECT_TRUE(tavConnectorGroupGetEnableAdminTraffic(group));
+    EXPECT_FALSE(tavConnectorGroupIsBrindle(group));
+    tavConnectorGroupSetURI(group, "/x/kel/api/dynamicRouting/y");
+    EXPECT_TRUE(tavConnectorGroupIsBrindle(group));
+    tavConnectorGroupSetURI(group, "/z");
+    EXPECT_TRUE(tavConnectorGroupIsBrindle(group)) << "never cleared";
+    tavConnectorGroupSetInterestSpec(group, "mine");
+    answerNothing();
+    fire();
+    EXPECT_EQ(sent.back().uri, "/z?name=tavlib&server=tavlib");
+    EXPECT_EQ(sent.back().body, "mine");
+    EXPECT_EQ(sent.back().timeout, 0);
+    json_t *dump = tavToJSON(tav);
+    json_t *state = json_object_get(json_object_get(json_object_get(json_object_get(dump, "connectorGroups"), "g"), "connectors"), kUrl);
+    EXPECT_STREQ(json_string_value(json_object_get(state, "state")), "STARTING");
+    EXPECT_EQ(json_integer_value(json_object_get(state, "failures")), 1);
+    json_decref(dump);
+    EXPECT_EQ(tavConnectorGroupCreate(tav, nullptr), nullptr);
+}
+
+TEST_F(Connector, SurvivesEveryFailedAllocation) {
+    const int atRest = drainAsync();
+    settle(atRest);
+    failEachAllocation([this, atRest](auto) {
+        const size_t firstOfRun = sent.size();
+        if (TavConnectorGroup *cg = tavConnectorGroupCreate(tav, "other")) {
+            TavConnector *c = tavConnectorCreate(cg, "http://127.0.0.1:5");
+            {
+                TavControlScope control("test");
+                tavConnectorGroupStart(cg);
+            }
+            if (sent.size() > firstOfRun) answer(firstOfRun, response(200, "nonsense"));
+            if (c) tavConnectorPostRoutingChange(c, "/a", TRUE, TRUE);
+            tavSetAllocationGate(nullptr);
+            TavControlScope control("test");
+            tavListFindAndRemove(tav->connectorGroupList, cg);
+            tavConnectorGroupDelete(cg);
+        }
+        tavSetAllocationGate(nullptr);
+        while (!alarms.empty()) fire();
+        for (size_t i = firstOfRun; i < sent.size(); i++) {
+            if (!sent[i].answered) answer(i, nullptr);
+        }
+        settle(atRest);
+    });
+}
+
+// ---- the library's own transport ----
+
+TEST(DefaultTransport, PollsAServerAndLetsGoOfIt) {
+    const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: ";
+    const std::string document = "{\"version\": 12}";
+    ScriptedServer server({{head + std::to_string(document.size()) + "\r\n\r\n" + document, ""}, {head + "0\r\n\r\n"}});
+    EnvCallBacks env = fakeHostCallBacks();
+    env.version = TAV_ENV_VERSION;
+    char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
+    const int before = tavGetMemCount();
+    Tav *tav = tavCreate(&env, nullptr, catalogue);
+    TavConnectorGroup *group = tavConnectorGroupCreate(tav, "g");
+    TavConnector *connector = tavConnectorCreate(group, server.url().c_str());
+    EXPECT_EQ(tavStart(tav, 0), 0);
+    EXPECT_EQ(tavGetState(tav), STARTED);
+    while (server.requests().size() < 2) std::this_thread::yield();
+    EXPECT_EQ(server.requests()[1].substr(0, server.requests()[1].find("\r\n")), "GET " + std::string(kUri) + "&vid=12&wait=300 HTTP/1.1");
+    EXPECT_EQ(server.connections(), 1) << "init and poll share a connection";
+    // Destroying the instance ends the poll, which would otherwise wait for minutes.
+    (void)connector;
+    tavDestroy(tav);
+    trDestroy();
+    while (tavGetMemCount() != before) std::this_thread::yield();
+}

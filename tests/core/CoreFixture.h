@@ -1,0 +1,52 @@
+// One instance with the real trace catalogue, the group "g" with one connector, and a transport that accepts every request and answers
+// none.
+#ifndef CORE_COREFIXTURE_H
+#define CORE_COREFIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "edge/FakeHost.h"
+#include "tav/tavDocument.h"
+#include "tav/tavRecord.h"
+#include "tavUtil/tavTime.h"
+
+class CoreFixture : public testing::Test {
+protected:
+    // A request that the transport has accepted.
+    struct Pending {
+        TavHttpResponseCallBack callback;
+        TavHttpResponseContext *passback;
+        std::string method, uri, body;
+    };
+
+    CoreFixture();
+    ~CoreFixture() override;
+    void SetUp() override;
+    void TearDown() override;
+
+    // The transport's callbacks may be changed here before SetUp() creates the instance.
+    EnvCallBacks env;
+    Tav *tav = nullptr;
+    TavConnectorGroup *group = nullptr;
+    TavConnector *connector = nullptr;
+
+    long long give(const std::string &document) { return tavHandleJsonFromRestService(document.c_str(), connector); }
+    // The dump of mapper and selector (without what a rebuild starts anew), as text with sorted keys.
+    std::string dump();
+    // The stored document, as text with sorted keys and without the places of deleted elements; "" when there is none.
+    std::string storedText() const;
+
+    // Trace output since the last call, one text; everything of "control.process" is on after traceOn().
+    void traceOn();
+    static std::string takeTrace();
+    static std::vector<Pending> &pending();
+};
+
+// {"version": version, ...} with single quotes written as double ones.
+std::string quoted(std::string text);
+
+#endif

@@ -1,0 +1,641 @@
+// Complete documents and deltas: what reaches the snapshot, what is refused, and that a delta leaves the same as a rebuild.
+#include <gmock/gmock.h>
+
+#include "core/CoreFixture.h"
+#include "tav/tavRoutingInfo.h"
+#include "tav/tavStoredDocument.h"
+#include "tavRequestMapper/tavRequestMapper.h"
+#include "tavTargetSelector/tavTargetSelector.h"
+#include "tavURLMatcher/tavURLMatcher.h"
+#include "tavUtil/tavMemory.h"
+
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+// A cell with two nodes, two servers, one cluster, one application with two modules, one virtual-host group.
+const char *const kSite = R"({'version': 5, 'restVersion': 1, 'add': {'objects': [{'name': '/cell/c', 'type': 'cell', 'objects': [
+ {'name': '/cell/c/node/n1', 'type': 'node', 'objects': [
+  {'name': '/cell/c/node/n1/server/s1', 'type': 'server', 'props': {'id': 'clone1', 'state': 'STARTED', 'weight': 2}, 'objects': [
+   {'name': '/cell/c/node/n1/server/s1/transport/t1', 'type': 'transport', 'props': {'protocol': 'http', 'host': 'h1', 'port': 9080}},
+   {'name': '/cell/c/node/n1/server/s1/transport/odd', 'type': 'transport', 'props': {'protocol': 'tcp'}},
+   {'name': '/cell/c/node/n1/server/s1/serverApplication/app', 'type': 'serverApplication', 'props': {'state': 'STARTED'}}]}]},
+ {'name': '/cell/c/node/n2', 'type': 'node', 'objects': [
+  {'name': '/cell/c/node/n2/server/s2', 'type': 'server', 'props': {'id': 'clone2', 'state': 'STARTED', 'weight': 1}, 'objects': [
+   {'name': '/cell/c/node/n2/server/s2/serverApplication/app', 'type': 'serverApplication', 'props': {'state': 'STARTED'}}]}]},
+ {'name': '/cell/c/cluster/k', 'type': 'cluster', 'props': {'learnCloneIds': true}},
+ {'name': '/cell/c/healthPolicy/slow', 'type': 'healthPolicy', 'props': {'type': 'ExcessiveResponseTime', 'threshold': 500}},
+ {'name': '/cell/c/vHostGroup/v', 'type': 'vHostGroup', 'objects': [
+  {'name': '/cell/c/vHostGroup/v/vHost/1', 'type': 'vHost', 'props': {'host': 'www.example.com', 'port': 80}},
+  {'name': '/cell/c/vHostGroup/v/vHost/2', 'type': 'vHost', 'props': {'host': '*', 'port': '8080'}}]},
+ {'name': '/cell/c/application/app', 'type': 'application', 'props': {'edition': ''}, 'objects': [
+  {'name': '/cell/c/application/app/webModule/w', 'type': 'webModule', 'props': {'contextRoot': '/shop'}, 'objects': [
+   {'name': '/cell/c/application/app/webModule/w/uri/\\/a\\/*', 'type': 'uri'}]}]}]}],
+ 'relationships': {
+  'cluster:server': [{'cluster': '/cell/c/cluster/k', 'server': '/cell/c/node/n1/server/s1'},
+                     {'cluster': '/cell/c/cluster/k', 'server': '/cell/c/node/n2/server/s2'}],
+  'cluster:webModule': [{'cluster': '/cell/c/cluster/k', 'webModule': '/cell/c/application/app/webModule/w'}],
+  'vHostGroup:webModule': [{'vHostGroup': '/cell/c/vHostGroup/v', 'webModule': '/cell/c/application/app/webModule/w'}],
+  'server:webModule': [{'server': '/cell/c/node/n1/server/s1', 'webModule': '/cell/c/application/app/webModule/w'}],
+  'server:healthPolicy': [{'server': '/cell/c/node/n1/server/s1', 'healthPolicy': '/cell/c/healthPolicy/slow'}]}}})";
+
+std::string site() {
+    std::string text = quoted(kSite);
+    return text;
+}
+
+std::string delta(int version, const std::string &operations) {
+    return quoted("{'version': " + std::to_string(version) + ", 'restVersion': 1, 'delta': true, " + operations + "}");
+}
+
+class Document : public CoreFixture {
+protected:
+    void SetUp() override {
+        CoreFixture::SetUp();
+        ASSERT_EQ(give(site()), 5);
+    }
+    Object *object(const char *name) { return tavRoutingInfoObjectGet(tav->routingInfo, name); }
+    TargetServer *server(const char *name) { return static_cast<TargetServer *>(object(name)); }
+    // Builds the snapshot again from the stored document.
+    void rebuild() {
+        tavControlLock("test");
+        tavResetRoutingInfo(tav);
+        tavControlUnlock();
+    }
+    // The snapshot in use is the one that a rebuild would give.
+    void expectSameAsRebuild() {
+        const std::string live = dump();
+        rebuild();
+        EXPECT_EQ(dump(), live);
+    }
+};
+
+constexpr const char *S1 = "/cell/c/node/n1/server/s1";
+constexpr const char *S2 = "/cell/c/node/n2/server/s2";
+constexpr const char *W = "/cell/c/application/app/webModule/w";
+
+TEST_F(Document, CompleteDocumentBecomesTheSnapshot) {
+    EXPECT_EQ(connector->vid, 5);
+    EXPECT_EQ(connector->restVersion, 1);
+    TargetServer *s1 = server(S1);
+    ASSERT_NE(s1, nullptr);
+    EXPECT_STREQ(tsServerGetCloneId(s1), "clone1");
+    EXPECT_EQ(s1->weight, 2);
+    EXPECT_EQ(tsServerGetCluster(s1), object("/cell/c/cluster/k"));
+    EXPECT_EQ(tavListGetCount(s1->endPoints[0]), 1) << "an endpoint of another protocol is not attached";
+    EXPECT_NE(object("/cell/c/node/n1/server/s1/transport/odd"), nullptr) << "but known";
+    EXPECT_EQ(tavListGetCount(s1->healthPolicies), 1);
+    auto *w = static_cast<WebModule *>(object(W));
+    ASSERT_NE(w, nullptr);
+    EXPECT_STREQ(static_cast<char *>(tavListEleGetObject(tavListGetHead(w->uris))), "/a/*");
+    EXPECT_EQ(tavListGetCount(w->clusters), 1);
+    VirtualCluster *vc = tsFindVirtualCluster(tav->routingInfo->targetSelector, W);
+    ASSERT_NE(vc, nullptr);
+    EXPECT_EQ(tavListGetCount(vc->sappList), 1);
+    EXPECT_EQ(vc->cluster, object("/cell/c/cluster/k"));
+    EXPECT_EQ(matchLongestURI(rmGetURLMatcher(tav->routingInfo->requestMapper), nullptr, "WWW.example.com", 80, "/shop/a/x"), w);
+    EXPECT_EQ(matchLongestURI(rmGetURLMatcher(tav->routingInfo->requestMapper), nullptr, "other", 8080, "/shop/a/x"), w);
+    EXPECT_EQ(matchLongestURI(rmGetURLMatcher(tav->routingInfo->requestMapper), nullptr, "other", 81, "/shop/a/x"), nullptr);
+    EXPECT_STREQ(tav->routingInfo->cell->name, "/cell/c");
+}
+
+TEST_F(Document, InvalidTextsChangeNothing) {
+    const std::string before = dump(), stored = storedText();
+    std::string deep(3000, '[');
+    const struct {
+        const char *name;
+        std::string text;
+    } rows[] = {
+        {"empty", ""},
+        {"array", "[]"},
+        {"string", "\"x\""},
+        {"truncated", "{\"version\": 1"},
+        {"bad UTF-8", "{\"version\": 1, \"x\": \"\xff\"}"},
+        {"NUL character", "{\"x\": \"\\u0000\"}"},
+        {"integer beyond 64 bits", "{\"version\": 99999999999999999999}"},
+        {"too deep", deep},
+        {"trailing text", "{} {}"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        takeTrace();
+        EXPECT_EQ(give(row.text), -1);
+        EXPECT_THAT(takeTrace(), HasSubstr("http://127.0.0.1:1"));
+        EXPECT_EQ(dump(), before);
+        EXPECT_EQ(storedText(), stored);
+        EXPECT_EQ(connector->vid, 5);
+    }
+    EXPECT_EQ(tavHandleJsonFromRestService(nullptr, connector), -1);
+    EXPECT_EQ(tavHandleJsonFromRestService("{}", nullptr), -1);
+}
+
+TEST_F(Document, VersionMembers) {
+    EXPECT_EQ(give(R"({"restVersion": -3})"), 0) << "no version";
+    EXPECT_EQ(connector->restVersion, -3);
+    EXPECT_EQ(give(R"({"version": "7"})"), 0) << "not an integer";
+    EXPECT_EQ(connector->restVersion, -1);
+    EXPECT_EQ(give(R"({"version": 1, "version": 8589934592, "delta": 1})"), 8589934592)
+        << "only a true delta is one; the last of a name counts";
+    EXPECT_EQ(connector->vid, 8589934592);
+}
+
+TEST_F(CoreFixture, DeltaWithoutADocumentIsRefused) {
+    EXPECT_EQ(give(delta(3, "'add': {'objects': []}")), -1);
+    EXPECT_EQ(connector->json, nullptr);
+}
+
+TEST_F(Document, ACompleteDocumentReplacesAll) {
+    TavRoutingInfo *held = tavRoutingInfoObtain(tav);
+    EXPECT_EQ(give(quoted("{'version': 6, 'add': {'objects': [{'name': '/cell/x', 'type': 'cell'}]}}")), 6);
+    EXPECT_EQ(object(S1), nullptr);
+    EXPECT_NE(tavRoutingInfoObjectGet(held, S1), nullptr) << "a held snapshot stays whole";
+    tavRoutingInfoRelease(held);
+}
+
+TEST_F(Document, ItsOwnSetIsWorkedIn) {
+    std::string text = site();
+    text.insert(text.size() - 1,
+                quoted(", 'del': {'objects': [{'name': '/cell/c/cluster/none', 'type': 'cluster'}]},"
+                       " 'set': {'objects': [{'name': '/cell/c/node/n1/server/s1', 'type': 'server', 'props': {'weight': 9}}]}"));
+    ASSERT_EQ(give(text), 5);
+    EXPECT_EQ(server(S1)->weight, 9);
+    ASSERT_EQ(give(delta(6, "'set': {'objects': [{'name': '/cell/c/node/n1/server/s1', 'type': 'server', 'props': {'weight': 4}}]}")), 6);
+    expectSameAsRebuild();
+    EXPECT_EQ(server(S1)->weight, 4) << "a later delta is not overridden";
+}
+
+// ---- what the walk refuses ----
+
+struct Refusal {
+    const char *name, *operations, *line, *path;
+};
+
+class Refusals : public Document, public testing::WithParamInterface<Refusal> {};
+
+TEST_P(Refusals, AreToldAndChangeNothing) {
+    const std::string before = dump(), stored = storedText();
+    traceOn();
+    std::vector<std::pair<std::string, std::string>> findings;
+    const DocumentObserver observer{[](void *passback, const char *path, const char *, const char *text) {
+                                        static_cast<decltype(findings) *>(passback)->emplace_back(path, text);
+                                    },
+                                    &findings};
+    EXPECT_EQ(tavHandleJsonObserved(delta(5, GetParam().operations).c_str(), connector, &observer), 5);
+    EXPECT_THAT(takeTrace(), HasSubstr(std::string(GetParam().line) + "\n"));
+    EXPECT_EQ(dump(), before);
+    EXPECT_EQ(storedText(), stored);
+    ASSERT_FALSE(findings.empty());
+    EXPECT_EQ(findings[0].first, GetParam().path);
+    EXPECT_EQ(std::count_if(findings.begin(), findings.end(), [&](const auto &f) { return f == findings[0]; }), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Walk, Refusals,
+    testing::Values(
+        Refusal{"NoType", "'add': {'objects': [{'name': '/cell/d'}]}", "object with no type", "/add/objects/0"},
+        Refusal{"TypeOfOtherKind", "'add': {'objects': [{'name': '/cell/d', 'type': 1}]}", "object with no type", "/add/objects/0"},
+        Refusal{"UnknownType", "'add': {'objects': [{'name': '/cell/d', 'type': 'Cell'}]}", "no object handler for type Cell",
+                "/add/objects/0"},
+        Refusal{"NoName", "'add': {'objects': [{'type': 'node'}]}", "object of type node with no name", "/add/objects/0"},
+        Refusal{"RelativeName", "'add': {'objects': [{'name': 'node/x', 'type': 'node'}]}",
+                "object of type node: node/x is not a full name", "/add/objects/0"},
+        Refusal{"Existing",
+                "'add': {'objects': [{'name': '/cell/c/node/n1', 'type': 'node', 'props': {'cp.node.maintenancemode': 'true'}}]}",
+                "failed to add node object which already exists: /cell/c/node/n1", "/add/objects/0"},
+        Refusal{"ExistingInTheStore", "'add': {'objects': [{'name': '/cell/c/node/n1', 'type': 'node'}]}",
+                "deltaObjects failure: not added because object already found: /cell/c/node/n1", "/add/objects/0"},
+        Refusal{"NoParentName", "'add': {'objects': [[{'name': '/x', 'type': 'server'}]]}", "no parent name for /x", "/add/objects/0/0"},
+        Refusal{"OnePairName", "'add': {'objects': [{'name': '/server/x', 'type': 'server'}]}", "parent for /server/x was not found",
+                "/add/objects/0"},
+        Refusal{"MissingParent", "'add': {'objects': [{'name': '/cell/c/node/n9/server/s', 'type': 'server'}]}",
+                "parent for /cell/c/node/n9/server/s was not found", "/add/objects/0"},
+        Refusal{"ParentOfOtherType", "'add': {'objects': [{'name': '/cell/c/node/n1/transport/t', 'type': 'transport'}]}",
+                "parent for /cell/c/node/n1/transport/t was not found", "/add/objects/0"},
+        Refusal{"SetMissing", "'set': {'objects': [{'name': '/cell/c/node/n9', 'type': 'node', 'props': {'x': 1}}]}",
+                "set operation but object of type 'node' at '/cell/c/node/n9' was not found", "/set/objects/0"},
+        Refusal{"SetOfOtherType", "'set': {'objects': [{'name': '/cell/c/cluster/k', 'type': 'server', 'props': {'weight': 7}}]}",
+                "deltaObjects failure: object not found; failed to set property 'weight' to '7' on '/cell/c/cluster/k'", "/set/objects/0"},
+        Refusal{"DelMissing", "'del': {'objects': [{'name': '/cell/c/node/n9', 'type': 'node'}]}",
+                "deltaObjects failure: delete failed because '/cell/c/node/n9' was not found", "/del/objects/0"},
+        Refusal{"DelOfOtherType", "'del': {'objects': [{'name': '/cell/c/cluster/k', 'type': 'node'}]}",
+                "deltaObjects failure: delete failed because '/cell/c/cluster/k' was not found", "/del/objects/0"},
+        Refusal{"ArrayOfTexts", "'add': {'objects': [1, 'x']}", "deltaObjects: skip array element with no name under null",
+                "/add/objects/0"},
+        Refusal{"UnknownKind", "'add': {'relationships': {'webModule:vHostGroup': []}}",
+                "no relationship handler found for webModule:vHostGroup", "/add/relationships/webModule:vHostGroup"},
+        Refusal{"NoColon", "'add': {'relationships': {'a~/b': []}}", "no colon found in relationship a~/b", "/add/relationships/a~0~1b"},
+        Refusal{"HalfAPair", "'add': {'relationships': {'cluster:server': [{'cluster': '/cell/c/cluster/k'}]}}",
+                "skip relationship cluster:server; type server not found", "/add/relationships/cluster:server/0"},
+        Refusal{"NumberInAPair", "'add': {'relationships': {'cluster:server': [{'cluster': 3, 'server': 4}]}}",
+                "deltaRel: 'cluster:server' relationship has no 'cluster' string value", "/add/relationships/cluster:server/0"},
+        Refusal{"PairOfMissing",
+                "'add': {'relationships': {'cluster:server': [{'cluster': '/cell/c/cluster/k', 'server': '/cell/c/node/n9/server/s'}]}}",
+                "skip relationship cluster:server; object /cell/c/node/n9/server/s not found", "/add/relationships/cluster:server/0"},
+        Refusal{"PairOfOtherType",
+                "'add': {'relationships': {'cluster:server': [{'cluster': '/cell/c/node/n1/server/s1', 'server': "
+                "'/cell/c/node/n1/server/s1'}]}}",
+                "skip relationship cluster:server; object /cell/c/node/n1/server/s1 not found", "/add/relationships/cluster:server/0"},
+        Refusal{"PairAgain",
+                "'add': {'relationships': {'server:healthPolicy': [{'server': '/cell/c/node/n1/server/s1', 'healthPolicy': "
+                "'/cell/c/healthPolicy/slow'}]}}",
+                "deltaRel: add failure: reason='already exists', type='server:healthPolicy', name1='/cell/c/node/n1/server/s1', "
+                "name2='/cell/c/healthPolicy/slow'",
+                "/add/relationships/server:healthPolicy/0"},
+        Refusal{"PairNotThere",
+                "'del': {'relationships': {'server:healthPolicy': [{'server': '/cell/c/node/n2/server/s2', 'healthPolicy': "
+                "'/cell/c/healthPolicy/slow'}]}}",
+                "deltaRel: del failure: reason='delete', type='server:healthPolicy', name1='/cell/c/node/n2/server/s2', "
+                "name2='/cell/c/healthPolicy/slow'",
+                "/del/relationships/server:healthPolicy/0"},
+        Refusal{"SetPair",
+                "'set': {'relationships': {'cluster:server': [{'cluster': '/cell/c/cluster/k', 'server': '/cell/c/node/n1/server/s1'}]}}",
+                "unexpected set operation in cluster:server relationship", "/set/relationships/cluster:server/0"}),
+    [](const auto &tested) { return tested.param.name; });
+
+TEST_F(Document, NestingIsBounded) {
+    std::string open, close;
+    for (int i = 0; i < 70; i++) {
+        open += "{'name': '/cell/d" + std::to_string(i) + "', 'type': 'cell', 'objects': [";
+        close += "]}";
+    }
+    traceOn();
+    EXPECT_EQ(give(delta(6, "'add': {'objects': [" + open + close + "]}")), 6);
+    EXPECT_THAT(takeTrace(), HasSubstr("skip objects under /cell/d63; nesting deeper than 64"));
+    EXPECT_NE(object("/cell/d63"), nullptr);
+    EXPECT_EQ(object("/cell/d64"), nullptr);
+}
+
+// ---- properties ----
+
+TEST_F(Document, PropertiesByJsonType) {
+    traceOn();
+    EXPECT_EQ(give(delta(6,
+                         "'set': {'objects': [{'name': '/cell/c/node/n1/server/s1', 'type': 'server', 'props': {"
+                         "'weight': 99999999999, 'maxConnections': -99999999999, 'waitForContinue': true, 'connectTimeout': '7',"
+                         " 'ioTimeout': 1.5, 'unknown': 1, 'flag': false, 'gone': null}},"
+                         "{'name': '/cell/c/node/n1', 'type': 'node', 'props': {'number': 1, 'flag': true, 'none': null, 'list': []}},"
+                         "{'name': '/cell/c/node/n2', 'type': 'node', 'props': []}]}")),
+              6);
+    const std::string trace = takeTrace();
+    TargetServer *s1 = server(S1);
+    EXPECT_EQ(s1->weight, 2147483647);
+    EXPECT_EQ(s1->maxConnections, -2147483647 - 1);
+    EXPECT_EQ(s1->connectTimeout, 5) << "text is no number";
+    EXPECT_TRUE(s1->waitForContinue);
+    for (const char *line : {
+             "setting property 'weight' to '99999999999' for '/cell/c/node/n1/server/s1'\n",
+             "setting property 'gone' to null for '/cell/c/node/n1/server/s1'\n",
+             "failed to set string property connectTimeout on object /cell/c/node/n1/server/s1\n",
+             "failed to set integer property unknown on object /cell/c/node/n1/server/s1\n",
+             "failed to set tav_boolean property flag on object /cell/c/node/n1/server/s1\n",
+             "unknown type for property ioTimeout on object /cell/c/node/n1/server/s1\n",
+             "skip set property number on object /cell/c/node/n1; null integer property handler for object type node\n",
+             "skip set property flag on object /cell/c/node/n1; null tav_boolean property handler for object type node\n",
+             "skip set property none on object /cell/c/node/n1; null property handler for object type node\n",
+             "unknown type for property list on object /cell/c/node/n1\n",
+             "no props for /cell/c/node/n2 on set operation\n",
+         })
+        EXPECT_THAT(trace, HasSubstr(line));
+}
+
+TEST_F(Document, CellAndOwnServerSetTheInstance) {
+    tavSetServerName(tav, "c_n1_s1");
+    traceOn();
+    give(delta(6, "'set': {'objects': [{'name': '/cell/c', 'type': 'cell', 'props': {'cp.MaxRequestsPerDaemon': '4', 'other': 'x'}}]}"));
+    EXPECT_EQ(tav->maxRequestsPerDaemon, 4);
+    EXPECT_THAT(takeTrace(), HasSubstr("tavCellSetPropStr: other is not a supported custom property, ignoring it..."));
+    give(delta(
+        7, "'set': {'objects': [{'name': '/cell/c/node/n1/server/s1', 'type': 'server', 'props': {'cp.sf.MaxRequestsPerDaemon': '9'}}]}"));
+    EXPECT_EQ(tav->maxRequestsPerDaemon, 9);
+    give(delta(
+        8, "'set': {'objects': [{'name': '/cell/c/node/n1/server/s1', 'type': 'server', 'props': {'cp.sf.MaxRequestsPerDaemon': null}}]}"));
+    EXPECT_EQ(tav->maxRequestsPerDaemon, 4) << "the cell's value is back";
+    give(delta(9, "'set': {'objects': [{'name': '/cell/c', 'type': 'cell', 'props': {'cp.MaxHttpContextPoolSize': null}}]}"));
+    EXPECT_EQ(tav->maxHttpContextPoolSize, -1);
+}
+
+// ---- uris ----
+
+struct UriRow {
+    const char *name, *restVersion, *uri, *pattern;
+};
+
+class Uris : public CoreFixture, public testing::WithParamInterface<UriRow> {};
+
+TEST_P(Uris, PatternAndParent) {
+    const std::string text = quoted(std::string("{'version': 1") + GetParam().restVersion +
+                                    ", 'add': {'objects': [{'name': '/cell/c/application/a', 'type': 'application', 'objects': ["
+                                    "{'name': '/cell/c/application/a/webModule/w', 'type': 'webModule'},"
+                                    "{'name': '" +
+                                    GetParam().uri + "', 'type': 'uri'}]}]}}");
+    ASSERT_EQ(give(text), 1);
+    auto *module = static_cast<WebModule *>(tavRoutingInfoObjectGet(tav->routingInfo, "/cell/c/application/a/webModule/w"));
+    std::string patterns;
+    for (const char *uri : TavListRange<const char>(module->uris)) patterns += std::string(uri) + " ";
+    EXPECT_EQ(patterns, GetParam().pattern);
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, Uris,
+                         testing::Values(
+                             // A module of an old controller also serves "*".
+                             UriRow{"Unescaped", "", "/cell/c/application/a/webModule/w/uri//x/uri/*", "* /x/uri/* "},
+                             UriRow{"UnescapedNegative", ", 'restVersion': -2", "/cell/c/application/a/webModule/w/uri/*.jsp", "* *.jsp "},
+                             UriRow{"Escaped", ", 'restVersion': 0", "/cell/c/application/a/webModule/w/uri/\\\\/x\\\\/*", "/x/* "},
+                             UriRow{"UnescapedButNewRule", ", 'restVersion': 0", "/cell/c/application/a/webModule/w/uri//x/*", ""}),
+                         [](const auto &tested) { return tested.param.name; });
+
+// ---- deltas in place ----
+
+TEST_F(Document, DeltaInPlaceKeepsTheSnapshot) {
+    const TavRoutingInfo *before = tav->routingInfo;
+    ASSERT_EQ(give(delta(6,
+                         "'add': {'objects': [{'name': '/cell/c', 'type': 'cell', 'objects': [{'name': '/cell/c/node/n1', 'type': 'node',"
+                         "'objects': [{'name': '/cell/c/node/n1/server/s3', 'type': 'server', 'props': {'weight': 3}, 'objects': ["
+                         "{'name': '/cell/c/node/n1/server/s3/transport/t', 'type': 'transport', 'props': {'protocol': 'https', 'port': 1}}"
+                         "]}]}]}], 'relationships': {'cluster:server': [{'cluster': '/cell/c/cluster/k', 'server': "
+                         "'/cell/c/node/n1/server/s3'}]}}")),
+              6);
+    EXPECT_EQ(tav->routingInfo, before);
+    ASSERT_NE(server("/cell/c/node/n1/server/s3"), nullptr) << "the path down to it is refused entry by entry";
+    EXPECT_EQ(tavListGetCount(server("/cell/c/node/n1/server/s3")->endPoints[1]), 1);
+    EXPECT_EQ(connector->vid, 6);
+    EXPECT_THAT(storedText(), HasSubstr("\"version\": 6"));
+    expectSameAsRebuild();
+}
+
+TEST_F(Document, ResetTypesBuildAnew) {
+    const struct {
+        const char *name, *operations;
+        bool rebuilds;
+    } rows[] = {
+        {"property", "'set': {'objects': [{'name': '/cell/c/node/n1/server/s1', 'type': 'server', 'props': {'weight': 1}}]}", false},
+        {"application", "'set': {'objects': [{'name': '/cell/c/application/app', 'type': 'application', 'props': {'state': 'x'}}]}", true},
+        {"refused module", "'add': {'objects': [{'name': '/cell/c/application/app/webModule/w', 'type': 'webModule'}]}", true},
+        {"pair added", "'add': {'relationships': {'vHostGroup:webModule': []}}", false},
+        {"pair deleted",
+         "'del': {'relationships': {'vHostGroup:webModule': [{'vHostGroup': '/cell/c/vHostGroup/v', 'webModule': "
+         "'/cell/c/application/app/webModule/w'}]}}",
+         true},
+        {"server pair deleted",
+         "'del': {'relationships': {'server:webModule': [{'server': '/cell/c/node/n1/server/s1', 'webModule': "
+         "'/cell/c/application/app/webModule/w'}]}}",
+         false},
+        // Its nodes and applications go with it.
+        {"cell", "'del': {'objects': [{'name': '/cell/c', 'type': 'cell'}]}", true},
+    };
+    int version = 6;
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        TavRoutingInfo *before = tavRoutingInfoObtain(tav);
+        EXPECT_EQ(give(delta(version, row.operations)), version);
+        EXPECT_EQ(tav->routingInfo != before, row.rebuilds);
+        tavRoutingInfoRelease(before);
+        version++;
+        expectSameAsRebuild();
+    }
+    EXPECT_EQ(object(S1), nullptr);
+}
+
+TEST_F(Document, DeleteActsOnLeavesAndTakesChildrenAlong) {
+    ASSERT_EQ(
+        give(delta(
+            6,
+            "'del': {'relationships': {'cluster:server': [{'cluster': '/cell/c/cluster/k', 'server': '/cell/c/node/n2/server/s2'}]},"
+            "'objects': [{'name': '/cell/c/node/n1', 'type': 'node', 'objects': ["
+            "{'name': '/cell/c/node/n1/server/s1', 'type': 'server', 'objects': []}]}, {'name': '/cell/c/node/n2', 'type': 'node'}]}")),
+        6);
+    EXPECT_NE(object("/cell/c/node/n1"), nullptr) << "it only spells the path";
+    for (const char *gone :
+         {S1, S2, "/cell/c/node/n2", "/cell/c/node/n1/server/s1/transport/t1", "/cell/c/node/n2/server/s2/serverApplication/app"})
+        EXPECT_EQ(object(gone), nullptr) << gone;
+    EXPECT_THAT(storedText(), Not(HasSubstr("server/s1"))) << "the entry, what stands below it and the pairs that name it";
+    EXPECT_THAT(storedText(), Not(HasSubstr("server/s2")));
+    expectSameAsRebuild();
+}
+
+// The children of a deleted parent leave their names behind: nothing may follow them.
+TEST_F(Document, Tombstones) {
+    const std::string transport =
+        "{'name': '/cell/c/node/n1/server/s1/transport/t1', 'type': 'transport', 'props': {'host': 'h', 'protocol': 'http'}}";
+    ASSERT_EQ(give(delta(6, "'del': {'objects': [{'name': '/cell/c/node/n1/server/s1', 'type': 'server'}]}")), 6);
+    traceOn();
+    ASSERT_EQ(give(delta(7, "'set': {'objects': [" + transport + "]}")), 7);
+    EXPECT_THAT(takeTrace(),
+                HasSubstr("set operation but object of type 'transport' at '/cell/c/node/n1/server/s1/transport/t1' was not found\n"));
+    const std::string s1 = "{'name': '/cell/c/node/n1/server/s1', 'type': 'server', 'props': {'weight': 5}}";
+    ASSERT_EQ(give(delta(8, "'add': {'objects': [" + s1 + "]}")), 8);
+    EXPECT_EQ(tavListGetCount(server(S1)->endPoints[0]), 0);
+    takeTrace();
+    ASSERT_EQ(give(delta(9, "'del': {'objects': [" + transport + "]}")), 9);
+    EXPECT_THAT(takeTrace(), HasSubstr(" no parent wrapper, only calling delete wrapper"));
+    ASSERT_EQ(give(delta(10, "'add': {'objects': [" + transport +
+                                 ", {'name': '/cell/c/node/n1/server/s1/serverApplication/app', 'type': 'serverApplication'}]}")),
+              10);
+    EXPECT_EQ(tavListGetCount(server(S1)->endPoints[0]), 1);
+    EXPECT_EQ(tavListGetCount(server(S1)->serverApplications), 1);
+    ASSERT_EQ(give(delta(11, "'del': {'objects': [" + transport + "]}")), 11);
+    EXPECT_EQ(tavListGetCount(server(S1)->endPoints[0]), 0);
+    expectSameAsRebuild();
+}
+
+TEST_F(Document, ServerApplicationMayComeAgain) {
+    const char *name = "/cell/c/node/n1/server/s1/serverApplication/app";
+    const Object *handle = object(name);
+    traceOn();
+    ASSERT_EQ(give(delta(6, std::string("'add': {'objects': [{'name': '") + name +
+                                "', 'type': 'serverApplication', 'props': {'state': 'STOPPED'}}]}")),
+              6);
+    EXPECT_THAT(takeTrace(), HasSubstr(std::string("won't add serverApplication object which already exists: ") + name + "\n"));
+    EXPECT_EQ(object(name), handle);
+    EXPECT_THAT(dump(), HasSubstr("\"state\": \"STOPPED\"")) << "its properties are taken";
+    expectSameAsRebuild();
+    EXPECT_EQ(tavListGetCount(server(S1)->serverApplications), 1);
+}
+
+TEST_F(Document, ManyDeletionsCloseTheArraysUp) {
+    std::string add, del, last;
+    for (int i = 0; i < 200; i++) {
+        const std::string entry = "{'name': '/cell/c/cluster/x" + std::to_string(i) + "', 'type': 'cluster'}";
+        add += (i ? ", " : "") + entry;
+        if (i != 150) del += (del.empty() ? "" : ", ") + entry;
+    }
+    ASSERT_EQ(give(delta(6, "'add': {'objects': [{'name': '/cell/c', 'type': 'cell', 'objects': [" + add + "]}]}")), 6);
+    ASSERT_EQ(give(delta(7, "'del': {'objects': [" + del + "]}")), 7);
+    const json_t *cell = json_array_get(json_object_get(json_object_get(connector->json, "add"), "objects"), 0);
+    EXPECT_LT(json_array_size(json_object_get(cell, "objects")), 100u);
+    EXPECT_NE(object("/cell/c/cluster/x150"), nullptr);
+    ASSERT_EQ(give(delta(8, "'set': {'objects': [{'name': '/cell/c/cluster/x150', 'type': 'cluster', 'props': {'ioTimeoutRetry': 3}}]}")),
+              8);
+    ASSERT_EQ(give(delta(9, "'del': {'objects': [{'name': '/cell/c/cluster/x150', 'type': 'cluster'}]}")), 9);
+    expectSameAsRebuild();
+    EXPECT_THAT(storedText(), Not(HasSubstr("cluster/x")));
+}
+
+// ---- rules ----
+
+const char *const kRuleSet =
+    "{'name': '/cell/c/node/n1/server/s1/ruleSet/r', 'type': 'ruleSet', 'objects': ["
+    "{'name': '/cell/c/node/n1/server/s1/ruleSet/r/rule/20', 'type': 'rule', 'props': {'expression': \"uri LIKE '/a%'\", 'action': "
+    "':DEBUG'}},"
+    "{'name': '/cell/c/node/n1/server/s1/ruleSet/r/rule/3', 'type': 'rule', 'props': {'expression': \"port = 80\", 'action': ':INFO'}}]}";
+
+// kRuleSet's expressions have quotes of their own.
+std::string ruleDelta(int version, const std::string &operation, std::string entry) {
+    std::string text =
+        "{\"version\": " + std::to_string(version) + ", \"delta\": true, \"restVersion\": 1, \"" + operation + "\": {\"objects\": [";
+    bool inside = false;
+    for (char c : entry) {
+        if (c == '"') inside = !inside;
+        text += c == '\'' && !inside ? '"' : c;
+    }
+    return text + "]}}";
+}
+
+TEST_F(Document, TraceRulesFollowTheSnapshot) {
+    ASSERT_EQ(give(ruleDelta(6, "add", kRuleSet)), 6);
+    ASSERT_EQ(tavRulesGetCount(tav->requestTraceRules), 2);
+    const auto *first = static_cast<TavRule *>(tavListEleGetObject(tavListGetHead(tav->requestTraceRules->rules)));
+    EXPECT_STREQ(first->expressionString, "port = 80") << "by the number in the name";
+    for (int i = 0; i < 3; i++) rebuild();
+    EXPECT_EQ(tavRulesGetCount(tav->requestTraceRules), 2) << "not once more per snapshot";
+    TavRoutingInfo *held = tavRoutingInfoObtain(tav);
+    rebuild();
+    tavRoutingInfoRelease(held);
+    EXPECT_EQ(tavRulesGetCount(tav->requestTraceRules), 2) << "an old snapshot takes nothing along";
+    ASSERT_EQ(give(delta(7, "'del': {'objects': [{'name': '/cell/c/node/n1/server/s1/ruleSet/r/rule/3', 'type': 'rule'}]}")), 7);
+    EXPECT_EQ(tavRulesGetCount(tav->requestTraceRules), 1);
+    ASSERT_EQ(give(delta(8, "'del': {'objects': [{'name': '/cell/c/node/n1/server/s1', 'type': 'server'}]}")), 8);
+    EXPECT_EQ(tavRulesGetCount(tav->requestTraceRules), 0);
+    ASSERT_EQ(give(ruleDelta(9, "set", kRuleSet)), 9);
+    expectSameAsRebuild();
+}
+
+TEST_F(Document, EditionRulesAndTheirActions) {
+    const char *workClass =
+        "{'name': '/cell/c/application/app/webRouteWorkClass/Default_HTTP_WC', 'type': 'webRouteWorkClass', 'objects': ["
+        "{'name': '/cell/c/application/app/webRouteWorkClass/Default_HTTP_WC/rule/default', 'type': 'rule', 'props': {'expression': \"port "
+        "= 80\", 'action': 'reject:404'}},"
+        "{'name': '/cell/c/application/app/webRouteWorkClass/Default_HTTP_WC/rule/5', 'type': 'rule', 'props': {'expression': \"port = "
+        "81\", 'action': 'allow', 'other': 'x'}}]}";
+    takeTrace();
+    ASSERT_EQ(give(ruleDelta(6, "add", workClass)), 6);
+    EXPECT_THAT(takeTrace(), HasSubstr("allow")) << "the administrator hears of it";
+    auto *wrapper = static_cast<TavRuleParentWrapper *>(object("/cell/c/application/app/webRouteWorkClass/Default_HTTP_WC"));
+    auto *rules = static_cast<WebRouteWorkClass *>(wrapper->object)->rules;
+    ASSERT_EQ(tavRulesGetCount(rules), 2);
+    const auto *first = static_cast<TavRule *>(tavListEleGetObject(tavListGetHead(rules->rules)));
+    const auto *last = static_cast<TavRule *>(tavListEleGetObject(tavListGetTail(rules->rules)));
+    EXPECT_EQ(first->order, 5);
+    EXPECT_EQ(first->object, nullptr) << "no payload: the request is rejected with 500";
+    EXPECT_EQ(last->order, 999800);
+    EXPECT_EQ(actionGetRejectErrorCode(static_cast<Action *>(last->object)), 404);
+    const TavRoutingInfo *before = tav->routingInfo;
+    ASSERT_EQ(give(delta(7,
+                         "'set': {'objects': [{'name': '/cell/c/application/app/webRouteWorkClass/Default_HTTP_WC/rule/5', 'type': 'rule',"
+                         "'props': {'action': 'reject:503'}}]}")),
+              7);
+    EXPECT_EQ(tav->routingInfo, before) << "a rule changes in place";
+    EXPECT_EQ(actionGetRejectErrorCode(static_cast<Action *>(first->object)), 503);
+    ASSERT_EQ(give(delta(
+                  8, "'del': {'objects': [{'name': '/cell/c/application/app/webRouteWorkClass/Default_HTTP_WC/rule/5', 'type': 'rule'}]}")),
+              8);
+    EXPECT_EQ(tavRulesGetCount(rules), 1);
+}
+
+// ---- other processes ----
+
+// A worker has no stored documents: complete documents build the snapshot that is being received, deltas change the current one.
+TEST_F(CoreFixture, AWorkerAppliesWhatTheDaemonSends) {
+    const auto apply = [&](const std::string &text) {
+        json_t *document = json_loads(text.c_str(), 0, nullptr);
+        tavControlLock("test");
+        const int64_t version = tavHandleJsonFromDaemon(tav, document, connector);
+        tavControlUnlock();
+        json_decref(document);
+        return version;
+    };
+    tav->newRoutingInfo = tavRoutingInfoCreate(tav);
+    EXPECT_EQ(apply(site()), 5);
+    EXPECT_EQ(tavRoutingInfoObjectGet(tav->routingInfo, S1), nullptr) << "not before the switch";
+    TavRoutingInfo *received = std::exchange(tav->newRoutingInfo, nullptr);
+    ASSERT_NE(tavRoutingInfoObjectGet(received, W), nullptr);
+    tavControlLock("test");
+    tavSwitchToNewRoutingInfo(tav, received);
+    tavControlUnlock();
+    EXPECT_EQ(connector->json, nullptr);
+
+    EXPECT_EQ(apply(delta(6, "'set': {'objects': [{'name': '/cell/c/node/n1/server/s1', 'type': 'server', 'props': {'weight': 8}}]}")), 6);
+    EXPECT_EQ(static_cast<TargetServer *>(tavRoutingInfoObjectGet(tav->routingInfo, S1))->weight, 8);
+    traceOn();
+    EXPECT_EQ(apply(delta(7, "'del': {'objects': [{'name': '/cell/c/application/app/webModule/w', 'type': 'webModule'}]}")), 7);
+    EXPECT_THAT(takeTrace(), HasSubstr("can not change in a snapshot in use"));
+    EXPECT_NE(tavRoutingInfoObjectGet(tav->routingInfo, W), nullptr) << "requests read it without a lock";
+    EXPECT_EQ(tav->routingInfo, received);
+}
+
+TEST_F(Document, TheConnectorThatADocumentNames) {
+    EXPECT_EQ(tavFindConnectorFromJson(tav, connector->json), connector);
+    const struct {
+        const char *json, *line;
+    } rows[] = {
+        {"{}", "tavFindConnectorFromJson - json had no connector group name"},
+        {"{'connectorGroupName': 'g'}", "tavFindConnectorFromJson - json had no connector URL"},
+        {"{'connectorGroupName': 'h', 'connectorURL': 'u'}", "tavFindConnectorFromJson - did not find connector group h"},
+        {"{'connectorGroupName': 'g', 'connectorURL': 'http://127.0.0.1:10'}",
+         "tavFindConnectorFromJson - did not find connector with URL http://127.0.0.1:10"},
+    };
+    tavSetTraceSpec(tav, ":NOTICE,control.ipc:DEBUG");
+    for (const auto &row : rows) {
+        json_t *json = json_loads(quoted(row.json).c_str(), 0, nullptr);
+        takeTrace();
+        EXPECT_EQ(tavFindConnectorFromJson(tav, json), nullptr);
+        EXPECT_THAT(takeTrace(), HasSubstr(row.line));
+        json_decref(json);
+    }
+    EXPECT_EQ(tavFindConnectorFromJson(tav, nullptr), nullptr);
+}
+
+// Each connector group adds its own document to the snapshot.
+TEST_F(Document, GroupsShareASnapshot) {
+    TavConnectorGroup *other = tavConnectorGroupCreate(tav, "other");
+    TavConnector *second = tavConnectorCreate(other, "http://127.0.0.1:2");
+    EXPECT_EQ(tavHandleJsonFromRestService(quoted("{'version': 1, 'add': {'objects': [{'name': '/cell/d', 'type': 'cell'},"
+                                                  "{'name': '/cell/c/cluster/k', 'type': 'cluster'}]}}")
+                                               .c_str(),
+                                           second),
+              1);
+    EXPECT_NE(object("/cell/d"), nullptr);
+    EXPECT_NE(object(S1), nullptr);
+}
+
+// ---- interest ----
+
+TEST_F(CoreFixture, InterestSpecificationIsBuiltOnce) {
+    const std::string text = tavGetInterestSpec(tav, group);
+    EXPECT_EQ(text.substr(0, 56), "{'interests':\n{'objects':[\n{'type':'cell','props':['cp.w");
+    for (const char *piece : {
+             "'cond':'propStr$serverType in (\\'APPLICATION_SERVER\\',\\'TOMCAT_SERVER\\',\\'MORLE_SERVER\\',",
+             "'cond':'propStr$type in (\\'APPLICATION_SERVER\\',\\'DEPLOYMENT_MANAGER\\',\\'NODE_AGENT\\',\\'TOMCAT_SERVER\\',",
+             "{'type':'server','cond':'propStr$type in (\\'WEB_SERVER\\')','props':['cp.sf.webserverName',",
+             "'cond':'propStr$protocol in (\\'http\\',\\'https\\') or name=\\'ZKAGENT_PORT\\'',",
+             "{'type':'rule','cond':'parentType = \\'ruleSet\\'','props':['expression','action']\n",
+             "'relationships': [{'types':['webModule','vHostGroup']},\n{'types':['webModule','cluster']}",
+         })
+        EXPECT_THAT(text, HasSubstr(piece));
+    EXPECT_THAT(text, testing::EndsWith("{'types':['healthPolicy','server']}]}}\n"));
+    EXPECT_THAT(text, Not(HasSubstr("ppid")));
+    tavConnectorGroupSetEnableAdminTraffic(group, TRUE);
+    EXPECT_EQ(tavGetInterestSpec(tav, group), text);
+    TavConnectorGroup *other = tavConnectorGroupCreate(tav, "admin");
+    tavConnectorGroupSetEnableAdminTraffic(other, TRUE);
+    EXPECT_THAT(tavGetInterestSpec(tav, other), HasSubstr("serverType in (\\'APPLICATION_SERVER\\',\\'DEPLOYMENT_MANAGER\\',\\'TOMCAT"));
+    // With its quotes exchanged it is JSON.
+    std::string json = text;
+    for (size_t at; (at = json.find("\\'")) != std::string::npos;) json.replace(at, 2, "_");
+    json_t *parsed = json_loads(quoted(json).c_str(), 0, nullptr);
+    EXPECT_NE(parsed, nullptr);
+    json_decref(parsed);
+}
+
+} // namespace

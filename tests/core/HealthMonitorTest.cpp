@@ -1,0 +1,245 @@
+// Samples against policies, and the counting of reporters.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+
+#include "core/RecordingTransport.h"
+#include "tav/tavControl.h"
+#include "tav/tavRoutingInfo.h"
+#include "tavConnector/tavConnector.h"
+#include "tavHealthMonitor/tavHealthMonitor.h"
+#include "tavTargetSelector/tavTargetSelector.h"
+#include "tavUtil/tavMemory.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+const char kServer[] = "/cell/c/node/n/server/s";
+const char kPolicy[] = "/cell/c/healthPolicy/p";
+
+class Health : public RecordingTransport {
+protected:
+    void SetUp() override {
+        RecordingTransport::SetUp();
+        answer(200, "{\"version\": 1}");
+        reportsFrom = sent.size();
+        ri = tavRoutingInfoObtain(tav);
+        ts = tavRoutingInfoGetTargetSelector(ri);
+        server = tsServerCreate(tsNodeCreate(ts, "/cell/c/node/n"), kServer, connector);
+        ASSERT_TRUE(tsServerInit(server));
+        policy = hmHealthPolicyCreate(ts, kPolicy, connector);
+    }
+    void TearDown() override {
+        hmHealthPolicyDelete(policy);
+        tavRoutingInfoRelease(ri);
+        RecordingTransport::TearDown();
+    }
+
+    void sample(TavTime avgRT, int timeoutPct) {
+        {
+            TavLockGuard guard(ts->lock, "test");
+            hmCheckHealthPolicies(tav, nullptr, server, server->healthPolicies, avgRT, timeoutPct);
+        }
+        drainAsync();
+    }
+
+    // "policy server true" for each report since the last call.
+    std::vector<std::string> takeReports() {
+        std::vector<std::string> reports;
+        for (; reportsFrom < sent.size(); reportsFrom++) {
+            json_t *json = json_loads(sent[reportsFrom].body.c_str(), 0, nullptr);
+            const char *name = json_string_value(json_object_get(json, "healthPolicyName"));
+            const char *serverName = json_string_value(json_object_get(json, "serverName"));
+            reports.push_back(std::string(name ? name : "?") + " " + (serverName ? serverName : "?") + " " +
+                              (json_is_true(json_object_get(json, "healthPolicyTriggered")) ? "true" : "false"));
+            json_decref(json);
+        }
+        return reports;
+    }
+
+    // A trigger block as a worker sends it.
+    std::vector<char> block(bool triggered, const char *url = "http://127.0.0.1:1", const char *groupName = "g") {
+        std::vector<char> bytes(24);
+        int offsets[4];
+        const char *texts[] = {kPolicy, kServer, groupName, url};
+        for (int i = 0; i < 4; i++) {
+            offsets[i] = static_cast<int>(bytes.size());
+            bytes.insert(bytes.end(), texts[i], texts[i] + strlen(texts[i]) + 1);
+        }
+        const int len = static_cast<int>(bytes.size());
+        memcpy(&bytes[0], &len, 4);
+        bytes[4] = triggered;
+        memcpy(&bytes[8], offsets, 16);
+        return bytes;
+    }
+    void receive(std::vector<char> bytes, int reporter) {
+        TavControlScope control("test");
+        // A copy of exactly that size, so that the address sanitizer sees a read past it.
+        std::unique_ptr<char[]> copy(new char[bytes.size() ? bytes.size() : 1]);
+        std::copy(bytes.begin(), bytes.end(), copy.get());
+        hmServerProcessHandleMessage(tav, reinterpret_cast<HealthPolicyTriggerReq *>(copy.get()), bytes.size(), reporter);
+    }
+
+    TavRoutingInfo *ri = nullptr;
+    TargetSelector *ts = nullptr;
+    TargetServer *server = nullptr;
+    HealthPolicy *policy = nullptr;
+    size_t reportsFrom = 0;
+};
+
+const std::string kTriggered = std::string(kPolicy) + " " + kServer + " true";
+const std::string kUntriggered = std::string(kPolicy) + " " + kServer + " false";
+constexpr TavTime kNone = static_cast<TavTime>(-1);
+
+} // namespace
+
+TEST_F(Health, ReachingTriggersAndFallingBelowUntriggers) {
+    EXPECT_TRUE(tsLinkServerToHealthPolicy(server, policy, TRUE));
+    sample(100000, 100);
+    EXPECT_THAT(takeReports(), IsEmpty()) << "a policy without a type";
+    EXPECT_FALSE(hmHealthPolicySetPropStr(policy, "type", "excessiveResponseTime"));
+    EXPECT_FALSE(hmHealthPolicySetPropStr(policy, "kind", "ExcessiveResponseTime"));
+    EXPECT_FALSE(hmHealthPolicySetPropInt(policy, "type", 1));
+    EXPECT_TRUE(hmHealthPolicySetPropStr(policy, "type", "ExcessiveResponseTime"));
+    EXPECT_TRUE(hmHealthPolicySetPropInt(policy, "threshold", 500));
+    takeTrace();
+    const struct {
+        TavTime average;
+        int timeouts;
+        std::vector<std::string> reports;
+    } samples[] = {{499, 100, {}}, {500, 0, {kTriggered}},   {500, 0, {}},          {kNone, 0, {}}, {499, 0, {kUntriggered}},
+                   {499, 0, {}},   {70000, 0, {kTriggered}}, {0, 0, {kUntriggered}}};
+    for (const auto &s : samples) {
+        sample(s.average, s.timeouts);
+        EXPECT_EQ(takeReports(), s.reports) << s.average;
+    }
+    EXPECT_NE(
+        takeTrace().find("Health policy p was triggered for server s on node n in cell c: responses must stay below 500 ms on average and "
+                         "took 500 ms"),
+        std::string::npos);
+    EXPECT_TRUE(hmHealthPolicySetPropStr(policy, "type", "ExcessiveRequestTimeout"));
+    EXPECT_TRUE(hmHealthPolicySetPropInt(policy, "threshold", 20));
+    sample(100000, -1);
+    sample(0, 19);
+    EXPECT_THAT(takeReports(), IsEmpty());
+    sample(0, 20);
+    EXPECT_THAT(takeReports(), ElementsAre(kTriggered));
+    EXPECT_NE(takeTrace().find("requests that time out must stay below 20 percent and are 20 percent"), std::string::npos);
+}
+
+TEST_F(Health, LinksAndPoliciesComeAndGoInAnyOrder) {
+    hmHealthPolicySetPropStr(policy, "type", "ExcessiveResponseTime");
+    EXPECT_TRUE(tsLinkServerToHealthPolicy(server, policy, TRUE));
+    EXPECT_TRUE(tsLinkServerToHealthPolicy(server, policy, FALSE));
+    tsLinkServerToHealthPolicy(server, policy, FALSE); // there is none left
+    sample(1, -1);
+    EXPECT_THAT(takeReports(), IsEmpty());
+    // Deleting the policy takes its links with it.
+    TargetServer *other = tsServerCreate(tsServerGetNode(server), "/cell/c/node/n/server/t", connector);
+    HealthPolicy *kept = hmHealthPolicyCreate(ts, "kept", nullptr);
+    for (TargetServer *each : {server, other}) {
+        tsLinkServerToHealthPolicy(each, kept, TRUE);
+        tsLinkServerToHealthPolicy(each, policy, TRUE);
+    }
+    hmHealthPolicyDelete(policy);
+    policy = kept;
+    EXPECT_EQ(tavListGetCount(server->healthPolicies), 1);
+    EXPECT_EQ(tavListGetCount(other->healthPolicies), 1);
+    // Deleting a server takes its links out of the policy.
+    tsServerDelete(other);
+    EXPECT_EQ(kept->refcnt, 2);
+    EXPECT_EQ(hmHealthPolicyCreate(ts, nullptr, connector), nullptr);
+    EXPECT_EQ(kept->connector, nullptr);
+}
+
+TEST_F(Health, ReportersAreCounted) {
+    receive(block(true), 7);
+    receive(block(true), 8);
+    receive(block(true), 8);
+    EXPECT_THAT(takeReports(), ElementsAre(kTriggered));
+    receive(block(false), 9); // never reported it
+    receive(block(false), 8);
+    EXPECT_THAT(takeReports(), IsEmpty());
+    receive(block(false), 7);
+    EXPECT_THAT(takeReports(), ElementsAre(kUntriggered));
+    receive(block(false), 7);
+    EXPECT_THAT(takeReports(), IsEmpty());
+    // One goes away by itself, with everything that it reported; the others' reports stay.
+    receive(block(true), 7);
+    receive(block(true), 8);
+    takeReports();
+    TavControlScope control("test");
+    hmClientProcessCleanup(tav, 7);
+    EXPECT_THAT(takeReports(), IsEmpty());
+    hmClientProcessCleanup(tav, 8);
+    hmClientProcessCleanup(tav, 8);
+    EXPECT_THAT(takeReports(), ElementsAre(kUntriggered));
+}
+
+TEST_F(Health, AResetUntriggersWhatWasTriggered) {
+    {
+        TavControlScope control("test");
+        hmResetInfo(tav); // nothing there yet
+    }
+    receive(block(true), 7);
+    receive(block(true), 8);
+    takeReports();
+    {
+        TavControlScope control("test");
+        tavSetTraceSpec(tav, ":NOTICE,control.health:DEBUG");
+        takeTrace();
+        hmDumpTriggerMap(tav);
+        const std::string trace = takeTrace();
+        EXPECT_NE(trace.find("reporter=7\n"), std::string::npos) << trace;
+        hmResetInfo(tav);
+        EXPECT_THAT(takeReports(), ElementsAre(kUntriggered));
+        hmDumpTriggerMap(tav);
+        EXPECT_EQ(takeTrace().find("reporter="), std::string::npos);
+        hmResetInfo(tav);
+    }
+    EXPECT_THAT(takeReports(), IsEmpty());
+    receive(block(true), 8);
+    EXPECT_THAT(takeReports(), ElementsAre(kTriggered)) << "the first reporter again";
+}
+
+TEST_F(Health, ReportsForAnotherConnectorAreDropped) {
+    receive(block(true, "http://127.0.0.1:2"), 7);
+    receive(block(true, "http://127.0.0.1:1", "unknown"), 7);
+    EXPECT_THAT(takeReports(), IsEmpty());
+    receive(block(true), 7);
+    EXPECT_THAT(takeReports(), ElementsAre(kTriggered)) << "the dropped ones left no reporter";
+}
+
+TEST_F(Health, BlocksThatDoNotHoldTogetherAreDropped) {
+    const auto put = [](std::vector<char> &bytes, size_t at, int value) { memcpy(&bytes[at], &value, 4); };
+    const struct {
+        const char *name;
+        std::function<void(std::vector<char> &)> spoil;
+    } cases[] = {
+        {"empty", [](auto &b) { b.clear(); }},
+        {"head only, cut", [](auto &b) { b.resize(23); }},
+        {"head only", [&](auto &b) { b.resize(24), put(b, 0, 24); }},
+        {"shorter than it says", [](auto &b) { b.pop_back(); }},
+        {"longer than it says", [](auto &b) { b.push_back('\0'); }},
+        {"negative length", [&](auto &b) { put(b, 0, -1); }},
+        {"last text without its end", [](auto &b) { b.back() = 'x'; }},
+        {"offset in the head", [&](auto &b) { put(b, 8, 23); }},
+        {"offset 0", [&](auto &b) { put(b, 12, 0); }},
+        {"negative offset", [&](auto &b) { put(b, 16, -4); }},
+        {"offset at the end", [&](auto &b) { put(b, 20, static_cast<int>(b.size())); }},
+        {"offset far away", [&](auto &b) { put(b, 20, 0x7fffffff); }},
+    };
+    for (const auto &c : cases) {
+        std::vector<char> bytes = block(true);
+        c.spoil(bytes);
+        receive(bytes, 7);
+        EXPECT_THAT(takeReports(), IsEmpty()) << c.name;
+    }
+    receive(block(true), 7);
+    EXPECT_THAT(takeReports(), ElementsAre(kTriggered));
+}

@@ -1,0 +1,255 @@
+// Creation, states, properties, names, proxies, host endpoints and the instance's own thread.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+
+#include "core/CoreFixture.h"
+#include "tav/tavEndPointRef.h"
+#include "tav/tavInternal.h"
+#include "tav/tavRoutingInfo.h"
+#include "tavHttpContext/tavInstanceForContext.h"
+#include "tavUtil/tavMemory.h"
+
+namespace {
+
+char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
+
+struct BadTable {
+    const char *name;
+    std::function<void(EnvCallBacks &)> spoil;
+    const char *message;
+};
+
+class CreateRefuses : public testing::TestWithParam<BadTable> {};
+
+TEST_P(CreateRefuses, WithTheSlotsName) {
+    EnvCallBacks env = fakeHostCallBacks();
+    env.version = TAV_ENV_VERSION;
+    GetParam().spoil(env);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(tavCreate(&env, nullptr, catalogue), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), GetParam().message);
+}
+
+#define SLOT_MESSAGE(slot) "ERROR: TAV library initialization failure: EnvCallBacks." slot " is invalid in call to tavCreate\n"
+
+INSTANTIATE_TEST_SUITE_P(
+    Tables, CreateRefuses,
+    testing::Values(BadTable{"version", [](EnvCallBacks &e) { e.version = 19357; },
+                             "ERROR: TAV library initialization failure: EnvCallBacks.version is invalid in call to tavCreate: 19357 != 19358\n"},
+                    BadTable{"protocol", [](EnvCallBacks &e) { e.http.request.getProtocol = nullptr; }, SLOT_MESSAGE("http.request.getProtocol")},
+                    // The first missing slot in the order of the checks is named, not the first in the table.
+                    BadTable{"order",
+                             [](EnvCallBacks &e) {
+                                 e.http.request.getClientIpAddr = nullptr;
+                                 e.http.request.getPath = nullptr;
+                             },
+                             SLOT_MESSAGE("http.request.getPath")},
+                    BadTable{"last", [](EnvCallBacks &e) { e.http.request.getCookieValue = nullptr; },
+                             SLOT_MESSAGE("http.request.getCookieValue")}),
+    [](const auto &tested) { return tested.param.name; });
+
+TEST(Create, RefusesMissingTableAndCatalogue) {
+    char missing[] = "/nonexistent/trace.xml";
+    EnvCallBacks env = fakeHostCallBacks();
+    env.version = TAV_ENV_VERSION;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(tavCreate(nullptr, nullptr, catalogue), nullptr);
+    EXPECT_EQ(tavCreate(&env, nullptr, nullptr), nullptr);
+    EXPECT_EQ(tavCreate(&env, nullptr, missing), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ERROR: first argument (EnvCallBacks) to tavCreate must not be NULL\n"
+              "ERROR: both 2nd and 3rd arguments to tavCreate may not be NULL\n"
+              "ERROR: failed to open /nonexistent/trace.xml in tavCreate: No such file or directory\n");
+}
+
+TEST(Create, OptionalSlotsMayBeMissing) {
+    EnvCallBacks env = fakeHostCallBacks();
+    env.version = TAV_ENV_VERSION;
+    env.http.response = {};
+    env.http.request.getHeaderValue = nullptr;
+    env.http.request.getMethod = nullptr;
+    const int before = tavGetMemCount();
+    Tav *tav = tavCreate(&env, nullptr, catalogue);
+    ASSERT_NE(tav, nullptr);
+    EXPECT_EQ(tavGetState(tav), STOPPED);
+    EXPECT_NE(tavGetEnvCallBacks(tav)->http.connector.open, nullptr) << "the library's own transport";
+    EXPECT_NE(tavGetEnvCallBacks(tav)->alarm_ex, nullptr) << "the library's own alarm";
+    tavDestroy(tav);
+    trDestroy();
+    EXPECT_EQ(tavGetMemCount(), before);
+}
+
+class Instance : public CoreFixture {};
+
+TEST_F(Instance, StateNamesAndPredicates) {
+    struct Row {
+        TavComponentState state;
+        const char *name;
+        bool startable, stoppable, initialized, stopped, usable, canRoute;
+    };
+    const Row rows[] = {
+        {INVALID, "UNKNOWN", false, false, false, false, false, false},    {STARTING, "STARTING", false, true, false, false, true, true},
+        {STARTED, "STARTED", false, true, true, false, true, true},        {PARTIAL_START, "PARTIAL START", false, true, false, false, true, true},
+        {FAILED, "FAILED", true, false, true, false, false, true},         {STOPPING, "STOPPING", false, false, true, false, false, false},
+        {STOPPED, "STOPPED", true, false, true, true, false, false},       {DELETED, "UNKNOWN", false, false, false, true, false, false},
+    };
+    const TavComponentState restore = tav->state;
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.state);
+        tav->state = row.state;
+        EXPECT_STREQ(tavState2String(row.state), row.name);
+        EXPECT_EQ(isStartable(tav), row.startable);
+        EXPECT_EQ(isStoppable(tav), row.stoppable);
+        EXPECT_EQ(isInitialized(tav), row.initialized);
+        EXPECT_EQ(tavIsStopped(tav), row.stopped);
+        EXPECT_EQ(tavIsUsable(tav), row.usable);
+        EXPECT_EQ(tavCanRoute(tav), row.canRoute);
+    }
+    tav->state = restore;
+}
+
+TEST_F(Instance, ServerNameGivesPaths) {
+    struct Row {
+        const char *name, *cell, *server;
+    };
+    const Row rows[] = {
+        {"c1_a2_s9", "/cell/c1", "/cell/c1/node/a2/server/s9"},
+        {"abc", "/cell/abc", "/cell/abc"},
+        {"c1_a2", "/cell/c1", "/cell/c1/node/a2"},
+        {"c1_a2_s9_more", "/cell/c1", "/cell/c1/node/a2/server/s9"},
+        {"", "/cell/c1", ""},       // the cell's path stays
+        {nullptr, "/cell/c1", ""},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name ? row.name : "(null)");
+        tavSetServerName(tav, row.name);
+        EXPECT_STREQ(tav->cellPath, row.cell);
+        EXPECT_STREQ(tavGetServerPath(tav), row.server);
+    }
+}
+
+TEST_F(Instance, PropertiesTakeEffect) {
+    TavProperties *props = tavGetProperties(tav);
+    const auto set = [&](const char *name, const char *value) { return tavPropertySet(props, name, value, TRUE); };
+    EXPECT_EQ(set("maxhttpcontextpoolsize", "7"), 0) << "any case";
+    EXPECT_STREQ(tavPropertyGet(props, "MaxHttpContextPoolSize"), "7") << "under the table's own spelling";
+    EXPECT_EQ(tav->maxHttpContextPoolSize, 7);
+    EXPECT_EQ(set("MaxHttpContextPoolSize", nullptr), 0);
+    EXPECT_EQ(tav->maxHttpContextPoolSize, -1);
+    EXPECT_EQ(set("NoSuchProperty", "1"), -1);
+
+    set("MaxElapsedTimePerRequestInSeconds", "0");
+    EXPECT_EQ(tavGetMaxElapsedTimePerRequest(tav), TAV_NO_VALUE);
+    set("MaxElapsedTimePerRequestInSeconds", "4294968");
+    EXPECT_EQ(tavGetMaxElapsedTimePerRequest(tav), 704u) << "wraps in 32 bits";
+    set("MaxElapsedTimePerRequestInSeconds", "2");
+    EXPECT_EQ(tavGetMaxElapsedTimePerRequest(tav), 2000u);
+
+    set("disablePrivateHeaders", "TRUE");
+    EXPECT_TRUE(tavPrivateHeadersDisabled(tav));
+    set("disablePrivateHeaders", "yes");
+    EXPECT_FALSE(tavPrivateHeadersDisabled(tav));
+    set("MaxSecondsToWaitDuringAtomicRollout", "abc");
+    EXPECT_EQ(tavGetMaxSecondsToWaitDuringAtomicRollout(tav), 0) << "no number reads as 0";
+
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(set("DefaultRequestTraceSpec", "x:VERBOSE"), -1);
+    EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::HasSubstr("INVALID trace spec level name: 'VERBOSE'"));
+    EXPECT_EQ(set("DefaultRequestTraceSpec", ":DEBUG"), 0);
+    EXPECT_NE(tav->customPropDefaultRequestTraceSpec, nullptr);
+    EXPECT_EQ(set("DefaultRequestTraceSpec", ""), 0);
+    EXPECT_EQ(tav->customPropDefaultRequestTraceSpec, nullptr);
+}
+
+TEST_F(Instance, ServerCustomPropertyOverridesAndRestores) {
+    TavProperties *props = tavGetProperties(tav);
+    tavPropertySet(props, "MaxRequestsPerDaemon", "5", TRUE);
+    EXPECT_TRUE(tavSetServerCustomProperty(tav, "cp.sf.maxrequestsperdaemon", "9"));
+    EXPECT_EQ(tav->maxRequestsPerDaemon, 9);
+    tavPropertySet(props, "MaxRequestsPerDaemon", "6", TRUE);
+    EXPECT_EQ(tav->maxRequestsPerDaemon, 9) << "the server's value takes precedence";
+    EXPECT_TRUE(tavSetServerCustomProperty(tav, "cp.sf.MaxRequestsPerDaemon", nullptr));
+    EXPECT_EQ(tav->maxRequestsPerDaemon, 6) << "the instance's own value is back";
+    EXPECT_FALSE(tavSetServerCustomProperty(tav, "cp.sf.unknown", "1"));
+
+    tavSetServerCustomProperty(tav, "cp.sf.enableEndpointSelectionBasedOnMatchedVHost", "true");
+    EXPECT_TRUE(tavSelectsEndpointByVHost(tav));
+}
+
+TEST_F(Instance, TrustedProxies) {
+    tavPropertySet(tavGetProperties(tav), "TrustedProxyList", "10.0.0.1::10.0.0.2:10.0.0.1", TRUE);
+    EXPECT_EQ(tavListGetCount(tav->trustedProxyList), 2);
+    EXPECT_TRUE(tavIsTrustedProxy(tav, "10.0.0.2")) << "whatever TrustedProxyEnable says";
+    EXPECT_FALSE(tavIsTrustedProxy(tav, "10.0.0.20"));
+    EXPECT_FALSE(tavIsTrustedProxy(tav, nullptr));
+    tavSetTrustedProxies(tav, "10.9.9.9");
+    EXPECT_FALSE(tavIsTrustedProxy(tav, "10.9.9.9"));
+    tavPropertySet(tavGetProperties(tav), "TrustedProxyList", nullptr, TRUE);
+    EXPECT_TRUE(tavIsTrustedProxy(tav, "10.0.0.1")) << "a missing value changes nothing";
+}
+
+TEST_F(Instance, StartAndStopAnswerByState) {
+    EXPECT_EQ(tavStart(tav, -1), -1) << "the fixture has started it";
+    EXPECT_EQ(tavStop(tav), 0);
+    EXPECT_EQ(tavGetState(tav), STOPPED);
+    EXPECT_EQ(tavStop(tav), -1);
+    EXPECT_EQ(tavHttpContextObtain(tav, nullptr), nullptr) << "a stopped instance routes nothing";
+    EXPECT_EQ(tavStart(tav, 1), 0) << "a time-out of one second does not wait";
+    EXPECT_EQ(tavGetState(tav), STARTING);
+}
+
+TEST_F(Instance, CheckStateFollowsTheGroups) {
+    TavConnectorGroup *second = tavConnectorGroupCreate(tav, "second");
+    struct Row {
+        TavComponentState first, second, expected;
+    };
+    const Row rows[] = {
+        {STARTED, STARTED, STARTED},  {STARTED, FAILED, PARTIAL_START}, {STARTING, STARTED, STARTING}, {STOPPING, FAILED, STOPPING},
+        {STOPPED, STOPPED, STOPPED},  {STOPPED, FAILED, STOPPED},       {FAILED, FAILED, FAILED},      {FAILED, INVALID, FAILED},
+        {INVALID, DELETED, STOPPED},  {STARTED, DELETED, PARTIAL_START},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(testing::Message() << row.first << ' ' << row.second);
+        tav->state = INVALID;
+        group->state = row.first;
+        second->state = row.second;
+        tavCheckState(tav);
+        EXPECT_EQ(tavGetState(tav), row.expected);
+    }
+    group->state = second->state = STOPPED;
+}
+
+TEST_F(Instance, AsyncWorkRunsInOrderAndIsDiscardedAtTheEnd) {
+    static std::atomic<int> ran, discarded;
+    ran = discarded = 0;
+    static int order[3];
+    for (int &slot : order)
+        tavProcessAsync(
+            tav, &slot, [](Tav *, void *obj) { *static_cast<int *>(obj) = ++ran; }, [](void *) { ++discarded; });
+    for (int seen = ran.load(); seen < 3; seen = ran.load()) std::this_thread::yield();
+    EXPECT_THAT(order, testing::ElementsAre(1, 2, 3));
+    tavObtainRef(tav, "test");
+    tavDestroy(tav);
+    int late = 0;
+    tavProcessAsync(
+        tav, &late, [](Tav *, void *) { ++ran; }, [](void *) { ++discarded; });
+    EXPECT_EQ(ran, 3);
+    EXPECT_EQ(discarded, 1);
+    tavReleaseRef(tav, "test");
+    tav = nullptr;
+}
+
+TEST_F(Instance, SnapshotIsNeverNull) {
+    TavRoutingInfo *ri = tavRoutingInfoObtain(tav);
+    ASSERT_NE(ri, nullptr);
+    EXPECT_TRUE(tavRoutingInfoIsPublished(ri));
+    EXPECT_EQ(tavRoutingInfoObtain(nullptr), nullptr);
+    tavRoutingInfoRelease(ri);
+    tavRoutingInfoRelease(nullptr);
+    EXPECT_FALSE(tavSetPartitionData(tav, nullptr, nullptr));
+}
+
+} // namespace

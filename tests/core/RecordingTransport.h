@@ -1,0 +1,159 @@
+// A controller under the test's command: every request, client, alarm and state change is recorded, and answers come when the test says so.
+#ifndef CORE_RECORDINGTRANSPORT_H
+#define CORE_RECORDINGTRANSPORT_H
+
+#include <atomic>
+#include <future>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "core/CoreFixture.h"
+#include "tavUtil/tavMemory.h"
+
+class RecordingTransport : public CoreFixture {
+protected:
+    struct Sent {
+        EnvConnectorClient *client;
+        std::string method, uri, body;
+        int timeout;
+        TavHttpResponseCallBack callback;
+        TavHttpResponseContext *passback;
+        bool answered = false;
+    };
+    struct Alarm {
+        void (*fn)(void *);
+        void *arg;
+        int milliseconds;
+    };
+    enum Hostility { FAIR, ANSWERS_INSIDE, ANSWERS_INSIDE_AND_REFUSES };
+
+    RecordingTransport() {
+        self = this;
+        env.http.connector.open = [](TavConnector *c) { return self->open(tavConnectorGetURL(c)); };
+        env.http.connector.close = [](EnvConnectorClient *client) { self->closed.push_back(client); };
+        env.http.connector.freeResponse = [](TavHttpResponse *response) {
+            self->freed++;
+            delete response;
+        };
+        env.http.connector.sendRequest = [](EnvConnectorClient *client, const char *method, const char *uri, const char *body, int timeout,
+                                            TavHttpResponseCallBack callback, TavHttpResponseContext *passback) {
+            return self->send({client, method, uri, body ? body : "", timeout, callback, passback});
+        };
+        env.alarm = [](void (*fn)(void *), void *arg, int milliseconds) {
+            self->alarms.push_back({fn, arg, milliseconds});
+            if (self->alarmFiresInside) self->fire();
+            return 0;
+        };
+        env.stateChange.tavConnectorGroup = [](TavConnectorGroup *, TavComponentState state, char *reason) {
+            self->states.push_back(std::string("group ") + tavState2String(state) + ": " + reason);
+        };
+        env.stateChange.tavConnector = [](TavConnector *c, TavComponentState state, char *reason) {
+            self->states.push_back(std::string(tavConnectorGetURL(c)) + " " + tavState2String(state) + ": " + reason);
+            if (self->onConnectorState) self->onConnectorState(c, state);
+        };
+    }
+
+    // Ends polling, lets pending alarms find that, and leaves the unanswered requests to the fixture.
+    void TearDown() override {
+        hostility = FAIR;
+        alarmFiresInside = false;
+        onConnectorState = nullptr;
+        tavStop(tav);
+        while (!alarms.empty()) fire();
+        for (const Sent &request : sent) {
+            if (!request.answered) pending().push_back({request.callback, request.passback, "", "", ""});
+        }
+        CoreFixture::TearDown();
+        EXPECT_EQ(freed, answers);
+    }
+
+    EnvConnectorClient *open(const std::string &url) {
+        if (unreachable.count(url)) return nullptr;
+        opened.push_back(url);
+        return reinterpret_cast<EnvConnectorClient *>(opened.size());
+    }
+
+    int send(Sent request) {
+        if (sendResult != 0) return sendResult;
+        if (hostility != FAIR) {
+            const int result = hostility == ANSWERS_INSIDE ? 0 : -7;
+            hostility = FAIR;
+            request.answered = true;
+            const size_t index = sent.size();
+            sent.push_back(request);
+            request.callback(response(200, insideBody.c_str()), request.passback);
+            return index < sent.size() ? result : -1;
+        }
+        sent.push_back(request);
+        return 0;
+    }
+
+    TavHttpResponse *response(int code, const char *body) {
+        answers++;
+        auto *made = new TavHttpResponse{};
+        made->responseCode = code;
+        made->body = const_cast<char *>(body);
+        return made;
+    }
+
+    // Answers the last request that was not answered yet.
+    void answer(int code, const char *body) { answer(lastOpen(), response(code, body)); }
+    void answerNothing() { answer(lastOpen(), nullptr); }
+    size_t lastOpen() const {
+        size_t index = sent.size();
+        while (index > 0 && sent[index - 1].answered) index--;
+        EXPECT_GT(index, 0u) << "no request waits for an answer";
+        return index - 1;
+    }
+    void answer(size_t index, TavHttpResponse *what) {
+        sent[index].answered = true;
+        sent[index].callback(what, sent[index].passback);
+    }
+    void fire() {
+        const Alarm alarm = alarms.back();
+        alarms.pop_back();
+        alarm.fn(alarm.arg);
+    }
+
+    // Waits until the instance's own thread has done what was queued before, and what that queued. Returns the blocks in use then.
+    int drainAsync() {
+        int blocks = 0;
+        for (int round = 0; round < 3; round++) {
+            std::promise<int> done;
+            const auto report = [](Tav *, void *obj) {
+                static_cast<std::promise<int> *>(obj)->set_value(tavGetMemCount() - 1); // without this very work
+            };
+            tavProcessAsync(tav, &done, report, nullptr);
+            blocks = done.get_future().get();
+        }
+        return blocks;
+    }
+
+    // The same, and the thread has freed its last work too. Gives up when the count does not come back to `expected`.
+    void settle(int expected) {
+        drainAsync();
+        for (int turn = 0; turn < 1000000 && tavGetMemCount() != expected; turn++) std::this_thread::yield();
+    }
+
+    std::vector<std::string> takeStates() { return std::exchange(states, {}); }
+
+    std::vector<Sent> sent;
+    std::vector<Alarm> alarms;
+    std::vector<std::string> opened;
+    std::vector<EnvConnectorClient *> closed;
+    std::vector<std::string> states;
+    std::set<std::string> unreachable;
+    int sendResult = 0;
+    int freed = 0;
+    int answers = 0;
+    Hostility hostility = FAIR;
+    std::string insideBody = "{\"version\": 1}";
+    bool alarmFiresInside = false;
+    void (*onConnectorState)(TavConnector *c, TavComponentState state) = nullptr;
+
+private:
+    static inline RecordingTransport *self;
+};
+
+#endif

@@ -1,0 +1,208 @@
+#include "FakesForSelector.h"
+
+#include <mutex>
+
+#include "tavHealthMonitor/tavConnectorForHealth.h"
+#include "tavTargetSelector/tavConnectorForSelector.h"
+#include "tavUtil/tavMemory.h"
+#include "tavUtil/tavString.h"
+
+SelectorWorld world;
+static std::mutex worldMutex;
+
+// ---- connectors ----
+
+static void noteLock() {
+    if (world.selectorLock && world.selectorLock->heldBy.load()) world.lockedConnectorCalls++;
+}
+
+void tavConnectorObtainRef(TavConnector *connector, const char *) noexcept { connector->refs++; }
+void tavConnectorReleaseRef(TavConnector *connector, const char *) noexcept { connector->refs--; }
+void tavConnectorPostRoutingChange(TavConnector *, const char *path, Boolean add, Boolean fromDaemonSide) noexcept {
+    const std::lock_guard guard(worldMutex);
+    noteLock();
+    EXPECT_TRUE(fromDaemonSide);
+    world.routes.push_back((add ? "+" : "-") + std::string(path));
+}
+
+// ---- shared host endpoints ----
+
+struct EnvTargetEndpoint {
+    std::string name;
+};
+struct _EndPointRef {
+    EnvTargetEndpoint host;
+    int holders;
+};
+
+EndPointRef *tavEndPointRefObtain(Tav *, TavTargetEndpoint *endpoint) noexcept {
+    const std::lock_guard guard(worldMutex);
+    if (world.hostRefuses) return nullptr;
+    EndPointRef *&ref = world.endpointByName[tavTargetEndpointGetName(endpoint)];
+    if (!ref) {
+        ref = new EndPointRef{{tavTargetEndpointGetName(endpoint)}, 0};
+        const char *host = tavTargetEndpointGetHostName(endpoint);
+        world.endpoints.push_back("create " + ref->host.name + " " + (host ? host : "-") + ":" +
+                                  std::to_string(tavTargetEndpointGetPort(endpoint)));
+        world.endpointsAlive++;
+    }
+    ref->holders++;
+    return ref;
+}
+
+void tavEndPointRefAddHolder(EndPointRef *ref) noexcept {
+    const std::lock_guard guard(worldMutex);
+    ref->holders++;
+}
+
+static void forget(EndPointRef *ref) {
+    auto found = world.endpointByName.find(ref->host.name);
+    if (found != world.endpointByName.end() && found->second == ref) world.endpointByName.erase(found);
+}
+
+void tavEndPointRefRelease(Tav *, EndPointRef *ref) noexcept {
+    const std::lock_guard guard(worldMutex);
+    if (--ref->holders > 0) return;
+    forget(ref);
+    world.endpoints.push_back("delete " + ref->host.name);
+    world.endpointsAlive--;
+    delete ref;
+}
+
+void tavEndPointRefDetach(Tav *, EndPointRef *ref) noexcept {
+    const std::lock_guard guard(worldMutex);
+    forget(ref);
+}
+
+EnvTargetEndpoint *tavEndPointRefGet(const EndPointRef *ref) noexcept { return const_cast<EnvTargetEndpoint *>(&ref->host); }
+
+// ---- instance ----
+
+void tavLockPartitionData(Tav *, const char *) noexcept { worldMutex.lock(); }
+void tavUnlockPartitionData(Tav *) noexcept { worldMutex.unlock(); }
+Boolean tavHasPartitionData(Tav *) noexcept { return !world.partitions.empty(); }
+PartitionIDData *tavGetPartitionData(Tav *, const char *key) noexcept {
+    auto found = world.partitions.find(key ? key : "");
+    return found == world.partitions.end() ? nullptr : found->second;
+}
+Boolean tavIsOwnServerPath(Tav *, const char *name) noexcept { return world.ownServer == name; }
+Boolean tavSetServerCustomProperty(Tav *, const char *name, const char *value) noexcept {
+    noteLock();
+    world.customProperties.push_back(std::string(name) + "=" + (value ? value : "(null)"));
+    return world.customProperties.size() < 2; // the first is recognised, so that both answers are seen
+}
+
+// ---- what the health monitor asks for; weak, so that its own tests may bring more ----
+
+#define FAKE_WEAK __attribute__((weak))
+FAKE_WEAK HealthMonitor *tavGetHealthMonitor(Tav *) noexcept { return world.healthMonitor; }
+FAKE_WEAK Boolean tavIsClientProcess(Tav *) noexcept { return FALSE; }
+FAKE_WEAK void tavControlLock(const char *) noexcept {}
+FAKE_WEAK void tavControlUnlock() noexcept {}
+FAKE_WEAK int tavClientProcessSendHealthTrigger(Tav *, void *, int) noexcept { return -1; }
+FAKE_WEAK TavConnectorGroup *tavConnectorGetGroup(TavConnector *) noexcept { return nullptr; }
+FAKE_WEAK const char *tavConnectorGroupGetName(TavConnectorGroup *) noexcept { return "group"; }
+FAKE_WEAK const char *tavConnectorGetURL(TavConnector *) noexcept { return "http://controller"; }
+FAKE_WEAK void tavProcessAsync(Tav *, void *obj, AsyncCallbackFcn, void (*discard)(void *)) noexcept { discard(obj); }
+FAKE_WEAK TavConnectorGroup *tavFindConnectorGroup(Tav *, const char *) noexcept { return nullptr; }
+FAKE_WEAK TavConnector *tavConnectorGroupGetCurConnector(TavConnectorGroup *) noexcept { return nullptr; }
+FAKE_WEAK void tavConnectorSendHealthTrigger(TavConnector *, json_t *) noexcept {}
+
+// ---- fixture ----
+
+void SelectorTest::SetUp() {
+    ModelTest::SetUp();
+    world = {};
+    fakeNow = 1000000;
+    tavSetClock([] { return fakeNow; });
+    rm = rmCreate(&ri);
+    ri.requestMapper = rm;
+    application = rmApplicationCreate(rm, "/cell/c/application/shop");
+    module = rmWebModuleCreate(application, moduleName, 1);
+    ts = tsCreate(&ri);
+    ASSERT_TRUE(ts);
+    ri.targetSelector = ts;
+    world.selectorLock = ts->lock;
+    node = tsNodeCreate(ts, "/cell/c/node/n");
+    cluster = tsClusterCreate(ts, "/cell/c/cluster/k");
+    vc = tsVirtualClusterCreate(ts, module, moduleName);
+    tsLinkVirtualClusterToCluster(vc, cluster, TRUE);
+}
+
+void SelectorTest::TearDown() {
+    world.selectorLock = nullptr;
+    rmDelete(rm); // a snapshot's mapper dies before its selector
+    const size_t routes = world.routes.size();
+    tsDelete(ts);
+    EXPECT_EQ(world.routes.size(), routes) << "a dying snapshot is silent";
+    for (Back &b : backs) EXPECT_TRUE(b.handle.stale) << b.path;
+    EXPECT_EQ(connector.refs, 1);
+    EXPECT_EQ(world.endpointsAlive, 0);
+    EXPECT_EQ(world.lockedConnectorCalls, 0);
+    tavSetClock(nullptr);
+    ModelTest::TearDown();
+}
+
+Back &SelectorTest::bareBack(const char *name) {
+    Back &b = backs.emplace_back();
+    b.server = tsServerCreate(node, (std::string("/cell/c/node/n/server/") + name).c_str(), &connector);
+    tsServerInit(b.server);
+    b.path = std::string("/cell/c/node/n/server/") + name + "/serverApplication/shop";
+    tsServerApplicationCreate(b.server, b.path.c_str(), &connector, &b.handle);
+    b.sapp = b.handle.serverApplication;
+    return b;
+}
+
+TavTargetEndpoint *SelectorTest::endpoint(TargetServer *server, const char *name, const char *protocol, const char *host, int port) {
+    TavTargetEndpoint *ep = tsEndPointCreate(server, name);
+    tsEndPointSetPropStr(ep, "protocol", protocol);
+    tsEndPointSetPropStr(ep, "host", host);
+    tsEndPointSetPropInt(ep, "port", port);
+    tsEndPointInit(ep);
+    return ep;
+}
+
+Back &SelectorTest::back(const char *name, const char *cloneId) {
+    Back &b = bareBack(name);
+    b.http = endpoint(b.server, (std::string("tp-") + name).c_str(), "http", (std::string(name) + ".example").c_str(), 9080);
+    if (cloneId) tsServerSetPropStr(b.server, "id", cloneId);
+    tsServerSetPropInt(b.server, "weight", 1);
+    tsLinkClusterServer(cluster, b.server, TRUE);
+    tsServerSetPropStr(b.server, "state", "STARTED");
+    tsLinkServerToWebModule(b.server, module, TRUE);
+    b.state("STARTED");
+    return b;
+}
+
+std::unique_ptr<TavHttpContext> SelectorTest::request(const char *cookie) {
+    auto ctx = std::make_unique<TavHttpContext>();
+    ctx->tav = &tav;
+    ctx->trContext = trMgrGetDefaultContext(tav.mgr);
+    ctx->moduleName = moduleName;
+    ctx->applicationName = "shop";
+    if (cookie) ctx->request.cookies["JSESSIONID"] = cookie;
+    return ctx;
+}
+
+std::string SelectorTest::selectName(TavHttpContext &ctx) {
+    TavTargetEndpoint *ep = tsSelect(ts, &ctx);
+    return ep ? tavPathToName(tavTargetEndpointGetServerName(ep)) : "-";
+}
+
+std::string SelectorTest::selectName() {
+    auto ctx = request();
+    std::string name = selectName(*ctx);
+    finish(*ctx);
+    return name;
+}
+
+std::string SelectorTest::selectNames(int n) {
+    std::string names;
+    while (n-- > 0) names += selectName();
+    return names;
+}
+
+void SelectorTest::finish(TavHttpContext &ctx, TavTime curTime, TavTime serviceTime, Boolean timeout) {
+    if (ctx.sapp) tsServerApplicationDecrementOutstandingRequestCount(&ctx, ctx.sapp, curTime, serviceTime, timeout);
+    tsTargetInfoDecrementRefCnt(&ctx);
+}

@@ -1,0 +1,477 @@
+// Selection: rejections, affinity, load balancing, back-off, endpoints by protocol and virtual host.
+#include "FakesForSelector.h"
+#include "VHostMatcher/VHostMatcher.h"
+#include "tavUtil/tavMemory.h"
+
+// ---- rejections ----
+
+TEST_F(SelectorTest, RequestsThatCannotBeSelectedForAreRejected) {
+    const struct {
+        FakeText module, protocol;
+        bool cluster;
+        int code;
+        const char *text;
+    } rows[] = {
+        {std::nullopt, "http", true, 500, "null module name"},
+        {moduleName, std::nullopt, true, 500, "null protocol"},
+        {moduleName, "HTTP", true, 500, "negative protocol index"},
+        {"/other", "http", true, 404, "web module not found by selector"},
+        {moduleName, "http", true, 503, "no server was found running web module"},
+        {moduleName, "http", false, 500, "no cluster"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.text);
+        tsLinkVirtualClusterToCluster(vc, cluster, row.cluster);
+        auto ctx = request();
+        ctx->moduleName = row.module;
+        ctx->request.protocol = row.protocol;
+        ctx->performedLoadBalancing = TRUE;
+        EXPECT_EQ(tsSelect(ts, ctx.get()), nullptr);
+        EXPECT_EQ(ctx->errorCode, row.code);
+        EXPECT_EQ(ctx->errorMsg, row.text);
+        EXPECT_FALSE(ctx->performedLoadBalancing);
+        EXPECT_EQ(ctx->targetInfo.sapp, nullptr);
+    }
+    EXPECT_EQ(tsSelect(nullptr, nullptr), nullptr);
+}
+
+TEST_F(SelectorTest, AnUnavailableModuleIsLoggedWithItsCluster) {
+    Back &b = back("a");
+    b.state("STOPPED");
+    auto ctx = request();
+    ctx->responseTimeouts = 1;
+    traceAt(":NOTICE,http.response.error.503:DEBUG");
+    EXPECT_EQ(selectName(*ctx), "-");
+    EXPECT_EQ(ctx->errorCode, 504);
+    EXPECT_EQ(ctx->errorMsg, "response timed out");
+    EXPECT_TRUE(traced(std::string("504 response for module '") + moduleName + R"(':
+{
+   "servers": {
+      "/cell/c/node/n/server/a": {
+         "state": "STARTED",
+         "weight": 1,
+         "maintenanceMode": "normal",
+         "applications": {
+            "shop": {
+               "state": "STOPPED"
+            }
+         }
+      }
+   }
+}
+)")) << testing::PrintToString(fakeTrace);
+    EXPECT_EQ(cluster->refcnt, 2);
+    tsLinkServerToWebModule(b.server, module, FALSE);
+    ctx->moduleName.reset();
+    selectName(*ctx);
+    ctx = request();
+    selectName(*ctx);
+    EXPECT_TRUE(traced("tsSelect: null module name; Error Status Code=500\n"));
+    EXPECT_TRUE(traced(std::string("503 error: no servers are running web module '") + moduleName + "; Error Status Code=503'\n"));
+}
+
+TEST_F(SelectorTest, ARolloutIsWaitedForOnlyWhenNothingWasChosen) {
+    tsClusterSetEditionRolloutInProgress(cluster, TRUE);
+    auto ctx = request();
+    EXPECT_EQ(selectName(*ctx), "-");
+    EXPECT_EQ(ctx->rolloutWaits, 1);
+    EXPECT_EQ(ctx->errorCode, 503);
+    Back &b = back("a");
+    // The wait selects by itself: its target is stored and counted once.
+    auto inner = request();
+    b.state("STOPPED");
+    auto waiting = request();
+    waiting->rolloutEndpoint = b.http;
+    waiting->sapp = nullptr;
+    EXPECT_EQ(tsSelect(ts, waiting.get()), b.http);
+    EXPECT_EQ(waiting->endpoint, b.http);
+    EXPECT_EQ(b.http->refcnt, 1);
+    EXPECT_EQ(b.server->outstandingRequestCount, 0);
+    EXPECT_EQ(cluster->refcnt, 2);
+    b.state("STARTED");
+    EXPECT_EQ(selectName(*inner), "a");
+    EXPECT_EQ(inner->rolloutWaits, 0);
+    finish(*inner);
+}
+
+// ---- affinity ----
+
+TEST_F(SelectorTest, SessionIdsAreResolvedPieceByPiece) {
+    Back &one = back("one", "c1"), &two = back("two", "c2");
+    back("deaf", "c3").state("QUIESCED");
+    Back &lonely = back("lonely", "c4");
+    tsLinkClusterServer(cluster, lonely.server, FALSE);
+    tsServerSetWeight(one.server, 0); // keeps its sessions, gets no new ones
+    tsServerSetWeight(two.server, 0);
+    const std::string longId(500, 'x');
+    const struct {
+        const char *cookie, *path;
+        const char *expected; // "-": balanced, and nothing is left for that
+        int broken;
+    } rows[] = {
+        {nullptr, "/", "-", 0},
+        {"s:c1", "/", "one", 0},
+        {"s:c1:c2", "/", "one", 0},
+        {"s:gone:c2", "/", "two", 0},
+        {"s::c2", "/", "two", 0}, // an empty piece is a clone id of no one
+        {"s:c2:", "/", "two", 0},
+        {"c1", "/", "-", 1}, // the session proper is no clone id
+        {"", "/", "-", 1},
+        {"s:c3", "/", "-", 1},
+        {"s:c4", "/", "-", 1},
+        {"s:C1", "/", "-", 1},
+        {"s:gone", "/a;jsessionid=s:c2", "two", 0}, // the path comes after the cookies
+        {nullptr, "/a;JSESSIONID=s:c2", "two", 0},
+        {nullptr, "/a;Jsessionid=s:c2", "-", 0},
+        {nullptr, "/a;jsessionid=s:c2?x=1", "-", 1}, // to the end of the path
+        {nullptr, "/a;jsessionid=", "-", 0},
+        {nullptr, "/a;jsessionid", "-", 0},
+        {nullptr, nullptr, "-", 0},
+    };
+    tsServerDelete(backs.back().server); // lonely would be balanced to otherwise; its id is then unknown
+    for (const bool traced : {false, true}) {
+        traceAt(traced ? ":DEBUG" : ":NOTICE");
+        for (const auto &row : rows) {
+            SCOPED_TRACE(std::string(tavOrNull(row.cookie)) + " " + tavOrNull(row.path));
+            auto ctx = request(row.cookie);
+            ctx->request.path = fakeText(row.path);
+            EXPECT_EQ(selectName(*ctx), row.expected);
+            EXPECT_EQ(ctx->brokenAffinity, row.broken);
+            EXPECT_FALSE(ctx->performedLoadBalancing);
+            finish(*ctx);
+        }
+        auto ctx = request(("s:" + longId + ":c2").c_str());
+        EXPECT_EQ(selectName(*ctx), "two");
+        finish(*ctx);
+    }
+}
+
+TEST_F(SelectorTest, EachMissIsToldInTheTrace) {
+    Back &b = back("a", "c1");
+    Back &c = back("c", "c2");
+    b.state("QUIESCED");
+    tsServerApplicationDelete(&c.handle);
+    traceAt(":NOTICE,http.request.select.affinity:DEBUG");
+    auto ctx = request("s:c1:c2:c3");
+    EXPECT_EQ(selectName(*ctx), "-");
+    const std::string why =
+        "Server application for cloneId 'c1' is not selectable because in QUIESCE state\n"
+        "Server application was not found for cloneId 'c2'\n"
+        "Server was not found for cloneId 'c3'\n";
+    EXPECT_TRUE(traced("getAffinityTargetServerApplication: Found session cookie 'JSESSIONID' with value 's:c1:c2:c3'\n"));
+    EXPECT_TRUE(traced("getAffinitySappFromSid: a routable sapp was not found for any cloneId in the sessionId 's:c1:c2:c3' because:\n\t " +
+                       why + "\n"));
+    EXPECT_TRUE(traced(why)) << testing::PrintToString(fakeTrace);
+    EXPECT_TRUE(traced("getSessionIdFromUrl: URL obtained='/'\n"));
+    EXPECT_TRUE(traced("getSessionIdFromUrl: session id='null'\n"));
+}
+
+TEST_F(SelectorTest, PartitionIdsStandForCloneIds) {
+    back("a", "c1");
+    back("b", "c2");
+    TavHashMap *map = tavHashMapCreate2(tavFree);
+    tavHashPut(map, "p9", tavStrdup("c2"));
+    tavHashPut(map, "c1", tavStrdup("c2"));
+    world.partitions["/cell/c/cluster/k"] = tsPartitionIDDataCreate(map, "1");
+    world.partitions["/other"] = tsDefaultPartitionIDData();
+    for (const char *id : {"s:p9", "s:c1", "s:c2"}) {
+        auto ctx = request(id);
+        EXPECT_EQ(selectName(*ctx), "b") << id;
+        finish(*ctx);
+    }
+    tsPartitionIDDataDelete(world.partitions["/cell/c/cluster/k"]);
+    world.partitions.clear();
+}
+
+TEST_F(SelectorTest, AFullServerBreaksAffinityAndIsNotBalancedTo) {
+    Back &a = back("a", "c1");
+    back("b", "c2");
+    const struct {
+        int max;
+        const char *expected;
+        int broken;
+    } rows[] = {{2, "a", 0}, {2, "a", 0}, {2, "b", 1}, {-1, "a", 0}, {0, "b", 1}};
+    std::vector<std::unique_ptr<TavHttpContext>> open;
+    traceAt(":NOTICE,http.request.select.affinity.break:DEBUG");
+    for (const auto &row : rows) {
+        tsServerSetPropInt(a.server, "maxConnections", row.max);
+        open.push_back(request("s:c1"));
+        EXPECT_EQ(selectName(*open.back()), row.expected);
+        EXPECT_EQ(open.back()->brokenAffinity, row.broken);
+        EXPECT_EQ(open.back()->performedLoadBalancing, row.broken != 0);
+    }
+    EXPECT_TRUE(traced("number of outstanding requests '2' exceeded maximum connections '2' for the server /cell/c/node/n/server/a"));
+    for (auto &ctx : open) finish(*ctx);
+    EXPECT_EQ(a.server->outstandingRequestCount, 0);
+}
+
+TEST_F(SelectorTest, AffinityDoesNotLookAtFailuresOrWeight) {
+    Back &a = back("a", "c1");
+    back("b");
+    tsServerSetWeight(a.server, 0);
+    auto ctx = request("s:c1");
+    ctx->failedServerApps.insert(a.sapp);
+    EXPECT_EQ(selectName(*ctx), "a");
+    finish(*ctx);
+}
+
+// ---- the policy ----
+
+static std::string names(const HttpAffinityPolicy *policy) {
+    std::string text;
+    for (const char *const *name = hapGetCookieNames(policy); name && *name; name++) text += std::string("[") + *name + "]";
+    return text + hapGetDelimiter(policy) + (hapGetLearnServerIDs(policy) ? "+learn" : "");
+}
+
+TEST_F(SelectorTest, CookieNamesComeFromTheFirstSourceThatHasThem) {
+    Back &a = bareBack("a"), &b = bareBack("b");
+    tsLinkClusterServer(cluster, a.server, TRUE);
+    tsLinkClusterServer(cluster, b.server, TRUE);
+    tsServerSetSessionAffinityCookies(b.server, "OFSECOND"); // never asked
+    const auto policy = [&] {
+        wmSetHttpAffinityPolicy(module, nullptr);
+        tsVirtualClusterCreate(ts, module, moduleName);
+        return names(tsVirtualClusterGetAffinityPolicy(vc));
+    };
+    EXPECT_EQ(policy(), "[ZVJSESSIONID][JSESSIONID]:");
+    tsClusterSetSessionAffinityCookies(cluster, "K,L");
+    EXPECT_EQ(policy(), "[K][L]:");
+    tsServerSetSessionAffinityCookies(a.server, "JSESSIONID"); // of a server it does not count
+    EXPECT_EQ(policy(), "[K][L]:");
+    tsServerSetSessionAffinityCookies(a.server, "JSESSIONID,");
+    EXPECT_EQ(policy(), "[JSESSIONID]:");
+    rmApplicationSetSessionAffinityCookies(application, "JSESSIONID");
+    EXPECT_EQ(policy(), "[JSESSIONID]:");
+    rmWebModuleSetPropStr(module, "sessionAffinityCookies", "W,,X");
+    EXPECT_EQ(policy(), "[W][][X]:");
+    tsClusterSetCloneIdSeparator(cluster, "!!");
+    tsClusterSetLearnServerIds(cluster, TRUE);
+    EXPECT_EQ(policy(), "[W][][X]!!+learn");
+    tsServerSetCloneSeparatorChange(b.server, TRUE);
+    EXPECT_EQ(policy(), "[W][][X]!!+learn") << "only for application servers";
+    tsClusterSetServerType(cluster, TAVSERVERTYPE_APPLICATION_SERVER);
+    EXPECT_EQ(policy(), "[W][][X]++learn");
+    const HttpAffinityPolicy *kept = tsVirtualClusterGetAffinityPolicy(vc);
+    tsClusterSetLearnServerIds(cluster, FALSE);
+    EXPECT_EQ(tsVirtualClusterGetAffinityPolicy(vc), kept) << "computed once";
+    wmSetHttpAffinityPolicy(module, nullptr);
+    EXPECT_EQ(names(tsVirtualClusterGetAffinityPolicy(vc)), "[W][][X]+") << "its module lost the policy";
+}
+
+TEST_F(SelectorTest, TheDefaultPolicyComesFromTheLibrarysProperties) {
+    tsLinkVirtualClusterToCluster(vc, cluster, FALSE);
+    const auto policy = [&](WebModule *of) {
+        wmSetHttpAffinityPolicy(module, nullptr);
+        tsVirtualClusterCreate(ts, of, moduleName);
+        return names(tsVirtualClusterGetAffinityPolicy(vc));
+    };
+    EXPECT_EQ(policy(module), "[JSESSIONID][SSLJSESSIONIDZVJSESSIONID]:");
+    tav.properties["QuorvexSessionCookieName"] = "Q";
+    EXPECT_EQ(policy(nullptr), "[JSESSIONID][SSLJSESSIONIDQ]:");
+    tav.properties["HttpSessionCookies"] = "A,B";
+    EXPECT_EQ(policy(module), "[A][B]:");
+    tav.properties["HttpSessionAffinityPolicyDescriptor"] = "D;~;true";
+    EXPECT_EQ(policy(nullptr), "[D]~+learn");
+}
+
+TEST_F(SelectorTest, OddPoliciesNeitherHangNorMatchEverything) {
+    back("a", "c1");
+    tsClusterSetCloneIdSeparator(cluster, "");
+    tsClusterSetSessionAffinityCookies(cluster, ",JSESSIONID");
+    auto ctx = request("s:c1");
+    ctx->request.cookies[""] = "s:c1";
+    EXPECT_EQ(selectName(*ctx), "a") << "by load";
+    EXPECT_TRUE(ctx->performedLoadBalancing);
+    EXPECT_NE(ctx->policy, nullptr);
+    finish(*ctx);
+}
+
+// ---- load balancing ----
+
+TEST_F(SelectorTest, IdleServersTakeTurnsAndTheCursorPassesTheEnd) {
+    back("a"), back("b");
+    EXPECT_EQ(selectNames(5), "ababa");
+    EXPECT_EQ(vc->loadBalanceIndex, 1);
+    EXPECT_EQ(selectNames(1), "b");
+    EXPECT_EQ(vc->loadBalanceIndex, 2);
+    back("c");
+    EXPECT_EQ(selectNames(4), "cabc") << "a server added behind the end is next";
+}
+
+TEST_F(SelectorTest, TheSmallestShareOfOutstandingRequestsWins) {
+    const struct {
+        int weights[3], outstanding[3], cursor;
+        const char *expected;
+        int cursorAfter;
+    } rows[] = {
+        {{2, 1, 1}, {2, 1, 5}, 0, "a", 0},                  // equal: the earlier in walk order
+        {{2, 1, 1}, {2, 1, 5}, 1, "b", 1},                  // from the cursor on
+        {{2, 1, 1}, {2, 1, 5}, 3, "a", 0},                  // a cursor past the end
+        {{3, 1, 1}, {2, 1, 1}, 2, "a", 2},                  //
+        {{1, 1, 1}, {1, 1, 0}, 0, "c", 3},                  // idle: at once, and the cursor moves
+        {{1, 1, 0}, {5, 4, 0}, 0, "b", 0},                  // no weight, not looked at
+        {{65536, 1, 1}, {32768, 65535, 70000}, 0, "b", 0},  // 65535 * 65536 wraps to -65536
+        {{65536, 1, 1}, {1, 65536, 2147483647}, 0, "b", 0}, // 65536 * 65536 wraps to 0
+    };
+    Back *all[] = {&back("a"), &back("b"), &back("c")};
+    int i = 0;
+    for (const auto &row : rows) {
+        SCOPED_TRACE(i++);
+        for (int k = 0; k < 3; k++) {
+            tsServerSetWeight(all[k]->server, row.weights[k]);
+            all[k]->server->maxConnections = -1;
+            all[k]->server->outstandingRequestCount = row.outstanding[k];
+        }
+        vc->loadBalanceIndex = row.cursor;
+        EXPECT_EQ(selectName(), row.expected);
+        EXPECT_EQ(vc->loadBalanceIndex, row.cursorAfter);
+    }
+    for (Back *b : all) b->server->outstandingRequestCount = 0;
+}
+
+TEST_F(SelectorTest, EverySkippedServerIsToldWithItsReason) {
+    Back &stopped = back("stopped"), &weightless = back("weightless"), &failing = back("failing"), &failed = back("failed"),
+         &full = back("full"), &portless = back("portless"), &clusterless = back("clusterless");
+    back("good");
+    stopped.state("STOPPED");
+    tsServerSetWeight(weightless.server, 0);
+    tsServerConnectFailure(failing.server);
+    tsServerSetPropInt(full.server, "maxConnections", 0);
+    tsEndPointSetPropInt(portless.http, "port", -1);
+    tsLinkClusterServer(cluster, clusterless.server, FALSE);
+    traceAt(":NOTICE,http.request.select.balance:DEBUG");
+    auto ctx = request();
+    ctx->failedServerApps.insert(failed.sapp);
+    EXPECT_EQ(selectName(*ctx), "good");
+    std::vector<std::string> reasons;
+    for (const std::string &line : fakeTrace) {
+        const size_t at = line.find(", reason=");
+        if (at != std::string::npos) reasons.push_back(line.substr(at + 9));
+    }
+    EXPECT_EQ(reasons,
+              (std::vector<std::string>{
+                  "not STARTED\n", "server weight is 0\n", "connect failure\n", "previously failed to route this request to this server\n",
+                  "number of outstanding requests '0' exceeded maximum connections '0' for the server /cell/c/node/n/server/full\n",
+                  "transport is not valid\n", "no cluster associated with the server\n"}));
+    EXPECT_TRUE(traced("wlor: start at index 0\n"));
+    EXPECT_TRUE(traced("wlor: comparing server='/cell/c/node/n/server/good', started=true, weight=1, outstandingRequestCount=0\n"));
+    EXPECT_TRUE(traced("wlor: finished - shop, /cell/c/node/n/server/good\n"));
+    finish(*ctx);
+
+    // The same reasons for a tool that only looks.
+    std::map<std::string, std::string> told;
+    bareBack("unlinked");
+    tsForEachServerApplication(
+        ts,
+        [](const TsVisit *visit, void *passback) {
+            const char *why = tsServerApplicationReason(visit->sapp, fakeNow, FALSE);
+            if (!why) why = tsServerTransportReason(visit->server, 0);
+            auto &map = *static_cast<std::map<std::string, std::string> *>(passback);
+            map[tavPathToName(visit->server->name)] = std::string(visit->virtualCluster ? "" : "unlinked, ") + tavOrNull(why);
+        },
+        &told);
+    EXPECT_EQ(told.size(), 9u);
+    EXPECT_EQ(told["good"], "null");
+    EXPECT_EQ(told["portless"], "transport is not valid");
+    EXPECT_EQ(told["unlinked"], "unlinked, server application is STOPPED");
+}
+
+TEST_F(SelectorTest, ConnectFailuresBackOffTenfoldUpToAMinute) {
+    Back &a = back("a", "c1");
+    for (const TavTime start : {TavTime{1000000}, static_cast<TavTime>(-30), TavTime{0x80000000u - 10}}) {
+        SCOPED_TRACE(start);
+        fakeNow = start;
+        tsServerConnectSuccess(a.server);
+        for (const TavTime wait : {50u, 500u, 5000u, 50000u, 60000u, 60000u}) {
+            tsServerConnectFailure(a.server);
+            fakeNow += wait - 1;
+            EXPECT_EQ(selectName(), "-") << wait;
+            auto sticky = request("s:c1");
+            EXPECT_EQ(selectName(*sticky), "-");
+            fakeNow += 2; // one more: a time of 0 is never stored
+            EXPECT_EQ(selectName(), "a") << wait;
+        }
+        tsServerConnectFailure(a.server);
+        tsServerConnectSuccess(a.server);
+        EXPECT_EQ(selectName(), "a");
+        tsServerConnectFailure(a.server);
+        tsServerSetState(a.server, "STOPPED");
+        tsServerSetState(a.server, "STARTED"); // a start forgets it
+        EXPECT_EQ(selectName(), "a");
+    }
+}
+
+TEST_F(SelectorTest, ARetryGivesUpTheEarlierTarget) {
+    Back &a = back("a"), &b = back("b");
+    auto ctx = request();
+    EXPECT_EQ(selectName(*ctx), "a");
+    EXPECT_EQ(a.server->refcnt, 2);
+    tsServerApplicationDecrementOutstandingRequestCount(ctx.get(), ctx->sapp, 0, 0, FALSE);
+    ctx->failedServerApps.insert(ctx->sapp);
+    EXPECT_EQ(selectName(*ctx), "b");
+    EXPECT_EQ(a.server->refcnt, 1);
+    EXPECT_EQ(b.server->refcnt, 2);
+    EXPECT_EQ(ctx->sapp, b.sapp);
+    finish(*ctx);
+    tsTargetInfoDecrementRefCnt(ctx.get()); // nothing left to let go
+    EXPECT_EQ(b.server->refcnt, 1);
+}
+
+// ---- endpoints ----
+
+TEST_F(SelectorTest, TheFirstLevelWithAMapModeChoosesTheProtocol) {
+    Back &b = back("a");
+    endpoint(b.server, "tps", "https", "secure", 9443);
+    const struct {
+        TavSSLMapMode request, library;
+        const char *module, *protocol, *expected;
+    } rows[] = {
+        {NullMapMode, NullMapMode, nullptr, "http", "http"},
+        {NullMapMode, NullMapMode, nullptr, "https", "https"},
+        {NullMapMode, NullMapMode, "http", "https", "http"},
+        {NullMapMode, NullMapMode, "https", "http", "https"},
+        {NullMapMode, MapInboundToOutbound, "http", "https", "https"},
+        {NullMapMode, SSLOnLoad, "http", "http", "https"},
+        {SSLOffLoad, SSLOnLoad, "https", "https", "http"},
+        {MapInboundToOutbound, SSLOnLoad, "https", "http", "http"},
+    };
+    int i = 0;
+    for (const auto &row : rows) {
+        SCOPED_TRACE(i++);
+        auto ctx = request();
+        ctx->request.protocol = row.protocol;
+        ctx->sslMapMode = row.request;
+        tav.sslMapMode = row.library;
+        rmWebModuleSetPropStr(module, "protocolMap", row.module);
+        EXPECT_STREQ(tavTargetEndpointGetProtocol(tsSelect(ts, ctx.get())), row.expected);
+        finish(*ctx);
+    }
+    tsEndPointDelete(b.http);
+    auto ctx = request();
+    ctx->sslMapMode = SSLOffLoad;
+    EXPECT_STREQ(tavTargetEndpointGetProtocol(tsSelect(ts, ctx.get())), "https") << "the other protocol's when there is none";
+    finish(*ctx);
+}
+
+TEST_F(SelectorTest, TheMatchedVirtualHostGroupMayChooseTheEndpoint) {
+    Back &b = back("a");
+    endpoint(b.server, "tp2", "http", "second", 81);
+    endpoint(b.server, "tp3", "http", "third", 82);
+    VHostMatcher *group = createVHostMatcher(&ri, "group");
+    putVHost(group, "third", 82);
+    ASSERT_TRUE(rmAddVHostMatcher(rm, group));
+    const struct {
+        bool on;
+        FakeText group;
+        const char *expected;
+    } rows[] = {{false, "group", "a.example"}, {true, "group", "third"}, {true, "unknown", "a.example"}, {true, std::nullopt, "a.example"}};
+    for (const auto &row : rows) {
+        tav.properties.clear();
+        if (row.on) tav.properties["enableEndpointSelectionBasedOnMatchedVHost"] = "TRUE";
+        auto ctx = request();
+        ctx->vHostName = row.group;
+        EXPECT_STREQ(tavTargetEndpointGetHostName(tsSelect(ts, ctx.get())), row.expected);
+        EXPECT_STREQ(tsEndpointGetHost(selectEndpoint(ctx.get(), ts, b.server->endPoints[0])), row.expected);
+        finish(*ctx);
+    }
+}

@@ -1,0 +1,40 @@
+// An instance for whole-library tests: the real catalogue, the group "g" with one connector, host endpoint objects that are counted, and a
+// transport that keeps what it is asked to send until somebody answers. Safe to use from several threads.
+#ifndef SYSTEM_INSTANCE_H
+#define SYSTEM_INSTANCE_H
+
+#include <string>
+
+#include <tav/tav.h>
+
+#include "edge/FakeHost.h"
+
+// The callback table that SystemInstance uses.
+EnvCallBacks systemCallBacks();
+// Answers every request that the transport holds and is not a poll: a report of routes or health is taken (status 200).
+void systemAnswerReports();
+// Tells everyone who still waits for an answer that there is none.
+void systemAnswerNone();
+// Host endpoint objects that were made and not yet deleted.
+int systemHostEndpoints();
+// The process's threads; and waits until there are no more than `count`, FALSE when that takes longer than a minute.
+int systemThreads();
+bool systemThreadsBackTo(int count);
+
+class SystemInstance {
+public:
+    explicit SystemInstance(const EnvCallBacks &env = systemCallBacks());
+    ~SystemInstance(); // destroys the instance and answers what was pending
+    SystemInstance(const SystemInstance &) = delete;
+    SystemInstance &operator=(const SystemInstance &) = delete;
+
+    long long give(const std::string &document) const { return tavHandleJsonFromRestService(document.c_str(), connector); }
+    // Mapper and selector as text with sorted keys.
+    std::string dump() const;
+
+    Tav *tav = nullptr; // null when it could not be created
+    TavConnectorGroup *group = nullptr;
+    TavConnector *connector = nullptr;
+};
+
+#endif
