@@ -105,9 +105,12 @@ const RelationshipHandler *relationshipHandlerAt(int index) noexcept;
 Boolean objectHandlerAcceptsParent(const ObjectHandler *child, const ObjectHandler *parent) noexcept;
 
 // ---- wrappers (control lock held); see also tavObjectMap.h ----
-ObjectWrapper *objectWrapperCreate(const ObjectHandler *handler, Object *object, const char *name) noexcept; // borrows `name`; returns new
-void objectWrapperDelete(void *wrapper) noexcept;                                                            // the object too
-void objectWrapperDeleteWrapper(void *wrapper) noexcept;                                                     // the wrapper only
+// They live in the snapshot's slabs: one allocation for many, none for a removal.
+// Borrows `name`. Null without memory.
+ObjectWrapper *objectWrapperCreate(TavRoutingInfo *ri, const ObjectHandler *handler, Object *object, const char *name) noexcept;
+void objectWrapperDelete(TavRoutingInfo *ri, ObjectWrapper *wrapper) noexcept;        // the objects that go with it and its own too
+void objectWrapperDeleteWrapper(TavRoutingInfo *ri, ObjectWrapper *wrapper) noexcept; // the wrapper only; null ignored
+
 // ---- walks; all with the control lock held ----
 int64_t jsonHandle(json_t *document, ParseInfo *info) noexcept;
 void jsonHandleOp(json_t *opValue, ParseInfo *info) noexcept;

@@ -78,9 +78,14 @@ HeldDocument exchange(TavConnector *c, const HeldDocument &held) noexcept {
     return old;
 }
 
-void discard(const HeldDocument &held) noexcept {
+void freeDocument(void *json) noexcept { json_decref(static_cast<json_t *>(json)); }
+
+// No one waits for the old document to be taken apart, which takes about as long as to parse it.
+void discard(Tav *tav, const HeldDocument &held) noexcept {
     tavStoredDocumentDelete(held.stored);
-    json_decref(held.json);
+    if (held.json)
+        tavProcessAsync(
+            tav, held.json, [](Tav *, void *json) { freeDocument(json); }, freeDocument);
 }
 
 int64_t takeComplete(json_t *document, TavConnector *c, const DocumentObserver *observer) noexcept {
@@ -90,11 +95,11 @@ int64_t takeComplete(json_t *document, TavConnector *c, const DocumentObserver *
     c->stored = tavStoredDocumentCreate(document, c, observer);
     makeCurrent(c);
     if (!c->stored || !rebuild(c->tav)) {
-        discard(exchange(c, held));
+        discard(c->tav, exchange(c, held));
         return -1;
     }
     c->stored->observer = nullptr;
-    discard(held);
+    discard(c->tav, held);
     logUpdated(c);
     return json_integer_value(json_object_get(document, "version"));
 }

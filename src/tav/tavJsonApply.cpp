@@ -105,12 +105,11 @@ void applyDelete(const EntryView *entry, const ObjectName *name, ParseInfo *info
     }
     if (wrapper->object) {
         DOC_DEBUG(info, "calling delete handler");
-        objectWrapperDropChildren(wrapper);
-        if (entry->handler->delete_) entry->handler->delete_(wrapper->object);
+        tavObjectMapDelete(info->ri, name);
     } else {
         DOC_DEBUG(info, " no parent wrapper, only calling delete wrapper");
+        tavObjectMapDeleteWrapper(info->ri, name);
     }
-    tavObjectMapRemove(info->ri, name);
 }
 
 } // namespace

@@ -31,10 +31,9 @@ ObjectWrapper *tavObjectMapFindParent(const TavRoutingInfo *ri, const ObjectName
 // stays the caller's.
 ObjectWrapper *tavObjectMapAdd(TavRoutingInfo *ri, const ObjectName *name, const ObjectHandler *handler, Object *object,
                                ObjectWrapper *parent) noexcept;
-// The children's objects go, their wrappers become tombstones.
-void objectWrapperDropChildren(ObjectWrapper *wrapper) noexcept;
-// Takes the wrapper out of the map and frees it; its object is not touched.
-void tavObjectMapRemove(TavRoutingInfo *ri, const ObjectName *name) noexcept;
+// Takes the wrapper out of the map and deletes it with its object (objectWrapperDelete), or without.
+void tavObjectMapDelete(TavRoutingInfo *ri, const ObjectName *name) noexcept;
+void tavObjectMapDeleteWrapper(TavRoutingInfo *ri, const ObjectName *name) noexcept;
 // The snapshot goes: frees what neither mapper nor selector owns, every wrapper and the map. Before mapper and selector are deleted.
 void tavObjectMapRelease(TavRoutingInfo *ri) noexcept;
 

@@ -6,6 +6,17 @@
 
 namespace {
 
+constexpr size_t SLAB_WRAPPERS = 80; // a page
+
+} // namespace
+
+struct ObjectWrapperSlab {
+    ObjectWrapperSlab *next;
+    ObjectWrapper wrappers[SLAB_WRAPPERS]; // unused ones have no object
+};
+
+namespace {
+
 void linkBelow(ObjectWrapper *wrapper, ObjectWrapper *parent) noexcept {
     if (!parent) return;
     wrapper->next = parent->firstChild;
@@ -25,6 +36,27 @@ void unlinkFromParent(ObjectWrapper *wrapper) noexcept {
 void releaseObject(ObjectWrapper *wrapper) noexcept {
     if (wrapper->object && wrapper->handler->release) wrapper->handler->release(wrapper->object);
     wrapper->object = nullptr;
+}
+
+// The children's objects go, their wrappers become tombstones.
+void dropChildren(ObjectWrapper *wrapper) noexcept {
+    while (ObjectWrapper *child = wrapper->firstChild) {
+        unlinkFromParent(child);
+        dropChildren(child);
+        releaseObject(child);
+    }
+}
+
+bool addSlab(TavRoutingInfo *ri) noexcept {
+    auto *slab = static_cast<ObjectWrapperSlab *>(tavMalloc(sizeof(ObjectWrapperSlab)));
+    if (!slab) return false;
+    slab->next = ri->wrapperSlabs;
+    ri->wrapperSlabs = slab;
+    for (size_t i = SLAB_WRAPPERS; i-- > 0;) {
+        slab->wrappers[i].next = ri->freeWrappers;
+        ri->freeWrappers = &slab->wrappers[i];
+    }
+    return true;
 }
 
 ObjectWrapper *wrapperAt(const TavRoutingInfo *ri, const char *name, size_t length, int hash) noexcept {
@@ -64,32 +96,26 @@ ObjectName objectNameScan(const char *text, bool unescapedUris) noexcept {
     return name;
 }
 
-ObjectWrapper *objectWrapperCreate(const ObjectHandler *handler, Object *object, const char *name) noexcept {
-    return tavNewRecord<ObjectWrapper>(handler, object, name, nullptr, nullptr, nullptr);
+ObjectWrapper *objectWrapperCreate(TavRoutingInfo *ri, const ObjectHandler *handler, Object *object, const char *name) noexcept {
+    if (!ri->freeWrappers && !addSlab(ri)) return nullptr;
+    ObjectWrapper *wrapper = ri->freeWrappers;
+    ri->freeWrappers = wrapper->next;
+    *wrapper = {handler, object, name, nullptr, nullptr, nullptr};
+    return wrapper;
 }
 
-void objectWrapperDelete(void *object) noexcept {
-    auto *wrapper = static_cast<ObjectWrapper *>(object);
-    if (!wrapper) return;
-    objectWrapperDropChildren(wrapper);
+void objectWrapperDelete(TavRoutingInfo *ri, ObjectWrapper *wrapper) noexcept {
+    dropChildren(wrapper);
     if (wrapper->object && wrapper->handler->delete_) wrapper->handler->delete_(wrapper->object);
-    wrapper->object = nullptr;
-    objectWrapperDeleteWrapper(wrapper);
+    objectWrapperDeleteWrapper(ri, wrapper);
 }
 
-void objectWrapperDeleteWrapper(void *object) noexcept {
-    auto *wrapper = static_cast<ObjectWrapper *>(object);
+void objectWrapperDeleteWrapper(TavRoutingInfo *ri, ObjectWrapper *wrapper) noexcept {
     if (!wrapper) return;
     unlinkFromParent(wrapper);
-    tavFree(wrapper);
-}
-
-void objectWrapperDropChildren(ObjectWrapper *wrapper) noexcept {
-    while (ObjectWrapper *child = wrapper->firstChild) {
-        unlinkFromParent(child);
-        objectWrapperDropChildren(child);
-        releaseObject(child);
-    }
+    *wrapper = {};
+    wrapper->next = ri->freeWrappers;
+    ri->freeWrappers = wrapper;
 }
 
 ObjectWrapper *tavObjectMapFind(const TavRoutingInfo *ri, const ObjectName *name) noexcept {
@@ -111,10 +137,10 @@ ObjectWrapper *tavObjectMapAdd(TavRoutingInfo *ri, const ObjectName *name, const
         linkBelow(tombstone, parent);
         return tombstone;
     }
-    ObjectWrapper *wrapper = objectWrapperCreate(handler, object, name->text);
+    ObjectWrapper *wrapper = objectWrapperCreate(ri, handler, object, name->text);
     if (!wrapper) return nullptr;
     if (tavHashPut2(ri->objectMap, name->text, name->hash, wrapper)) {
-        tavFree(wrapper);
+        objectWrapperDeleteWrapper(ri, wrapper);
         return nullptr;
     }
     wrapper->name = tavHashFindEle(ri->objectMap, name->text, name->length, name->hash)->key;
@@ -122,17 +148,21 @@ ObjectWrapper *tavObjectMapAdd(TavRoutingInfo *ri, const ObjectName *name, const
     return wrapper;
 }
 
-void tavObjectMapRemove(TavRoutingInfo *ri, const ObjectName *name) noexcept {
-    objectWrapperDeleteWrapper(tavHashPut2(ri->objectMap, name->text, name->hash, nullptr));
+void tavObjectMapDelete(TavRoutingInfo *ri, const ObjectName *name) noexcept {
+    auto *wrapper = static_cast<ObjectWrapper *>(tavHashPut2(ri->objectMap, name->text, name->hash, nullptr));
+    if (wrapper) objectWrapperDelete(ri, wrapper);
+}
+
+void tavObjectMapDeleteWrapper(TavRoutingInfo *ri, const ObjectName *name) noexcept {
+    objectWrapperDeleteWrapper(ri, static_cast<ObjectWrapper *>(tavHashPut2(ri->objectMap, name->text, name->hash, nullptr)));
 }
 
 void tavObjectMapRelease(TavRoutingInfo *ri) noexcept {
-    if (!ri->objectMap) return;
-    for (auto [key, wrapper] : TavHashRange<ObjectWrapper>(ri->objectMap)) {
-        wrapper->link = nullptr; // siblings may be freed first
-        releaseObject(wrapper);
+    while (ObjectWrapperSlab *slab = ri->wrapperSlabs) {
+        for (ObjectWrapper &wrapper : slab->wrappers) releaseObject(&wrapper);
+        ri->wrapperSlabs = slab->next;
+        tavFree(slab);
     }
-    tavHashMapSetDestructor(ri->objectMap, objectWrapperDeleteWrapper);
     tavHashMapDestroy(ri->objectMap);
     ri->objectMap = nullptr;
 }

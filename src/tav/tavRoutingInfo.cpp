@@ -28,7 +28,6 @@ void snapshotDelete(TavRoutingInfo *ri) noexcept {
     tavObjectMapRelease(ri);
     rmDelete(ri->requestMapper);
     tsDelete(ri->targetSelector);
-    tavListDestroy(ri->orphans);
     if (ri->cell) tavCellDelete(ri->cell);
     tavDestroyRecord(ri);
     SNAPSHOT_DEBUG(tav, "end deleting routing info ...\n");
@@ -44,8 +43,7 @@ TavRoutingInfo *tavRoutingInfoCreate(Tav *tav) noexcept {
     ri->refCount = 1;
     ri->complete = TRUE;
     tavObtainRef(tav, "tavRoutingInfoCreate");
-    if ((ri->objectMap = tavHashMapCreate2(objectWrapperDelete)) && (ri->orphans = tavListCreate(objectWrapperDelete)) &&
-        (ri->requestMapper = rmCreate(ri)) && (ri->targetSelector = tsCreate(ri)))
+    if ((ri->objectMap = tavHashMapCreate()) && (ri->requestMapper = rmCreate(ri)) && (ri->targetSelector = tsCreate(ri)))
         return ri;
     snapshotDelete(ri);
     return nullptr;

@@ -25,9 +25,10 @@ struct _TavRoutingInfo {
     int refCount; // guarded by the instance's routing-information lock
 
     std::atomic<Boolean> published;
-    TavList *orphans;                      // ObjectWrappers that left the map but whose object no one else frees
-    Boolean complete;                      // FALSE once memory ran out while it was populated
-    struct TavTraceRuleSet *traceRuleSets; // the snapshot's request-trace rule sets, in the order of the document
+    struct ObjectWrapperSlab *wrapperSlabs; // the wrappers' memory
+    ObjectWrapper *freeWrappers;            // of it, linked by their `next`
+    Boolean complete;                       // FALSE once memory ran out while it was populated
+    struct TavTraceRuleSet *traceRuleSets;  // the snapshot's request-trace rule sets, in the order of the document
 };
 
 TavRoutingInfo *tavRoutingInfoCreate(Tav *tav) noexcept; // returns new with one reference, null without memory

@@ -51,11 +51,17 @@ TEST(Interface, wrongUsageEndsWithTwo) {
     EXPECT_THAT(runTool({"--version"}).out, HasSubstr("tavctl ("));
 }
 
-TEST(Interface, nothingIsColouredOffATerminal) {
+TEST(Interface, coloursAreForTerminalsAndCanBeRefused) {
+    unsetenv("NO_COLOR");
+    setenv("TERM", "xterm", 1);
     for (const std::vector<std::string> &args :
          {std::vector<std::string>{"route", "-c", "site.json", "/"}, {"check", "broken.json"}, {"test", "gone.jsonl"}}) {
         const ToolRun run = runTool(args);
         EXPECT_THAT(run.out + run.err, Not(HasSubstr("\033")));
+        EXPECT_THAT(runToolOnTerminal(args), HasSubstr("\033["));
+        setenv("NO_COLOR", "1", 1);
+        EXPECT_THAT(runToolOnTerminal(args), Not(HasSubstr("\033")));
+        unsetenv("NO_COLOR");
     }
 }
 

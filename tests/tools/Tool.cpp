@@ -1,6 +1,7 @@
 #include "Tool.h"
 
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -38,6 +39,13 @@ std::string contents(const File &file) {
     return text;
 }
 
+std::vector<char *> argumentsOf(const std::vector<std::string> &args) {
+    std::vector<char *> argv = {const_cast<char *>("tavctl")};
+    for (const std::string &arg : args) argv.push_back(const_cast<char *>(arg.c_str()));
+    argv.push_back(nullptr);
+    return argv;
+}
+
 } // namespace
 
 ToolRun runTool(const std::vector<std::string> &args, const std::string &input) {
@@ -48,9 +56,7 @@ ToolRun runTool(const std::vector<std::string> &args, const std::string &input) 
     posix_spawn_file_actions_adddup2(&actions, fileno(in.get()), STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, fileno(out.get()), STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, fileno(err.get()), STDERR_FILENO);
-    std::vector<char *> argv = {const_cast<char *>("tavctl")};
-    for (const std::string &arg : args) argv.push_back(const_cast<char *>(arg.c_str()));
-    argv.push_back(nullptr);
+    const std::vector<char *> argv = argumentsOf(args);
     pid_t child = 0;
     const int error = posix_spawn(&child, TAVCTL, &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
@@ -58,6 +64,22 @@ ToolRun runTool(const std::vector<std::string> &args, const std::string &input) 
     int status = 0;
     waitpid(child, &status, 0);
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contents(out), contents(err)};
+}
+
+std::string runToolOnTerminal(const std::vector<std::string> &args) {
+    const std::vector<char *> argv = argumentsOf(args);
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0) {
+        if (chdir(TOOLS_TEST_DIR "/data") == 0) execv(TAVCTL, argv.data());
+        _exit(127);
+    }
+    std::string text;
+    char buffer[4096];
+    for (ssize_t count; (count = read(terminal, buffer, sizeof buffer)) > 0;) text.append(buffer, static_cast<size_t>(count));
+    close(terminal);
+    waitpid(child, nullptr, 0);
+    return text;
 }
 
 ScratchFile::ScratchFile(const std::string &name, const std::string &text) {

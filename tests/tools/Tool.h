@@ -13,6 +13,9 @@ struct ToolRun {
 // In tests/tools/data, with `input` as standard input and no terminal.
 ToolRun runTool(const std::vector<std::string> &args, const std::string &input = "");
 
+// With a terminal for standard output and error; what was written to it.
+std::string runToolOnTerminal(const std::vector<std::string> &args);
+
 // A file that lives as long as the object, in a folder of its own.
 class ScratchFile {
 public:
