@@ -1,16 +1,19 @@
 // Documents: a complete one against the parser alone, a one-property delta on a small and a large document, and what a snapshot costs.
+#include <benchmark/benchmark.h>
 #include <jansson.h>
 #include <malloc.h>
 
+#include <atomic>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <thread>
 
 #include <tav/tav.h>
 
 #include "tav/tavRecord.h"
 #include "tav/tavRoutingInfo.h"
+#include "tavConnector/tavConnector.h"
 
 namespace {
 
@@ -66,13 +69,7 @@ std::string oneProperty(int version, int server) {
            "}}]}}";
 }
 
-double bestOf(int rounds, double (*measure)(const std::string &, TavConnector *), const std::string &text, TavConnector *c) {
-    double best = 1e9;
-    for (int i = 0; i < rounds; i++) best = std::min(best, measure(text, c));
-    return best;
-}
-
-double parse(const std::string &text, TavConnector *) {
+double parse(const std::string &text) {
     const auto start = Clock::now();
     json_t *json = json_loads(text.c_str(), 0, nullptr);
     const double taken = since(start);
@@ -80,23 +77,27 @@ double parse(const std::string &text, TavConnector *) {
     return taken;
 }
 
+// The instance's own thread takes replaced documents apart.
+void waitUntilIdle(Tav *tav) {
+    std::atomic<bool> idle{false};
+    tavProcessAsync(
+        tav, &idle, [](Tav *, void *obj) { *static_cast<std::atomic<bool> *>(obj) = true; }, nullptr);
+    while (!idle) std::this_thread::yield();
+}
+
 double give(const std::string &text, TavConnector *c) {
+    waitUntilIdle(c->tav);
     const auto start = Clock::now();
     if (tavHandleJsonFromRestService(text.c_str(), c) < 0) std::abort();
     return since(start);
 }
 
-double deltaMicroseconds(TavConnector *c, int objects) {
-    const std::string document = makeDocument(objects);
-    give(document, c);
-    const int rounds = 2000;
-    double total = 0;
-    for (int i = 0; i < rounds; i++) total += give(oneProperty(i + 2, i * 7919 % (objects / 10)), c);
-    return total / rounds * 1000;
-}
-
 // The heap that one more snapshot of the document in place takes, in bytes.
 size_t snapshotBytes(Tav *tav) {
+    static std::atomic<bool> idle{false}; // the instance's thread takes the replaced documents apart
+    tavProcessAsync(
+        tav, &idle, [](Tav *, void *) { idle = true; }, nullptr);
+    while (!idle) std::this_thread::yield();
     const size_t before = mallinfo2().uordblks;
     tavControlLock("bench");
     TavRoutingInfo *ri = tavCreateAndPopulateNewRoutingInfo(tav);
@@ -106,25 +107,51 @@ size_t snapshotBytes(Tav *tav) {
     return bytes;
 }
 
-} // namespace
-
-int main() {
+// One instance for all: its connector is given other documents.
+struct Site {
     Tav *tav = createInstance();
-    if (!tav) return 1;
     TavConnector *c = tavConnectorCreate(tavConnectorGroupCreate(tav, "g"), "http://127.0.0.1:1");
-    const std::string text = makeDocument(100000);
-    const double parsing = bestOf(5, parse, text, nullptr);
-    const double first = give(text, c);
-    const double applying = bestOf(5, give, text, c);
-    std::printf(
-        "complete document, %.1f MB, 100000 objects: json_loads %.1f ms, first snapshot %.1f ms (ratio %.2f), replacement %.1f ms (ratio "
-        "%.2f)\n",
-        static_cast<double>(text.size()) / 1e6, parsing, first, first / parsing, applying, applying / parsing);
-    const size_t bytes = snapshotBytes(tav);
-    std::printf("snapshot: %.1f MB, %.2f of its document's text\n", static_cast<double>(bytes) / 1e6,
-                static_cast<double>(bytes) / static_cast<double>(text.size()));
-    const double small = deltaMicroseconds(c, 1000), large = deltaMicroseconds(c, 100000);
-    std::printf("one-property delta: %.1f us on 1000 objects, %.1f us on 100000 (ratio %.2f)\n", small, large, large / small);
-    tavDestroy(tav);
-    return 0;
+};
+
+Site &site() {
+    static Site *only = new Site;
+    return *only;
 }
+
+// A complete document in place of another: the call against the parser's share of it.
+void completeDocument(benchmark::State &state) {
+    const std::string text = makeDocument(static_cast<int>(state.range(0)));
+    give(text, site().c);
+    double parsing = 0, giving = 0;
+    for (auto _ : state) {
+        parsing += parse(text);
+        const double taken = give(text, site().c);
+        giving += taken;
+        state.SetIterationTime(taken / 1000);
+    }
+    state.counters["MB"] = static_cast<double>(text.size()) / 1e6;
+    state.counters["toJsonLoads"] = giving / parsing;
+}
+BENCHMARK(completeDocument)->Arg(1000)->Arg(100000)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// One property of one of ten servers that lie far apart.
+void onePropertyDelta(benchmark::State &state) {
+    const int objects = static_cast<int>(state.range(0));
+    give(makeDocument(objects), site().c);
+    int version = 2;
+    for (auto _ : state) {
+        const std::string delta = oneProperty(version, version % 10 * (objects / 100));
+        version++;
+        state.SetIterationTime(give(delta, site().c) / 1000);
+    }
+}
+BENCHMARK(onePropertyDelta)->Arg(1000)->Arg(100000)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+void snapshotMemory(benchmark::State &state) {
+    const std::string text = makeDocument(static_cast<int>(state.range(0)));
+    give(text, site().c);
+    for (auto _ : state) state.counters["toText"] = static_cast<double>(snapshotBytes(site().tav)) / static_cast<double>(text.size());
+}
+BENCHMARK(snapshotMemory)->Arg(100000)->Iterations(1);
+
+} // namespace

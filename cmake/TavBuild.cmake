@@ -14,6 +14,10 @@ elseif(TAV_SANITIZE STREQUAL "thread")
   add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
   add_link_options(-fsanitize=thread)
 endif()
+if(TAV_BUILD_FUZZ)
+  # Coverage for libFuzzer in every part of the library; -O1, because a fuzzer lives on its speed.
+  add_compile_options(-fsanitize=fuzzer-no-link -O1)
+endif()
 
 # tav_floor(NAME folder...): one object library of every source in the folders.
 function(tav_floor name)

@@ -134,7 +134,10 @@ TAV_API int tavSetTraceSpec(Tav *tav, const char *spec) TAV_NOEXCEPT;
 
 /* ---- connector groups (made with connector.h) ---- */
 
+/* Gives a group that was removed back to the instance. A new group is in it already: adding it again does nothing. */
 TAV_API void tavAddConnectorGroup(Tav *tav, TavConnectorGroup *cg) TAV_NOEXCEPT;
+/* Takes the group out as it is: the instance no longer starts, stops or deletes it. It keeps the instance alive until it is added again
+ * and deleted with it. */
 TAV_API void tavRemoveConnectorGroup(Tav *tav, TavConnectorGroup *cg) TAV_NOEXCEPT;
 TAV_API TavConnectorGroup *tavFindConnectorGroup(Tav *tav, const char *name) TAV_NOEXCEPT; /* borrowed; NULL when absent */
 

@@ -39,6 +39,7 @@ URIMatcher *URIMatcherCreate(TavRoutingInfo *routingInfo, const char *name) noex
 void URIMatcherDelete(URIMatcher *matcher) noexcept {
     if (!matcher) return;
     uriArenaFree(&matcher->arena);
+    if (matcher->placedSize) return; // the holder's block goes as a whole
     tavFree(matcher->name);
     tavDestroyRecord(matcher);
 }
@@ -46,7 +47,9 @@ void URIMatcherDelete(URIMatcher *matcher) noexcept {
 Boolean URIMatcherIsComplete(const URIMatcher *matcher) noexcept { return matcher && !matcher->failed; }
 
 size_t URIMatcherMemorySize(const URIMatcher *matcher) noexcept {
-    return matcher ? sizeof *matcher + strlen(matcher->name) + 1 + uriArenaSize(&matcher->arena) : 0;
+    if (!matcher) return 0;
+    const size_t record = matcher->placedSize ? matcher->placedSize : sizeof *matcher + strlen(matcher->name) + 1;
+    return record + uriArenaSize(&matcher->arena);
 }
 
 static bool isValid(std::string_view pattern) noexcept {

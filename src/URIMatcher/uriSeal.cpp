@@ -1,12 +1,17 @@
 // Sealing: both trees move into one block of the exact size. The children of a node lie side by side and a subtree follows its node, so
 // that a walk touches few cache lines; suffixes, first bytes and texts come behind, in the same order.
+#include <new>
+#include <type_traits>
 #include <utility>
 
 #include "URIMatcher/uriTree.h"
 #include "tavUtil/tavMemory.h"
 
-static constexpr size_t CACHE_LINE = 64;
+static constexpr size_t CACHE_LINE = URI_PLACE_ALIGNMENT;
 static_assert(sizeof(Node) <= CACHE_LINE);
+static_assert(std::is_trivially_copyable_v<URIMatcher>); // a placed one is copied and forgotten
+
+static constexpr size_t wholeLines(size_t bytes) noexcept { return (bytes + CACHE_LINE - 1) & ~(CACHE_LINE - 1); }
 
 UriWalkStack::UriWalkStack(int capacity) noexcept
     : frames(static_cast<Frame *>(tavMalloc(sizeof(Frame) * (static_cast<size_t>(capacity) + 1)))), count(0) {}
@@ -55,13 +60,21 @@ struct Block {
     }
 };
 
+static size_t blockBytes(const TreeSize &size) noexcept { return size.nodes * sizeof(Node) + size.suffixes * sizeof(Suffix) + size.texts; }
+
+static Block blockAt(void *memory, const TreeSize &size) noexcept {
+    Block block{};
+    block.nodes = static_cast<Node *>(memory);
+    block.suffixes = reinterpret_cast<Suffix *>(block.nodes + size.nodes);
+    block.texts = reinterpret_cast<char *>(block.suffixes + size.suffixes);
+    return block;
+}
+
 static Boolean makeBlock(Block *block, UriArena *arena, const TreeSize &size) noexcept {
     if (!size.nodes && !size.suffixes) return TRUE; // only the roots, which have the empty name
-    const size_t bytes = size.nodes * sizeof(Node) + size.suffixes * sizeof(Suffix) + size.texts;
+    const size_t bytes = blockBytes(size);
     if (!uriArenaReserve(arena, bytes + CACHE_LINE)) return FALSE;
-    block->nodes = static_cast<Node *>(uriArenaAlloc(arena, bytes, CACHE_LINE));
-    block->suffixes = reinterpret_cast<Suffix *>(block->nodes + size.nodes);
-    block->texts = reinterpret_cast<char *>(block->suffixes + size.suffixes);
+    *block = blockAt(uriArenaAlloc(arena, bytes, CACHE_LINE), size);
     return TRUE;
 }
 
@@ -112,21 +125,56 @@ static void settleTree(Block *block, UriWalkStack *stack, Node *root) noexcept {
     }
 }
 
-Boolean uriCopyTrees(URIMatcher *to, const URIMatcher *from) noexcept {
-    UriWalkStack stack(from->arena.nodeCount);
-    if (!stack.ok()) return FALSE;
+static TreeSize sizeOfTrees(const URIMatcher *matcher, UriWalkStack *stack) noexcept {
     TreeSize size{};
-    addTreeSize(&size, &stack, &from->genAppTree);
-    addTreeSize(&size, &stack, &from->realAppTree);
-    Block block{};
-    if (!makeBlock(&block, &to->arena, size)) return FALSE;
+    addTreeSize(&size, stack, &matcher->genAppTree);
+    addTreeSize(&size, stack, &matcher->realAppTree);
+    return size;
+}
+
+static void fillTrees(URIMatcher *to, const URIMatcher *from, Block *block, UriWalkStack *stack) noexcept {
     to->arena.nodeCount = from->arena.nodeCount;
     to->genAppTree = from->genAppTree;
     to->realAppTree = from->realAppTree;
-    settleTree(&block, &stack, &to->genAppTree);
-    settleTree(&block, &stack, &to->realAppTree);
+    settleTree(block, stack, &to->genAppTree);
+    settleTree(block, stack, &to->realAppTree);
     to->sealed = TRUE;
+}
+
+Boolean uriCopyTrees(URIMatcher *to, const URIMatcher *from) noexcept {
+    UriWalkStack stack(from->arena.nodeCount);
+    Block block{};
+    if (!stack.ok() || !makeBlock(&block, &to->arena, sizeOfTrees(from, &stack))) return FALSE;
+    fillTrees(to, from, &block, &stack);
     return TRUE;
+}
+
+// ---- placing: the record, then the trees' block, then the name ----
+
+static constexpr size_t RECORD_ROOM = wholeLines(sizeof(URIMatcher));
+
+static size_t placeSize(const URIMatcher *matcher, const TreeSize &size) noexcept {
+    return RECORD_ROOM + wholeLines(blockBytes(size) + strlen(matcher->name) + 1);
+}
+
+size_t URIMatcherPlaceSize(const URIMatcher *matcher) noexcept {
+    UriWalkStack stack(matcher->arena.nodeCount);
+    return stack.ok() ? placeSize(matcher, sizeOfTrees(matcher, &stack)) : 0;
+}
+
+URIMatcher *URIMatcherPlace(const URIMatcher *matcher, void *memory) noexcept {
+    UriWalkStack stack(matcher->arena.nodeCount);
+    if (!stack.ok()) return nullptr;
+    const TreeSize size = sizeOfTrees(matcher, &stack);
+    auto *copy = new (memory) URIMatcher(*matcher);
+    copy->arena = {};
+    copy->next = nullptr;
+    copy->placedSize = placeSize(matcher, size);
+    Block block = blockAt(static_cast<char *>(memory) + RECORD_ROOM, size);
+    fillTrees(copy, matcher, &block, &stack);
+    copy->name = block.texts;
+    memcpy(copy->name, matcher->name, strlen(matcher->name) + 1);
+    return copy;
 }
 
 Boolean URIMatcherSeal(URIMatcher *matcher) noexcept {

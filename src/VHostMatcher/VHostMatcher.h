@@ -38,7 +38,8 @@ struct _VHostMatcher {
     int noOfvhosts;      // length of vhostArray
     URIMatcher *retired; // replaced matchers that requests may still read
     VHostMatcherOwner owner;
-    Boolean failed; // a put found no memory
+    Boolean failed;                    // a put found no memory
+    std::atomic<URIMatcher *> *mirror; // the holder's copy of `uriMatcher`, replaced along with it; null: none
 };
 
 VHostMatcher *createVHostMatcher(TavRoutingInfo *ri, const char *name) noexcept; // returns new, null without memory
@@ -63,6 +64,9 @@ void *matchVHostURI(const VHostMatcher *matcher, const char *path, TavHttpContex
 // requests match. On a published snapshot all patterns appear at once in a changed copy; FALSE without memory, and nothing changes. On a
 // snapshot under construction they go in place; FALSE without memory, and the group is incomplete.
 Boolean vhostMatcherPutPatterns(VHostMatcher *matcher, const char *const *patterns, int count, void *webModule) noexcept;
+// Moves the patterns, which no request may be reading, into `memory` of the holder (URIMatcherPlace), sealed. FALSE without memory: they
+// stay where they were.
+Boolean vhostMatcherPlacePatterns(VHostMatcher *matcher, void *memory) noexcept;
 // FALSE once a pair or a pattern was lost for want of memory.
 Boolean vhostMatcherIsComplete(const VHostMatcher *matcher) noexcept;
 

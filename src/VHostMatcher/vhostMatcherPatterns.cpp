@@ -12,6 +12,11 @@ static bool putAll(URIMatcher *uriMatcher, const char *const *patterns, int coun
     return complete;
 }
 
+static void setURIMatcher(VHostMatcher *matcher, URIMatcher *uriMatcher) noexcept {
+    matcher->uriMatcher.store(uriMatcher, std::memory_order_release);
+    if (matcher->mirror) matcher->mirror->store(uriMatcher, std::memory_order_release);
+}
+
 static bool putIntoCopy(VHostMatcher *matcher, const char *const *patterns, int count, void *webModule) noexcept {
     URIMatcher *old = getURIMatcher(matcher);
     URIMatcher *changed = URIMatcherClone(old);
@@ -20,7 +25,7 @@ static bool putIntoCopy(VHostMatcher *matcher, const char *const *patterns, int 
         URIMatcherDelete(changed);
         return false;
     }
-    matcher->uriMatcher.store(changed, std::memory_order_release);
+    setURIMatcher(matcher, changed);
     old->next = matcher->retired; // requests do not read `next`
     matcher->retired = old;
     return true;
@@ -34,4 +39,13 @@ Boolean vhostMatcherPutPatterns(VHostMatcher *matcher, const char *const *patter
         TR_DEBUG(matcher->trCtx, matcher->debugCtl, "vhostMatcherPutPatterns: vHostGroup %s: out of memory\n", matcher->name);
     }
     return done;
+}
+
+Boolean vhostMatcherPlacePatterns(VHostMatcher *matcher, void *memory) noexcept {
+    URIMatcher *old = getURIMatcher(matcher);
+    URIMatcher *placed = URIMatcherPlace(old, memory);
+    if (!placed) return FALSE;
+    setURIMatcher(matcher, placed);
+    URIMatcherDelete(old);
+    return TRUE;
 }

@@ -105,6 +105,15 @@ constexpr RecordField kRecords[] = {
     {&Tav::defaultTraceSpecReset, "control.trace.defaultTraceSpecReset"},
 };
 
+// The text is the library's own, so only a catalogue of another version refuses it. Want of memory is no reason to end the process.
+bool setDefaultTraceSpec(Tav *tav) noexcept {
+    const unsigned failures = tavAllocationFailures();
+    if (tavSetDefaultTraceSpec(tav, kDefaultTraceSpec) == 0) return true;
+    if (tavAllocationFailures() != failures) return false;
+    printf("FATAL ERROR: invalid default trace spec: '%s'\n", kDefaultTraceSpec);
+    exit(1);
+}
+
 bool createTrace(Tav *tav, FILE *catalogue, Boolean closeFlag) noexcept {
     tav->trMgr = trMgrCreate(catalogue, closeFlag);
     if (!tav->trMgr) return false;
@@ -114,10 +123,7 @@ bool createTrace(Tav *tav, FILE *catalogue, Boolean closeFlag) noexcept {
     if (!tav->trSpecLock) return false;
     tav->trCtx = trMgrGetDefaultContext(tav->trMgr);
     for (const RecordField &record : kRecords) tav->*record.field = trRecordGet(tav->trMgr, record.path);
-    if (tavSetDefaultTraceSpec(tav, kDefaultTraceSpec) != 0) {
-        printf("FATAL ERROR: invalid default trace spec: '%s'\n", kDefaultTraceSpec);
-        exit(1);
-    }
+    if (!setDefaultTraceSpec(tav)) return false;
     tavSetGlobalTraceContext(tav->trCtx);
     return (tav->noticeTraceSpec = trSpecCreate(tav->trMgr, kDefaultTraceSpec)) != nullptr;
 }

@@ -21,15 +21,18 @@ json_t *tavToJSON(Tav *tav) TAV_NOEXCEPT {
     if (!tav) return nullptr;
     TavControlScope control("tavToJSON");
     json_t *json = json_object();
-    if (!json) return nullptr;
+    bool complete = true;
     if (TavRoutingInfo *ri = tavRoutingInfoObtain(tav)) {
-        json_object_set_new(json, "applications", rmToJSON(ri->requestMapper));
-        json_object_set_new(json, "clusters", tsToJSON(ri->targetSelector));
+        complete = json_object_set_new(json, "applications", rmToJSON(ri->requestMapper)) == 0 &&
+                   json_object_set_new(json, "clusters", tsToJSON(ri->targetSelector)) == 0;
         tavRoutingInfoRelease(ri);
     }
-    json_object_set_new(json, "version", json_string(tavGetVersion()));
-    json_object_set_new(json, "connectorGroups", tav->controlState ? json_incref(tav->controlState) : tavConnectorGroupsToJSON(tav));
-    return json;
+    json_t *groups = tav->controlState ? json_incref(tav->controlState) : tavConnectorGroupsToJSON(tav);
+    complete = complete && json_object_set_new(json, "version", json_string(tavGetVersion())) == 0;
+    // A part that finds no memory is not left out in silence. The object takes `groups` even when it has no room.
+    if (json_object_set_new(json, "connectorGroups", groups) == 0 && complete) return json;
+    json_decref(json);
+    return nullptr;
 }
 
 char *tavToJSONString(Tav *tav) TAV_NOEXCEPT {

@@ -68,10 +68,14 @@ int tavSetDefaultTraceSpec(Tav *tav, const char *text) noexcept {
 
 int tavSetTraceSpec(Tav *tav, const char *spec) TAV_NOEXCEPT { return tav && spec ? tavSetDefaultTraceSpec(tav, spec) : -1; }
 
+TrSpec *tavGetCustomPropDefaultRequestTraceSpec(Tav *tav) noexcept {
+    return tav ? tav->customPropDefaultRequestTraceSpec.load(std::memory_order_acquire) : nullptr;
+}
+
 TrSpec *tavObtainRequestTraceSpec(Tav *tav, Boolean *isCustom) noexcept {
     {
         TavLockGuard guard(tav->trSpecLock, "tavObtainRequestTraceSpec");
-        TrSpec *custom = tav->customPropDefaultRequestTraceSpec;
+        TrSpec *custom = tavGetCustomPropDefaultRequestTraceSpec(tav);
         *isCustom = custom != nullptr;
         if (custom) return trSpecRefObtain(custom);
     }
@@ -79,7 +83,7 @@ TrSpec *tavObtainRequestTraceSpec(Tav *tav, Boolean *isCustom) noexcept {
 }
 
 TrSpec *tavPeekRequestTraceSpec(Tav *tav, Boolean *isCustom) noexcept {
-    TrSpec *custom = tav->customPropDefaultRequestTraceSpec.load(std::memory_order_acquire);
+    TrSpec *custom = tavGetCustomPropDefaultRequestTraceSpec(tav);
     *isCustom = custom != nullptr;
     return custom ? custom : trContextPeekSpec(tav->trCtx);
 }

@@ -1,6 +1,7 @@
 // The interest specification: what a connector group asks its controller for. JSON-like text in single quotes; quotes inside a condition
 // are escaped. Built once per group, so later changes of the group's settings do not show in it.
 #include "tavConnector/tavConnector.h"
+#include "tavControl.h"
 #include "tavRecord.h"
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavStringBuffer.h"
@@ -186,6 +187,7 @@ private:
 
 const char *tavGetInterestSpec(Tav *, TavConnectorGroup *cg) TAV_NOEXCEPT {
     if (!cg) return nullptr;
+    TavControlScope control("tavGetInterestSpec");
     if (!cg->interestSpec) cg->interestSpec = InterestSpec(cg->enableAdminTraffic).build();
     return cg->interestSpec;
 }

@@ -9,6 +9,8 @@ void tavSetGlobalTraceRecord(TrRecord *record) noexcept;
 void tavSetGlobalTraceContext(TrContext *ctx) noexcept;
 // Forgets the two process-wide trace variables if they belong to this manager.
 void tavClearGlobalTrace(TrMgr *mgr) noexcept;
+// "DefaultRequestTraceSpec", null when unset; to be followed only under trSpecLock, else to compare. Any thread.
+TrSpec *tavGetCustomPropDefaultRequestTraceSpec(Tav *tav) noexcept;
 int tavSetDefaultTraceSpec(Tav *tav, const char *text) noexcept; // -1 when it does not parse
 
 // ---- names ----

@@ -23,11 +23,12 @@ using JsonText = std::unique_ptr<char, JsonTextDeleter>;
 JsonText render(json_t *json) noexcept { return JsonText(json ? json_dumps(json, JSON_INDENT(3)) : nullptr); }
 
 void sendMessage(Tav *tav, TavMessage *msg, int fd) noexcept {
-    if (!tav->serverProcess) return;
+    TavServerProcess *sp = tavGetServerProcess(tav);
+    if (!sp) return;
     if (fd == -1) {
-        tavServerProcessBroadcastMessage(tav->serverProcess, msg);
+        tavServerProcessBroadcastMessage(sp, msg);
     } else {
-        tavServerProcessSendMessage(tav->serverProcess, msg, fd);
+        tavServerProcessSendMessage(sp, msg, fd);
     }
 }
 

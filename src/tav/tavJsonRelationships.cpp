@@ -65,7 +65,7 @@ void mergePair(const Kind *kind, json_t *entry, const char *const names[2], Pars
         DOC_REFUSE(info, "relationship", "skip relationship %s; object %s not found\n", kind->name, names[i]);
         return;
     }
-    storedDocumentHandlePair(kind->handler, entry, names, info);
+    deltaRel(kind->handler, entry, names, info);
 }
 
 // ---- the snapshot ----

@@ -73,7 +73,7 @@ void walkEntry(json_t *json, const WalkLevel *above, ParseInfo *info, int depth)
     if (info->callObjectHandlers) {
         level.wrapper = jsonApplyEntry(&entry, above, info);
     } else if (info->stored) {
-        level.stored = storedDocumentHandleEntry(&entry, above, info);
+        level.stored = deltaObjects(&entry, above, info);
     }
     if (!entry.objects || info->failed) return;
     DocumentStep step(info, "objects");

@@ -17,6 +17,7 @@
 #include "tavRule/tavRule.h"
 #include "tavSapp.h"
 #include "tavUtil/tavMemory.h"
+#include "tavUtil/tavString.h"
 #include "tavUtil/tavTime.h"
 #include "tr/tr.h"
 
@@ -24,7 +25,7 @@
 
 namespace {
 
-// Holds an instance reference for a scope. Made with the control lock held; dropped without it.
+// Holds an instance reference for a scope. Made and dropped without the control lock: the last release may free the instance.
 class TavRefScope {
 public:
     TavRefScope(Tav *tav, const char *reason) noexcept : tav_(tav), reason_(reason) { tavObtainRef(tav_, reason_); }
@@ -37,30 +38,35 @@ private:
     const char *reason_;
 };
 
-// Counted copies of the group list, so that a host callback may change the list during a walk.
-class GroupWalk {
-public:
-    explicit GroupWalk(Tav *tav) noexcept : groups_(reinterpret_cast<TavConnectorGroup **>(tavListCreateArray(tav->connectorGroupList))) {
-        for (TavConnectorGroup **cg = begin(); cg && *cg; ++cg) tavConnectorGroupObtainRef(*cg, "walk");
+TavConnectorGroup *groupAt(Tav *tav, int place) noexcept {
+    for (TavConnectorGroup *cg : TavListRange<TavConnectorGroup>(tav->connectorGroupList)) {
+        if (place-- == 0) return cg;
     }
-    ~GroupWalk() noexcept {
-        for (TavConnectorGroup **cg = begin(); cg && *cg; ++cg) tavConnectorGroupReleaseRef(*cg, "walk");
+    return nullptr;
+}
+
+// Calls act(group) in list order. A host callback may change the list meanwhile, so counted copies are walked; without memory for them, the
+// places of the list.
+template <typename Act>
+void forEachGroup(Tav *tav, Act act) noexcept {
+    void **array = tavListCreateArray(tav->connectorGroupList);
+    std::unique_ptr<TavConnectorGroup *[], TavFreer> copies(reinterpret_cast<TavConnectorGroup **>(array));
+    for (int i = 0; copies && copies[i]; i++) tavConnectorGroupObtainRef(copies[i], "walk");
+    for (int i = 0; TavConnectorGroup *cg = copies ? copies[i] : groupAt(tav, i); i++) {
+        if (!copies) tavConnectorGroupObtainRef(cg, "walk");
+        act(cg);
+        tavConnectorGroupReleaseRef(cg, "walk");
     }
-    GroupWalk(const GroupWalk &) = delete;
-    GroupWalk &operator=(const GroupWalk &) = delete;
-    TavConnectorGroup **begin() const noexcept { return groups_.get(); }
+}
 
-private:
-    std::unique_ptr<TavConnectorGroup *[], TavFreer> groups_;
-};
-
+// A destroyed instance never gets initialized.
 void waitForInitializationCompletion(Tav *tav, int timeoutInSecs) noexcept {
     if (timeoutInSecs == -1) {
         TR_DEBUG(tav->trCtx, tav->processRec, "TAV was started asynchronously\n");
         return;
     }
     int left = timeoutInSecs;
-    while (!isInitialized(tav)) {
+    while (!isInitialized(tav) && tav->state != DELETED) {
         if (timeoutInSecs != 0 && --left < 1) {
             TR_DEBUG(tav->trCtx, tav->processRec, "Timed out waiting for TAV initialization to complete\n");
             return;
@@ -74,11 +80,10 @@ void waitForInitializationCompletion(Tav *tav, int timeoutInSecs) noexcept {
 
 void startGroups(Tav *tav) noexcept {
     bool alreadyRunning = false;
-    GroupWalk groups(tav);
-    for (TavConnectorGroup **cg = groups.begin(); cg && *cg; ++cg) {
-        const TavComponentState before = tavConnectorGroupGetState(*cg);
-        if (tavConnectorGroupStart(*cg) != 0 && (before == STARTED || before == STARTING)) alreadyRunning = true;
-    }
+    forEachGroup(tav, [&](TavConnectorGroup *cg) {
+        const TavComponentState before = tavConnectorGroupGetState(cg);
+        if (tavConnectorGroupStart(cg) != 0 && (before == STARTED || before == STARTING)) alreadyRunning = true;
+    });
     // A group left running by an ended daemon changes no state of its own.
     if (alreadyRunning) tavCheckState(tav);
 }
@@ -103,10 +108,7 @@ void haltDaemon(Tav *tav) noexcept {
 }
 
 void stopGroups(Tav *tav) noexcept {
-    {
-        GroupWalk groups(tav);
-        for (TavConnectorGroup **cg = groups.begin(); cg && *cg; ++cg) tavConnectorGroupStop(*cg);
-    }
+    forEachGroup(tav, [](TavConnectorGroup *cg) { tavConnectorGroupStop(cg); });
     // Without a group that changed its state (a worker, no groups, failed ones) nothing else leads out of STOPPING.
     if (tav->state == STOPPING && !tavIsClientProcess(tav)) tavCheckState(tav);
     if (tav->state == STOPPING) tavSetState(tav, STOPPED, "all connector groups are stopped");
@@ -127,14 +129,18 @@ int tavStart2(Tav *tav, int timeoutInSecs) noexcept {
         waitForInitializationCompletion(tav, timeoutInSecs);
         return 0;
     }
+    const unsigned stopCount = tav->stopCount;
     startGroups(tav);
     waitForInitializationCompletion(tav, timeoutInSecs);
+    // A stop that came during the wait has ended the daemon's loop: it must not come back.
+    if (stopCount != tav->stopCount) return 0;
     if (tavIsServerProcess(tav) && (!tav->serverProcess || tavServerProcessStart(tav->serverProcess) != 0))
         TR_DEBUG(tav->trCtx, tav->processRec, "tavStart2: the server process did not start\n");
     return 0;
 }
 
 int tavStop2(Tav *tav, const char *reason) noexcept {
+    ++tav->stopCount;
     tavStopLock(tav, "tavStop2");
     if (!isStoppable(tav)) {
         quiesceGroups(tav);
@@ -223,8 +229,10 @@ void tavDestroy(Tav *tav) TAV_NOEXCEPT {
 }
 
 void tavObtainRef(Tav *tav, const char *reason) TAV_NOEXCEPT {
+    if (!tav) return;
     const int count = ++tav->refcnt;
-    TR_TRACE(tav->trCtx, tav->processRec, TR_DEBUG_LEVEL, "Obtained reference to tav, refcnt: %d, reason: %s\n", count, reason);
+    TR_TRACE(tav->trCtx, tav->processRec, TR_DEBUG_LEVEL, "Obtained reference to tav, refcnt: %d, reason: %s\n", count,
+             tavOrNull(reason));
 }
 
 namespace {
@@ -273,7 +281,9 @@ void teardown(Tav *tav) noexcept {
 } // namespace
 
 void tavReleaseRef(Tav *tav, const char *reason) TAV_NOEXCEPT {
+    if (!tav) return;
     // After the count went down another thread may free the record, so the line comes first.
-    TR_TRACE(tav->trCtx, tav->processRec, TR_DEBUG_LEVEL, "Released reference to tav, refcnt: %d, reason: %s\n", tav->refcnt - 1, reason);
+    TR_TRACE(tav->trCtx, tav->processRec, TR_DEBUG_LEVEL, "Released reference to tav, refcnt: %d, reason: %s\n", tav->refcnt - 1,
+             tavOrNull(reason));
     if (--tav->refcnt < 1) teardown(tav);
 }

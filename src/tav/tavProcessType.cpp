@@ -10,21 +10,22 @@ int tavMarkAsServerProcess(Tav *tav, char *unixDomainSocketPath, uid_t unixDomai
     TR_DEBUG(tav->trCtx, tav->ipcProcessRec, "tavMarkAsServerProcess: path='%s', uid=%u\n", tavOrNull(unixDomainSocketPath),
              static_cast<unsigned int>(unixDomainSocketUid));
     tav->processType = ServerProcess;
-    tavReplaceStr(&tav->unixDomainSocketPath, unixDomainSocketPath);
+    const Boolean hasPath = tavReplaceStr(&tav->unixDomainSocketPath, unixDomainSocketPath);
     tav->unixDomainSocketUid = unixDomainSocketUid;
     if (!tav->serverProcess) tav->serverProcess = tavServerProcessCreate(tav);
-    return tav->serverProcess ? 0 : -1;
+    return hasPath && tav->serverProcess ? 0 : -1;
 }
 
 int tavMarkAsClientProcess(Tav *tav, char *unixDomainSocketPath) TAV_NOEXCEPT {
     if (!tav) return -1;
     TR_DEBUG(tav->trCtx, tav->ipcProcessRec, "tavMarkAsClientProcess: path='%s'\n", tavOrNull(unixDomainSocketPath));
     tav->processType = ClientProcess;
-    tavReplaceStr(&tav->unixDomainSocketPath, unixDomainSocketPath);
+    const Boolean hasPath = tavReplaceStr(&tav->unixDomainSocketPath, unixDomainSocketPath);
     if (!tav->clientProcess) tav->clientProcess = tavClientProcessCreate(tav);
-    return tav->clientProcess ? 0 : -1;
+    return hasPath && tav->clientProcess ? 0 : -1;
 }
 
+TavServerProcess *tavGetServerProcess(Tav *tav) noexcept { return tav ? tav->serverProcess : nullptr; }
 Boolean tavIsServerProcess(Tav *tav) TAV_NOEXCEPT { return tav && tav->processType == ServerProcess; }
 Boolean tavIsClientProcess(Tav *tav) TAV_NOEXCEPT { return tav && tav->processType == ClientProcess; }
 Boolean tavIsStandaloneProcess(Tav *tav) TAV_NOEXCEPT { return tav && tav->processType == StandaloneProcess; }

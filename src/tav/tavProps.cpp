@@ -17,10 +17,9 @@ namespace {
 
 Boolean isTrue(const char *value) noexcept { return value && tavStrCmpIgnoreCase(value, "true") == 0; }
 
-bool applyServerName(Tav *tav, const char *value) noexcept {
-    tavSetServerName(tav, value);
-    return true;
-}
+bool setServerName(Tav *tav, const char *name) noexcept;
+
+bool applyServerName(Tav *tav, const char *value) noexcept { return setServerName(tav, value); }
 
 bool applyPoolSize(Tav *tav, const char *value) noexcept {
     tav->maxHttpContextPoolSize = value ? tavParseInt(value) : -1;
@@ -71,12 +70,9 @@ bool applyTrustedProxyEnable(Tav *tav, const char *value) noexcept {
     return true;
 }
 
-void setTrustedProxies(Tav *tav, const char *value) noexcept;
+bool setTrustedProxies(Tav *tav, const char *value) noexcept;
 
-bool applyTrustedProxyList(Tav *tav, const char *value) noexcept {
-    if (value) setTrustedProxies(tav, value);
-    return true;
-}
+bool applyTrustedProxyList(Tav *tav, const char *value) noexcept { return !value || setTrustedProxies(tav, value); }
 
 bool applyMaxRequestsPerDaemon(Tav *tav, const char *value) noexcept {
     if (value) tav->maxRequestsPerDaemon = tavParseInt(value);
@@ -87,7 +83,7 @@ bool applyPpid(Tav *tav, const char *value) noexcept;
 
 struct PropertyRow {
     const char *name;
-    bool (*apply)(Tav *tav, const char *value); // false: the value is refused, as if the name were unknown
+    bool (*apply)(Tav *tav, const char *value); // false: refused, or no memory; nothing changed, as if the name were unknown
 };
 
 // In the order of look-up; the first ten are what the controller is asked for.
@@ -129,10 +125,15 @@ bool hasServerValue(Tav *tav, const char *name) noexcept {
     return tavHashGet(tav->serverProps, name) != nullptr;
 }
 
+void logSetProperty(Tav *tav, const char *name, const char *value) noexcept {
+    TR_DEBUG(tav->trCtx, tav->processRec, "tavSetProperty name='%s', value='%s'\n", tavOrNull(name), tavOrNull(value));
+}
+
 // A value of the instance's own: kept for the time when the server's value goes, in effect unless the server has one.
 char *applyInstanceValue(Tav *tav, const char *name, const char *value) noexcept {
     const PropertyRow *row = name ? findProperty(name) : nullptr;
     if (row && hasServerValue(tav, row->name)) {
+        logSetProperty(tav, name, value);
         recordValue(tav, tav->defaultProps, row->name, value);
         return const_cast<char *>(row->name);
     }
@@ -159,7 +160,7 @@ const char *const tavCustomPropertyNames[] = {kProperties[0].name,
                                               nullptr};
 
 char *tavApplyProperty(Tav *tav, const char *name, const char *value) noexcept {
-    TR_DEBUG(tav->trCtx, tav->processRec, "tavSetProperty name='%s', value='%s'\n", tavOrNull(name), tavOrNull(value));
+    logSetProperty(tav, name, value);
     const PropertyRow *row = name ? findProperty(name) : nullptr;
     if (!row || !row->apply(tav, value)) return nullptr;
     return const_cast<char *>(row->name);
@@ -178,8 +179,8 @@ Boolean tavSetServerCustomProperty(Tav *tav, const char *name, const char *value
     const char *stripped = tavStartsWith(name, kServerPrefix) ? name + strlen(kServerPrefix) : name;
     const PropertyRow *row = findProperty(stripped);
     const char *stored = row ? row->name : stripped;
-    TavText effective(value ? tavStrdup(value) : copyValue(tav, tav->defaultProps, stored));
-    const char *canonical = tavApplyProperty(tav, stripped, effective.get());
+    TavText own(value ? nullptr : copyValue(tav, tav->defaultProps, stored));
+    const char *canonical = tavApplyProperty(tav, stripped, value ? value : own.get());
     recordValue(tav, tav->serverProps, canonical ? canonical : stripped, value);
     return canonical != nullptr;
 }
@@ -207,7 +208,9 @@ void updateGroupURIs(Tav *tav) noexcept {
 }
 
 bool applyPpid(Tav *tav, const char *value) noexcept {
-    tav->ppid = tavIntern(tav, value);
+    const char *ppid = tavIntern(tav, value);
+    if (value && !ppid) return false;
+    tav->ppid = ppid;
     updateGroupURIs(tav);
     return true;
 }
@@ -241,13 +244,19 @@ void updateServerPath(Tav *tav) noexcept {
              tavOrNull(tav->serverPath));
 }
 
+bool setServerName(Tav *tav, const char *name) noexcept {
+    const char *interned = tavIntern(tav, name);
+    if (name && !interned) return false;
+    tav->serverName = interned;
+    updateServerPath(tav);
+    updateGroupURIs(tav);
+    return true;
+}
+
 } // namespace
 
 void tavSetServerName(Tav *tav, const char *name) TAV_NOEXCEPT {
-    if (!tav) return;
-    tav->serverName = tavIntern(tav, name);
-    updateServerPath(tav);
-    updateGroupURIs(tav);
+    if (tav) setServerName(tav, name);
 }
 
 const char *tavGetServerName(Tav *tav) TAV_NOEXCEPT { return tav ? tav->serverName.load() : nullptr; }
@@ -259,19 +268,20 @@ Boolean tavIsOwnServerPath(Tav *tav, const char *name) noexcept { return tav && 
 
 namespace {
 
-void setTrustedProxies(Tav *tav, const char *value) noexcept {
+// False without memory: the old list stays.
+bool setTrustedProxies(Tav *tav, const char *value) noexcept {
     TavText copy(tavStrdup(value));
     TavListPtr list(tavListCreate(tavFree));
     TavHashMapPtr set(tavHashMapCreate());
-    if (!copy || !list || !set) return;
+    if (!copy || !list || !set) return false;
     char *last = nullptr;
     for (char *ip = tavStrtok(copy.get(), ":", &last); ip; ip = tavStrtok(nullptr, ":", &last)) {
         TR_DEBUG(tav->trCtx, tav->processRec, "tavSetTrustedProxy proxy address=%s\n", ip);
         tavListAddUniqueStr(list.get(), ip);
         TavListEle *ele = tavListFindStr(list.get(), ip);
-        if (!ele) return;
+        if (!ele) return false;
         tavHashPut(set.get(), ip, tavListEleGetObject(ele));
-        if (!tavHashGet(set.get(), ip)) return;
+        if (!tavHashGet(set.get(), ip)) return false;
     }
     TavLockGuard guard(tav->nameLock, "setTrustedProxies");
     TavList *oldList = tav->trustedProxyList;
@@ -280,6 +290,7 @@ void setTrustedProxies(Tav *tav, const char *value) noexcept {
     tav->trustedProxySet = set.release();
     list.reset(oldList);
     set.reset(oldSet);
+    return true;
 }
 
 bool isListedProxy(Tav *tav, const char *ip) noexcept {

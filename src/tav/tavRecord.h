@@ -101,6 +101,7 @@ struct _Tav {
     TrSpec *noticeTraceSpec;         // ":NOTICE" compiled once, for requests to copy
     std::atomic<bool> terminateQueued;
     int stopsInProgress; // tavStop2 calls that wait with the locks released; control lock
+    unsigned stopCount;  // stops and destroys so far: a start that waits sees that it was overtaken; control lock
 };
 
 // ---- control and stop lock ----
@@ -126,6 +127,7 @@ extern const char *const tavCustomPropertyNames[];
 json_t *tavConnectorGroupsToJSON(Tav *tav) noexcept; // returns new, keyed by group name; control lock held
 // Sends the control state to one client (`fd`) or to all (-1). Control lock held.
 void tavUpdateControlState(Tav *tav, int fd) noexcept;
+TavServerProcess *tavGetServerProcess(Tav *tav) noexcept;      // returns borrowed; null unless marked as the daemon
 int tavClientProcessSendJson(Tav *tav, json_t *json) noexcept; // -1 without a client process, memory or text
 
 #endif

@@ -124,20 +124,21 @@ TavRoutingInfo *tavRoutingInfoObtain(Tav *tav) noexcept {
 void tavRoutingInfoRelease(TavRoutingInfo *ri) noexcept {
     if (!ri) return;
     Tav *tav = ri->tav;
-    SNAPSHOT_DEBUG(tav, "tavRoutingInfoRelease: enter - ri=%p\n", static_cast<void *>(ri));
+    // Once this holder is gone, another one may drop snapshot and instance: whoever still has lines to write needs a reference of its own.
+    const bool traced = trContextLogEnabled(tav->trCtx, tav->processRec);
+    if (traced) {
+        tavObtainRef(tav, "tavRoutingInfoRelease");
+        trContextDebug(tav->trCtx, tav->processRec, "tavRoutingInfoRelease: enter - ri=%p\n", static_cast<void *>(ri));
+    }
     int count = 0;
     {
         TavLockGuard guard(tav->routingInfoLock, "tavRoutingInfoRelease");
         count = --ri->refCount;
     }
-    if (count > 0) {
-        // Another holder keeps the snapshot, and with it the instance, only until it releases: nothing may be touched but the count.
-        return;
-    }
-    tavObtainRef(tav, "tavRoutingInfoRelease");
-    SNAPSHOT_DEBUG(tav, "tavRoutingInfoRelease: refCount=%d, ri=%p\n", count, static_cast<void *>(ri));
-    snapshotDelete(ri);
-    SNAPSHOT_DEBUG(tav, "tavRoutingInfoRelease: exit\n");
+    if (traced) trContextDebug(tav->trCtx, tav->processRec, "tavRoutingInfoRelease: refCount=%d, ri=%p\n", count, static_cast<void *>(ri));
+    if (count < 1) snapshotDelete(ri);
+    if (!traced) return;
+    trContextDebug(tav->trCtx, tav->processRec, "tavRoutingInfoRelease: exit\n");
     tavReleaseRef(tav, "tavRoutingInfoRelease");
 }
 

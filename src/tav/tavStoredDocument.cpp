@@ -185,7 +185,7 @@ bool mergeProps(const EntryView *entry, const StoredObject *object) noexcept {
     return json_object_set(object->entry, "props", props.get()) == 0;
 }
 
-StoredObject *setEntry(const EntryView *entry, ParseInfo *info) noexcept {
+StoredObject *deltaSet(const EntryView *entry, ParseInfo *info) noexcept {
     const ObjectName name = objectNameScan(entry->name, documentHasUnescapedUris(info));
     StoredObject *object = findByName(info->stored, &name);
     if (!entry->props) return object;
@@ -198,7 +198,7 @@ StoredObject *setEntry(const EntryView *entry, ParseInfo *info) noexcept {
     return object;
 }
 
-StoredObject *addEntry(const EntryView *entry, const WalkLevel *above, ParseInfo *info) noexcept {
+StoredObject *deltaAdd(const EntryView *entry, const WalkLevel *above, ParseInfo *info) noexcept {
     TavStoredDocument *stored = info->stored;
     const ObjectName name = objectNameScan(entry->name, documentHasUnescapedUris(info));
     if (StoredObject *existing = findByName(stored, &name)) {
@@ -295,7 +295,7 @@ void removeObject(StoredObject *object, ParseInfo *info) noexcept {
     removeEntry(stored, &gone);
 }
 
-void deleteEntry(const EntryView *entry, ParseInfo *info) noexcept {
+void deltaDel(const EntryView *entry, ParseInfo *info) noexcept {
     if (entryHasChildren(entry)) return;
     const ObjectName name = objectNameScan(entry->name, documentHasUnescapedUris(info));
     StoredObject *object = findByName(info->stored, &name);
@@ -327,15 +327,15 @@ void takeIn(json_t *document, const char *opName, OpType op, Boolean indexing, P
 
 } // namespace
 
-StoredObject *storedDocumentHandleEntry(const EntryView *entry, const WalkLevel *above, ParseInfo *info) noexcept {
+StoredObject *deltaObjects(const EntryView *entry, const WalkLevel *above, ParseInfo *info) noexcept {
     if (info->indexing) return indexEntry(entry, above, info);
     switch (info->op) {
         case AddOp:
-            return addEntry(entry, above, info);
+            return deltaAdd(entry, above, info);
         case SetOp:
-            return setEntry(entry, info);
+            return deltaSet(entry, info);
         case DelOp:
-            deleteEntry(entry, info);
+            deltaDel(entry, info);
             return nullptr;
     }
     return nullptr;

@@ -68,10 +68,10 @@ TavStoredDocument *tavStoredDocumentCreate(json_t *document, TavConnector *c, co
 Boolean tavStoredDocumentSetVersion(json_t *document, int64_t version) noexcept;
 
 // The walk's work in a pass over the stored document; sets `failed` in the context when memory runs out, and then the entry is as it was.
-StoredObject *storedDocumentHandleEntry(const EntryView *entry, const WalkLevel *above, ParseInfo *info) noexcept;
+StoredObject *deltaObjects(const EntryView *entry, const WalkLevel *above, ParseInfo *info) noexcept;
 
 // A relationship entry of the delta; `names` are those of the kind's first and second type.
-void storedDocumentHandlePair(const RelationshipHandler *kind, json_t *entry, const char *const names[2], ParseInfo *info) noexcept;
+void deltaRel(const RelationshipHandler *kind, json_t *entry, const char *const names[2], ParseInfo *info) noexcept;
 // An object is about to go: the pairs that name it join the delta's own "del", so that the snapshots that it is applied to part them first.
 // FALSE without memory: the stored document is as it was.
 Boolean storedDocumentGatherPairs(ParseInfo *info, const char *name) noexcept;

@@ -188,7 +188,7 @@ void storedDocumentDropPairs(TavStoredDocument *stored, const char *name) noexce
     while (StoredPairEnd *end = stored->ends.find(hash, NamedBy{name})) removePair(stored, end->pair);
 }
 
-void storedDocumentHandlePair(const RelationshipHandler *handler, json_t *entry, const char *const names[2], ParseInfo *info) noexcept {
+void deltaRel(const RelationshipHandler *handler, json_t *entry, const char *const names[2], ParseInfo *info) noexcept {
     TavStoredDocument *stored = info->stored;
     const char *kind = handler->relationshipName;
     if (!indexPairs(stored)) {

@@ -111,20 +111,31 @@ static const char *delimiterOf(const TavHttpContext *ctx) noexcept {
     return delimiter ? delimiter : ":";
 }
 
-// Gives the response an affinity cookie: "aa", the delimiter, the clone id and what follows it. A host that sets no cookies by name gets
-// the whole header.
-static void setAffinityCookie(TavHttpContext *ctx, const char *name, const char *cloneId, const char *rest, const char *rest2) noexcept {
-    auto setCookie = hcHost(ctx).response.setCookieValue;
+// "aa", the delimiter, the clone id and what follows it. Returns new; null without memory.
+static char *affinityValue(const TavHttpContext *ctx, const char *cloneId, const char *rest, const char *rest2) noexcept {
+    TavStringBufferPtr sb(sbCreate(128));
+    if (!sb) return nullptr;
+    for (const char *text : {"aa", delimiterOf(ctx), cloneId, rest, rest2}) sbAdd(sb.get(), text);
+    return sb->failed ? nullptr : tavStrdup(sbStr(sb.get()));
+}
+
+// The same with the attributes of the server's own cookie. One without attributes gives none.
+static char *createCookieValue(const TavHttpContext *ctx, const char *cloneId, const char *cookie) noexcept {
+    const char *attributes = strchr(cookie, ';');
+    return attributes ? affinityValue(ctx, cloneId, attributes, "") : nullptr;
+}
+
+// A host that sets no cookies by name gets the whole header. Null value: nothing is set.
+static void setAffinityCookie(TavHttpContext *ctx, const char *name, const char *value) noexcept {
+    if (!value) return;
+    if (auto setCookie = hcHost(ctx).response.setCookieValue) {
+        setCookie(ctx->envHttpContext, hcName(name), hcName(value));
+        return;
+    }
     TavStringBufferPtr sb(sbCreate(128));
     if (!sb) return;
-    if (!setCookie)
-        for (const char *text : {name, "="}) sbAdd(sb.get(), text);
-    for (const char *text : {"aa", delimiterOf(ctx), cloneId, rest, rest2}) sbAdd(sb.get(), text);
-    if (sb->failed) return;
-    if (setCookie)
-        setCookie(ctx->envHttpContext, hcName(name), hcName(sbStr(sb.get())));
-    else
-        setResponseHeader(ctx, HC_SET_COOKIE_HEADER, sbStr(sb.get()));
+    for (const char *text : {name, "=", value}) sbAdd(sb.get(), text);
+    if (!sb->failed) setResponseHeader(ctx, HC_SET_COOKIE_HEADER, sbStr(sb.get()));
 }
 
 static bool hasText(const char *text) noexcept { return text && *text; }
@@ -145,20 +156,21 @@ static bool learnCloneId(TavHttpContext *ctx, TargetServer *server, const char *
     return learned;
 }
 
-// A server that is no application server does not put its clone id into its own cookie: a second cookie carries it, with the attributes
-// of the server's cookie. A cookie without attributes gets none.
+// A server that is no application server does not put its clone id into its own cookie: a second cookie carries it.
 static void followSessionCookie(TavHttpContext *ctx, TargetServer *server, const char *cookie) noexcept {
     if (learnCloneId(ctx, server, cookie)) return;
     const char *cloneId = tsServerGetCloneId(server);
-    const char *attributes = strchr(cookie, ';');
-    if (hasText(cloneId) && attributes) setAffinityCookie(ctx, "ZVJSESSIONID", cloneId, attributes, "");
+    if (!hasText(cloneId)) return;
+    TavText value(createCookieValue(ctx, cloneId, cookie));
+    setAffinityCookie(ctx, "ZVJSESSIONID", value.get());
 }
 
 // The cookie's name lacks the S after the J: it is another cookie than the one above.
 static void setStickyCookie(TavHttpContext *ctx, TargetServer *server) noexcept {
     const char *cloneId = tsServerGetCloneId(server);
     if (!hasText(cloneId) || requestHasSessionCookie(ctx)) return;
-    setAffinityCookie(ctx, "ZVJESSIONID", cloneId, "; Path=", ctx->contextRoot ? ctx->contextRoot : "");
+    TavText value(affinityValue(ctx, cloneId, "; Path=", ctx->contextRoot ? ctx->contextRoot : ""));
+    setAffinityCookie(ctx, "ZVJESSIONID", value.get());
 }
 
 static void processSessionCookies(TavHttpContext *ctx) noexcept {

@@ -5,8 +5,8 @@
 #include "tavInstance/tavInstance.h"
 
 // ---- the pool of contexts (each takes the pool lock) ----
-// Takes `ctx` over and puts it into CACHED; FALSE when the pool is full, the instance not usable or without memory: the context stays the
-// caller's, which deletes it.
+// Takes `ctx` over and puts it into CACHED (without memory for its place it is deleted); FALSE when the pool is full or the instance not
+// usable: the context stays the caller's, which deletes it.
 Boolean addTavHttpContextToPool(Tav *tav, TavHttpContext *ctx) noexcept;
 // Returns new (the latest one put back, in INITIAL), null when the pool is empty.
 TavHttpContext *removeTavHttpContextFromPool(Tav *tav) noexcept;

@@ -59,7 +59,7 @@ void tavProcessAsync(Tav *tav, void *obj, AsyncCallbackFcn handler, void (*disca
 // ---- host endpoints shared by all endpoints of one name ----
 typedef struct _EndPointRef EndPointRef;
 // Finds or makes the shared host object of the endpoint's name and counts one holder; null when the host gives none. Returns the counted
-// reference record; envTargetEndPointGet gives the host's object.
+// reference record; tavEndPointRefGet gives the host's object.
 EndPointRef *tavEndPointRefObtain(Tav *tav, TavTargetEndpoint *endpoint) noexcept;
 void tavEndPointRefAddHolder(EndPointRef *ref) noexcept; // one more holder of a record that is already held
 void tavEndPointRefRelease(Tav *tav, EndPointRef *ref) noexcept; // the last holder's release calls targetEndpoint.delete_

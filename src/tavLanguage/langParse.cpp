@@ -51,11 +51,16 @@ const char *elementEntryTypeToString(ElementEntryType type) noexcept {
 
 Expression *langParse(Language *language, Tokenizer *tokenizer, int depth, ExpressionType expectedType, void *passback) noexcept {
     if (!language || tokenizerIsError(tokenizer)) return nullptr;
+    const unsigned failures = tavAllocationFailures();
     try {
-        return LangParser(language, tokenizer, passback).parse(depth, expectedType);
+        ExpressionPtr result(LangParser(language, tokenizer, passback).parse(depth, expectedType));
+        // Where memory ran out, an operator may have been passed over: even a tree is then not the text's.
+        if (tavAllocationFailures() == failures) return result.release();
     } catch (const std::bad_alloc &) {
-        return nullptr;
+        tavNoteAllocationFailure();
     }
+    tokenizerSetOutOfMemory(tokenizer);
+    return nullptr;
 }
 
 LangParser::~LangParser() {
@@ -86,7 +91,8 @@ bool LangParser::step() {
         case TOKEN_INTEGER:
         case TOKEN_LONG:
         case TOKEN_LITERAL:
-            return appendConstant(token->type) && reduceCompletely();
+            if (!appendConstant(token->type)) return false;
+            break;
         case TOKEN_LT_PAREN:
             openLevel(level().depth + 1, EXPR_LIST);
             return true;
@@ -97,10 +103,13 @@ bool LangParser::step() {
         case TOKEN_COMMA:
             return closeListElement();
         case TOKEN_SUBEXPRESSION:
-            return appendWord() && reduceCompletely();
+            if (!appendWord()) return false;
+            break;
         default:
             return fail("Unrecognized token");
     }
+    reduceCompletely();
+    return true;
 }
 
 void LangParser::openLevel(int depth, ExpressionType expectedType) {
@@ -118,17 +127,15 @@ bool LangParser::closeLevel() {
         dropElements(level().firstElement);
     }
     if (level().commaList && !takeList(result, &result)) return false;
-    if (outOfMemory_) {
-        expressionFree(result);
-        return false;
-    }
 
     levels_.pop_back();
     if (levels_.empty()) {
         result_ = result;
-        return true;
+    } else if (result) {
+        appendExpression(result);
+        reduceCompletely();
     }
-    return !result || (appendExpression(result) && reduceCompletely());
+    return true;
 }
 
 // Takes what a level left over, as an expression: null when that is not exactly one element that can be one.
@@ -179,7 +186,6 @@ bool LangParser::closeListElement() {
         langReportError(moduleName, "elements(%x) is not empty!  Cleaning it now.", address);
         dropElements(level().firstElement);
     }
-    if (outOfMemory_) return false;
     if (!member) return fail("Empty expression before comma");
     return tavListAddTail(level().commaList, member) != nullptr;
 }
@@ -205,9 +211,8 @@ bool LangParser::appendConstant(TOKEN_TYPE type) {
     }
     if (!expr) return false;
     ctx.release()->exprString = nullptr;
-    if (stored) return appendExpression(expr);
-    expressionFree(expr);
-    return false;
+    appendExpression(expr);
+    return stored;
 }
 
 ExpressionContext *LangParser::createContext(ExpressionType type) noexcept {
@@ -217,30 +222,26 @@ ExpressionContext *LangParser::createContext(ExpressionType type) noexcept {
 Expression *LangParser::createOperandExpression(const OperandInstanceInfo *info, ExpressionType expectedType) noexcept {
     OperandContext *ctx = operandContextCreate(expectedType, level().depth, language_, passback_, info->numActualArguments,
                                                info->actualArguments, position_, text_);
-    if (!ctx) {
-        outOfMemory_ = true;
-        return nullptr;
-    }
+    if (!ctx) return nullptr;
     Expression *expr = operandCreateExpression(info->operand, ctx);
     ctx->expressionContext.exprString = nullptr;
     if (!expr) expressionContextFree(&ctx->expressionContext);
     return expr;
 }
 
-bool LangParser::appendExpression(Expression *expr) { return append(eet_Expression, freeExpressionObject, expr); }
+void LangParser::appendExpression(Expression *expr) { append(eet_Expression, freeExpressionObject, expr); }
 
-bool LangParser::append(ElementEntryType type, void (*destructor)(void *), void *object) {
+void LangParser::append(ElementEntryType type, void (*destructor)(void *), void *object) {
     try {
         elements_.push_back({type, destructor, object});
     } catch (const std::bad_alloc &) {
         destructor(object);
-        return false;
+        throw;
     }
     if (language_->trRec) {
         TR_DEBUG(language_->trCtx, language_->trRec, "tavLanguage: %s at depth %d, position %d\n", elementEntryTypeToString(type),
                  level().depth, position_);
     }
-    return true;
 }
 
 void LangParser::dropElements(size_t from) noexcept {

@@ -24,7 +24,7 @@ typedef struct _ElementEntry {
 } ElementEntry;
 
 // Steps return false to end the parse: the tokenizer then holds the error, or memory ran out. A creator that returns null is taken as a
-// refusal, which is no match, even if it was memory that it lacked.
+// refusal, which is no match, even if it was memory that it lacked: langParse drops whatever comes of a parse in which memory ran out.
 class LangParser {
 public:
     LangParser(Language *language, Tokenizer *tokenizer, void *passback) noexcept
@@ -63,8 +63,8 @@ private:
     Expression *takeResult(ExpressionType expectedType);
     bool takeList(Expression *last, Expression **result);
     void dropElements(size_t from) noexcept;
-    bool append(ElementEntryType type, void (*destructor)(void *), void *object); // takes the object, on failure too
-    bool appendExpression(Expression *expr);
+    void append(ElementEntryType type, void (*destructor)(void *), void *object); // takes the object, on failure too
+    void appendExpression(Expression *expr);
     ExpressionContext *createContext(ExpressionType type) noexcept;
     Expression *createOperandExpression(const OperandInstanceInfo *info, ExpressionType expectedType) noexcept;
     Token *consume() noexcept; // remembers its position and text
@@ -83,7 +83,7 @@ private:
     bool setArgument(OperandInstanceInfo *info, int slot, std::string_view value) noexcept;
 
     // langReduce.cpp
-    bool reduceCompletely();
+    void reduceCompletely();
     bool reduceSinglePass();
     bool match(const Operator *op, ElementEntry *first);
     bool matchExpression(bool first, ExpressionType expected, Operand *operand, ElementEntry *element);
@@ -99,7 +99,6 @@ private:
     std::vector<Level> levels_;
     std::vector<PlannedInput> plan_;
     Expression *result_ = nullptr;
-    bool outOfMemory_ = false;   // found out where only null could be returned
     int position_ = 0;           // of the token in hand
     const char *text_ = nullptr; // its text, gone once an error is recorded
 };

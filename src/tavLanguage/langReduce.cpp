@@ -71,9 +71,8 @@ Expression *convertLiteral(const Expression *literal, const SelectableValue *sel
 
 } // namespace
 
-bool LangParser::reduceCompletely() {
+void LangParser::reduceCompletely() {
     while (reduceSinglePass()) level().reduced = true;
-    return !outOfMemory_;
 }
 
 // TRUE when it replaced something.
@@ -85,7 +84,6 @@ bool LangParser::reduceSinglePass() {
         Expression *expr = prepareInputs(op) ? createReduced(op) : nullptr;
         if (!expr) {
             discardInputs();
-            if (outOfMemory_) return false;
             continue;
         }
         replaceTail(length, expr);
@@ -160,10 +158,7 @@ Expression *LangParser::createReduced(Operator *op) noexcept {
     for (const PlannedInput &planned : plan_) listed = listed && tavListAddTail(inputs.get(), planned.input);
     OperatorContext *ctx =
         listed ? operatorContextCreate(op, level().depth, language_, passback_, inputs.get(), position_, text_) : nullptr;
-    if (!ctx) {
-        outOfMemory_ = true;
-        return nullptr;
-    }
+    if (!ctx) return nullptr;
     Expression *expr = operatorCreateExpression(op, ctx);
     ctx->expressionContext.exprString = nullptr;
     if (!expr) expressionContextFree(&ctx->expressionContext);

@@ -70,13 +70,15 @@ bool LangParser::appendWord() {
     } else if (operand->numFormalArgs > 0) {
         if (!parenthesizedArguments(info.get())) return false;
     }
-    return append(eet_OperandInstanceInfo, freeInfo, info.release());
+    append(eet_OperandInstanceInfo, freeInfo, info.release());
+    return true;
 }
 
 bool LangParser::appendKeyword(const char *word) {
     if (!langTokenIsOperator(language_, word)) return fail("Identifier is unknown to language ");
     char *copy = tavStrdup(word);
-    return copy && append(eet_Identifier, tavFree, copy);
+    if (copy) append(eet_Identifier, tavFree, copy);
+    return copy != nullptr;
 }
 
 // queryparm$name

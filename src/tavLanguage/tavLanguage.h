@@ -156,8 +156,8 @@ int langTokenIsOperator(const Language *language, const char *text) noexcept;
 
 // Parses the tokens from the cursor on. Rules pass depth 0, EXPR_BOOLEAN and a null passback; the passback goes into every context. The
 // root's type is not compared with `expectedType`. Returns new; null with tokenizerIsError() set (message, position and indicator are in
-// the tokenizer), or null with the tokenizer clear when the text does not reduce to one expression or memory ran out. Not recursive: any
-// depth of parentheses will do. The tree keeps nothing of the tokenizer.
+// the tokenizer; when its outOfMemory is set, memory ran out and nothing is known about the text), or null with the tokenizer clear when
+// the text does not reduce to one expression. Not recursive: any depth of parentheses will do. The tree keeps nothing of the tokenizer.
 Expression *langParse(Language *language, Tokenizer *tokenizer, int depth, ExpressionType expectedType, void *passback) noexcept;
 
 struct LanguageDeleter {

@@ -208,6 +208,12 @@ void syntaxError(Tokenizer *tokenizer, const char *message, int position) noexce
     tokenizer->outOfMemory = !tokenizer->errorString;
 }
 
+void tokenizerSetOutOfMemory(Tokenizer *tokenizer) noexcept {
+    if (!tokenizer) return;
+    freeTokens(tokenizer);
+    tokenizer->outOfMemory = true;
+}
+
 int tokenizerIsError(const Tokenizer *tokenizer) noexcept { return !tokenizer || tokenizer->errorString || tokenizer->outOfMemory; }
 const char *tokenizerGetErrorMessage(const Tokenizer *tokenizer) noexcept { return tokenizer ? tokenizer->errorString : nullptr; }
 const char *tokenizerGetErrorPositionIndicatorString(const Tokenizer *tokenizer) noexcept {

@@ -52,7 +52,7 @@ typedef struct _Tokenizer {
     int32_t errorPosition;  // -1: no error
     Token *firstTokenToConsume;
     Token *nextTokenToConsume;
-    bool outOfMemory; // an error whose message found no memory
+    bool outOfMemory; // an error, with a message or without: memory ran out
 } Tokenizer;
 
 // Scans `expression` (copied). Returns new: the tokens or an error; null for null or without memory.
@@ -70,6 +70,8 @@ void tokenizerPrintErrorPosition(const Tokenizer *tokenizer, FILE *stream) noexc
 // Records an error, unless there is one already, and frees the tokens: no Token of this tokenizer may be used afterwards.
 // A position below 1 gives the indicator "^".
 void syntaxError(Tokenizer *tokenizer, const char *message, int position) noexcept;
+// The same for want of memory: an error that says nothing about the expression. A message that was recorded before stays.
+void tokenizerSetOutOfMemory(Tokenizer *tokenizer) noexcept;
 
 // The cursor. TOKEN_EOF is a token like the others; after it, and after an error, there is none (null, 0). Tokens are borrowed until the
 // tokenizer is freed or an error is recorded.

@@ -16,12 +16,13 @@
 #include "URIMatcher/matchTrace.h"
 #include "tavURLMatcher/tavHttpContextForMatching.h"
 #include "tavURLMatcher/urlMatcherIndex.h"
+#include "tavURLMatcher/urlMatcherSeal.h"
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavString.h"
 
 static void dropIndex(void *owner) noexcept {
     auto *urlMatcher = static_cast<URLMatcher *>(owner);
-    urlMatcherIndexDelete(urlMatcher->index);
+    urlMatcherIndexDelete(urlMatcher->index, urlMatcher->vhtMatchersArray, tavListGetCount(urlMatcher->vhostMatcherList));
     urlMatcher->index = nullptr;
 }
 
@@ -52,6 +53,7 @@ void tavURLMatcherDestroy(URLMatcher *urlMatcher) noexcept {
     tavHashMapDestroy(urlMatcher->vhostMatcherMap);
     tavListDestroy(urlMatcher->vhostMatcherList);
     tavFree(urlMatcher->vhtMatchersArray);
+    urlMatcherFreeBlocks(urlMatcher); // the groups' patterns lay there
     tavDestroyRecord(urlMatcher);
 }
 
@@ -112,17 +114,6 @@ void URLMatcherDeleteVHostMatcher(URLMatcher *urlMatcher, const char *name) noex
     deleteVHostMatcher(getVHostMatcher(urlMatcher, name));
 }
 
-Boolean tavURLMatcherSeal(URLMatcher *urlMatcher) noexcept {
-    if (!urlMatcher) return FALSE;
-    bool sealed = true;
-    const int count = tavListGetCount(urlMatcher->vhostMatcherList);
-    for (int i = 0; i < count; ++i) {
-        if (!URIMatcherSeal(getURIMatcher(urlMatcher->vhtMatchersArray[i]))) sealed = false;
-    }
-    if (!urlMatcher->index) urlMatcher->index = urlMatcherIndexCreate(urlMatcher->vhtMatchersArray, count);
-    return sealed && urlMatcher->index;
-}
-
 Boolean tavURLMatcherIsComplete(const URLMatcher *urlMatcher) noexcept {
     for (const VHostMatcher *group : TavListRange<const VHostMatcher>(urlMatcher->vhostMatcherList)) {
         if (!vhostMatcherIsComplete(group)) return FALSE;
@@ -130,44 +121,47 @@ Boolean tavURLMatcherIsComplete(const URLMatcher *urlMatcher) noexcept {
     return TRUE;
 }
 
-// The best offer so far.
+// The best offer so far. The supplier's name is its group's.
 struct Best {
     WebModule *webModule = nullptr;
-    const VHostMatcher *group = nullptr;
-    size_t rootLength = 0;
+    const URIMatcher *supplier = nullptr;
 };
 
-static bool isBetterThan(size_t rootLength, const Best &best) noexcept {
-    if (rootLength != best.rootLength) return rootLength > best.rootLength;
-    return tavIndexOfString(wmGetName(best.webModule), "/GenericApplication") >= 0;
+static size_t rootLength(const WebModule *webModule) noexcept { return tavView(wmGetContextRoot(webModule)).size(); }
+
+static bool isBetterThan(const WebModule *candidate, const WebModule *best) noexcept {
+    const size_t length = rootLength(candidate);
+    const size_t bestLength = rootLength(best);
+    if (length != bestLength) return length > bestLength;
+    return tavIndexOfString(wmGetName(best), "/GenericApplication") >= 0;
 }
 
-static void offer(Best *best, const VHostMatcher *group, const char *path, TavHttpContext *requestContext) noexcept {
-    auto *webModule = static_cast<WebModule *>(matchVHostURI(group, path, requestContext));
+static void offer(Best *best, const URIMatcher *supplier, const char *path, TavHttpContext *requestContext) noexcept {
+    auto *webModule = static_cast<WebModule *>(URIMatcherMatch(supplier, path, requestContext));
     if (!webModule) return;
-    const size_t rootLength = tavView(wmGetContextRoot(webModule)).size();
-    if (!best->webModule || isBetterThan(rootLength, *best)) *best = {webModule, group, rootLength};
+    if (!best->webModule || isBetterThan(webModule, best->webModule)) *best = {webModule, supplier};
 }
 
 WebModule *matchLongestURI(const URLMatcher *urlMatcher, TavHttpContext *requestContext, const char *host, int port,
                            const char *path) noexcept {
     Best best;
-    VHostMatcher *const *groups = urlMatcher->vhtMatchersArray;
     if (urlMatcher->index && urlMatcherIndexCovers(host)) {
         GroupWalk walk(urlMatcher->index, host, port);
-        for (int i = walk.next(); i >= 0; i = walk.next()) offer(&best, groups[i], path, requestContext);
+        while (const URIMatcher *patterns = walk.next()) offer(&best, patterns, path, requestContext);
     } else {
         const int count = tavListGetCount(urlMatcher->vhostMatcherList);
+        VHostMatcher *const *groups = urlMatcher->vhtMatchersArray;
         for (int i = 0; i < count; ++i) {
-            if (matchVHost(groups[i], host, port, requestContext)) offer(&best, groups[i], path, requestContext);
+            if (matchVHost(groups[i], host, port, requestContext)) offer(&best, getURIMatcher(groups[i]), path, requestContext);
         }
     }
-    if (requestContext) tavHttpContextSetMatchedVHostName(requestContext, best.group ? best.group->name : nullptr);
+    const char *groupName = best.supplier ? best.supplier->name : nullptr;
+    if (requestContext) tavHttpContextSetMatchedVHostName(requestContext, groupName);
     TrContext *trCtx;
     TrRecord *record;
     matchTraceFor(urlMatcher, requestContext, &trCtx, &record);
     TR_DEBUG(trCtx, record, "matchLongestURI: host=%s port=%d path=%s vHostGroup=%s web module=%s\n", tavOrNull(host), port,
-             tavOrNull(path), best.group ? best.group->name : "null", best.webModule ? tavOrNull(wmGetName(best.webModule)) : "null");
+             tavOrNull(path), tavOrNull(groupName), best.webModule ? tavOrNull(wmGetName(best.webModule)) : "null");
     return best.webModule;
 }
 

@@ -9,6 +9,7 @@
 
 typedef struct _WebModule WebModule;
 struct UrlMatcherIndex; // host and port to groups
+struct UrlMatcherBlock; // memory of sealed patterns
 
 typedef struct _URLMatcher {
     TavRoutingInfo *ri;              // borrowed; may be null
@@ -16,9 +17,10 @@ typedef struct _URLMatcher {
     TavList *vhostMatcherList;       // in the order of insertion; owns the groups
     VHostMatcher **vhtMatchersArray; // the list as an array
     TrContext *trCtx;
-    TrRecord *debugCtl;     // "control.mapper"
-    TrRecord *debugReq;     // "http.request.map.url"
-    UrlMatcherIndex *index; // null: not sealed, or changed since
+    TrRecord *debugCtl;      // "control.mapper"
+    TrRecord *debugReq;      // "http.request.map.url"
+    UrlMatcherIndex *index;  // null: not sealed, or changed since
+    UrlMatcherBlock *blocks; // where the members' sealed patterns lie
 } URLMatcher;
 
 URLMatcher *tavURLMatcherCreate(TavRoutingInfo *ri) noexcept; // returns new, null without memory

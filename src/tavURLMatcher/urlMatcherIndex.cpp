@@ -1,9 +1,12 @@
 // The index of one sealed URL matcher. A group stands in the lists of each thing that selects it; a request merges at most four sorted
-// lists, so its cost depends on the groups that select it, not on all of them.
+// lists, so its cost depends on the groups that select it, not on all of them. The groups' patterns are reached without the groups' own
+// records: among thousands of groups each record would be one more wait for memory.
 #include "tavURLMatcher/urlMatcherIndex.h"
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
+#include <memory>
 #include <new>
 #include <string>
 #include <unordered_map>
@@ -19,7 +22,8 @@ struct UrlMatcherIndex {
     Positions any;
     std::unordered_map<int, Positions> byPort;
     KeyTable byHost;
-    KeyTable byHostAndPort; // "host:port"
+    KeyTable byHostAndPort;                                // "host:port"
+    std::unique_ptr<std::atomic<URIMatcher *>[]> matchers; // of each group, by position
 };
 
 // What the groups hold, collected before the tables are filled.
@@ -58,20 +62,28 @@ UrlMatcherIndex *urlMatcherIndexCreate(VHostMatcher *const *groups, int count) n
         for (int i = 0; i < count; ++i) addGroup(index, &collected, groups[i], i);
         index->byHost.fill(collected.byHost);
         index->byHostAndPort.fill(collected.byHostAndPort);
+        index->matchers = std::make_unique<std::atomic<URIMatcher *>[]>(static_cast<size_t>(count));
     } catch (const std::bad_alloc &) {
         delete index;
         return nullptr;
     }
+    for (int i = 0; i < count; ++i) {
+        index->matchers[static_cast<size_t>(i)] = getURIMatcher(groups[i]);
+        groups[i]->mirror = &index->matchers[static_cast<size_t>(i)];
+    }
     return index;
 }
 
-void urlMatcherIndexDelete(UrlMatcherIndex *index) noexcept { delete index; }
+void urlMatcherIndexDelete(UrlMatcherIndex *index, VHostMatcher *const *groups, int count) noexcept {
+    for (int i = 0; index && i < count; ++i) groups[i]->mirror = nullptr;
+    delete index;
+}
 
 bool urlMatcherIndexCovers(const char *host) noexcept { return HostKey(host).fits(); }
 
 static GroupRange rangeOf(const Positions &positions) noexcept { return {positions.data(), positions.data() + positions.size()}; }
 
-GroupWalk::GroupWalk(const UrlMatcherIndex *index, const char *host, int port) noexcept {
+GroupWalk::GroupWalk(const UrlMatcherIndex *index, const char *host, int port) noexcept : index_(index) {
     ranges_[0] = rangeOf(index->any);
     const auto byPort = index->byPort.find(port);
     if (byPort != index->byPort.end()) ranges_[1] = rangeOf(byPort->second);
@@ -80,7 +92,7 @@ GroupWalk::GroupWalk(const UrlMatcherIndex *index, const char *host, int port) n
     ranges_[3] = index->byHostAndPort.find(HostKey(host, port).view());
 }
 
-int GroupWalk::next() noexcept {
+int GroupWalk::nextPosition() noexcept {
     int lowest = INT_MAX;
     for (const GroupRange &range : ranges_) {
         if (range.next != range.end) lowest = std::min(lowest, *range.next);
@@ -90,4 +102,12 @@ int GroupWalk::next() noexcept {
         if (range.next != range.end && *range.next == lowest) ++range.next;
     }
     return lowest;
+}
+
+const URIMatcher *GroupWalk::next() noexcept {
+    const int position = nextPosition();
+    if (position < 0) return nullptr;
+    const URIMatcher *matcher = index_->matchers[static_cast<size_t>(position)].load(std::memory_order_acquire);
+    URIMatcherPrefetch(matcher);
+    return matcher;
 }

@@ -5,18 +5,21 @@
 #include "tavURLMatcher/keyTable.h"
 #include "tavURLMatcher/tavURLMatcher.h"
 
-// Returns new; null without memory.
+// Returns new; null without memory. The groups keep the index up to date when their patterns are replaced.
 UrlMatcherIndex *urlMatcherIndexCreate(VHostMatcher *const *groups, int count) noexcept;
-void urlMatcherIndexDelete(UrlMatcherIndex *index) noexcept; // null ignored
+void urlMatcherIndexDelete(UrlMatcherIndex *index, VHostMatcher *const *groups, int count) noexcept; // null ignored
 
 // The selecting groups of one request, in the order of insertion, each once. Borrows the index.
 class GroupWalk {
 public:
     // `host` may be null and must fit a HostKey (urlMatcherIndexCovers).
     GroupWalk(const UrlMatcherIndex *index, const char *host, int port) noexcept;
-    int next() noexcept; // the next position, -1 at the end
+    const URIMatcher *next() noexcept; // the patterns of the next one; null at the end
 
 private:
+    int nextPosition() noexcept; // -1 at the end
+
+    const UrlMatcherIndex *index_;
     static constexpr int RANGES = 4; // any, port, host, host and port
     GroupRange ranges_[RANGES];
 };

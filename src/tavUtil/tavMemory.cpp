@@ -48,6 +48,7 @@ void *tavMallocUncounted(size_t size) noexcept {
 }
 
 unsigned tavAllocationFailures() noexcept { return failures; }
+void tavNoteAllocationFailure() noexcept { failures++; }
 
 void tavFreeUncounted(void *ptr) noexcept { std::free(ptr); }
 

@@ -26,6 +26,8 @@ void tavSetAllocationGate(Boolean (*gate)(size_t size)) noexcept;
 
 // Allocations that found no memory on this thread so far: tells a caller at the top of many steps whether one of them lacked memory.
 unsigned tavAllocationFailures() noexcept;
+// Counts one more: for those that get memory elsewhere (operator new) and found none.
+void tavNoteAllocationFailure() noexcept;
 
 // Blocks allocated and not yet freed. Exact while no thread allocates.
 int tavGetMemCount() noexcept;

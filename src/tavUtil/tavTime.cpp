@@ -22,10 +22,12 @@ TavTime wallClock() noexcept {
     return static_cast<TavTime>(static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000);
 }
 
-// FALSE while the interval runs. Otherwise the next one begins.
+// FALSE while the interval runs. Otherwise the next one begins. An end that is further off than an interval is long lies in the past, by
+// whatever time: after half a turn of the clock without a sample, or with the clock set back, the interval is over too.
 template <typename Calc>
 bool intervalEnded(Calc *calc, TavTime curTime) noexcept {
-    if (tavTimeIsBefore(curTime, calc->intervalEnd)) return false;
+    const TavTime left = calc->intervalEnd - curTime;
+    if (calc->intervalEnd != 0 && left != 0 && left - 1 <= calc->intervalLength) return false; // tavTimeAdd may add one
     calc->intervalEnd = tavTimeAdd(curTime, calc->intervalLength);
     return true;
 }

@@ -42,7 +42,15 @@ TEST_F(TimeTest, AveragesOverIntervals) {
         const struct {
             TavTime after, sample, expected;
         } steps[] = {
-            {0, 7, 7}, {1, 10, TAV_NO_VALUE}, {99, 11, TAV_NO_VALUE}, {100, 13, 11}, {199, 5, TAV_NO_VALUE}, {5000, 6, 5},
+            {0, 7, 7},
+            {1, 10, TAV_NO_VALUE},
+            {99, 11, TAV_NO_VALUE},
+            {100, 13, 11},
+            {199, 5, TAV_NO_VALUE},
+            {5000, 6, 5},
+            {0xb0000000U, 8, 8}, // no sample for more than half a turn of the clock
+            {0xb0000001U, 9, TAV_NO_VALUE},
+            {0xa0000000U, 11, 10}, // the clock was set back
         };
         for (const auto &s : steps) EXPECT_EQ(tavAvgCalcAddSample(&calc, start + s.after, s.sample), s.expected) << s.after;
     }

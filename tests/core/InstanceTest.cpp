@@ -2,7 +2,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <functional>
 
 #include "core/CoreFixture.h"
@@ -10,7 +14,9 @@
 #include "tav/tavInternal.h"
 #include "tav/tavRoutingInfo.h"
 #include "tavHttpContext/tavInstanceForContext.h"
+#include "tavMultiProcess/tavMultiProcess.h"
 #include "tavUtil/tavMemory.h"
+#include "tr/tr.h"
 
 namespace {
 
@@ -80,6 +86,35 @@ TEST(Create, OptionalSlotsMayBeMissing) {
     tavDestroy(tav);
     trDestroy();
     EXPECT_EQ(tavGetMemCount(), before);
+}
+
+// Fails everything from each allocation on: nothing is kept, and only a missing parser is meant to end the process.
+TEST(Create, WithoutMemoryGivesNone) {
+    static std::atomic<int> left;
+    EnvCallBacks env = fakeHostCallBacks();
+    env.version = TAV_ENV_VERSION;
+    static int ends;
+    ends = 0;
+    trSetFatalHook([](int, const char *) { ends++; });
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    const int before = tavGetMemCount();
+    Tav *tav = nullptr;
+    for (int passed = 0; !tav; passed++) {
+        left = passed;
+        tavSetAllocationGate([](size_t) -> Boolean { return left-- > 0; });
+        tav = tavCreate(&env, nullptr, catalogue);
+        tavSetAllocationGate(nullptr);
+        if (tav) break;
+        trPurgeDeathRow();
+        EXPECT_EQ(tavGetMemCount(), before) << "after " << passed;
+    }
+    testing::internal::GetCapturedStderr();
+    EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::Not(testing::HasSubstr("FATAL ERROR")));
+    trSetFatalHook(nullptr);
+    EXPECT_LE(ends, 4) << "the parser's own allocations";
+    tavDestroy(tav);
+    trDestroy();
 }
 
 class Instance : public CoreFixture {};
@@ -169,14 +204,33 @@ TEST_F(Instance, ServerCustomPropertyOverridesAndRestores) {
     tavPropertySet(props, "MaxRequestsPerDaemon", "5", TRUE);
     EXPECT_TRUE(tavSetServerCustomProperty(tav, "cp.sf.maxrequestsperdaemon", "9"));
     EXPECT_EQ(tav->maxRequestsPerDaemon, 9);
+    traceOn();
     tavPropertySet(props, "MaxRequestsPerDaemon", "6", TRUE);
     EXPECT_EQ(tav->maxRequestsPerDaemon, 9) << "the server's value takes precedence";
+    EXPECT_THAT(takeTrace(), testing::HasSubstr("tavSetProperty name='MaxRequestsPerDaemon', value='6'\n"));
     EXPECT_TRUE(tavSetServerCustomProperty(tav, "cp.sf.MaxRequestsPerDaemon", nullptr));
     EXPECT_EQ(tav->maxRequestsPerDaemon, 6) << "the instance's own value is back";
     EXPECT_FALSE(tavSetServerCustomProperty(tav, "cp.sf.unknown", "1"));
 
     tavSetServerCustomProperty(tav, "cp.sf.enableEndpointSelectionBasedOnMatchedVHost", "true");
     EXPECT_TRUE(tavSelectsEndpointByVHost(tav));
+}
+
+TEST_F(Instance, PropertiesThatFindNoMemoryStayAsTheyWere) {
+    TavProperties *props = tavGetProperties(tav);
+    tavPropertySet(props, "ppid", "17", TRUE);
+    tavPropertySet(props, "webserverName", "c1_a2_s9", TRUE);
+    tavPropertySet(props, "TrustedProxyList", "10.0.0.1", TRUE);
+    tavSetAllocationGate([](size_t) -> Boolean { return FALSE; });
+    const int results[] = {tavPropertySet(props, "ppid", "18", TRUE), tavPropertySet(props, "webserverName", "other", TRUE),
+                           tavPropertySet(props, "TrustedProxyList", "10.0.0.2", TRUE)};
+    const Boolean taken = tavSetServerCustomProperty(tav, "cp.sf.MaxRequestsPerDaemon", "9");
+    tavSetAllocationGate(nullptr);
+    EXPECT_THAT(results, testing::Each(-1));
+    EXPECT_STREQ(tavGetPPID(tav), "17");
+    EXPECT_STREQ(tavGetServerName(tav), "c1_a2_s9");
+    EXPECT_TRUE(tavIsTrustedProxy(tav, "10.0.0.1"));
+    EXPECT_EQ(tav->maxRequestsPerDaemon, taken ? 9 : 0) << "not removed instead of set";
 }
 
 TEST_F(Instance, TrustedProxies) {
@@ -199,6 +253,35 @@ TEST_F(Instance, StartAndStopAnswerByState) {
     EXPECT_EQ(tavHttpContextObtain(tav, nullptr), nullptr) << "a stopped instance routes nothing";
     EXPECT_EQ(tavStart(tav, 1), 0) << "a time-out of one second does not wait";
     EXPECT_EQ(tavGetState(tav), STARTING);
+}
+
+// A start that waits without limit gives the control lock up. What overtakes it ends it, and a daemon that was stopped stays stopped.
+TEST_F(Instance, AStartIsOvertaken) {
+    char path[] = "/tmp/tav-instance-test-XXXXXX";
+    close(mkstemp(path));
+    tavStop(tav);
+    ASSERT_EQ(tavMarkAsServerProcess(tav, path, getuid()), 0);
+    for (const bool destroys : {false, true}) {
+        SCOPED_TRACE(destroys ? "by destroy" : "by stop");
+        traceOn();
+        int result = -2;
+        std::thread starter([&] { result = tavStart(tav, 0); });
+        for (std::string trace; trace.find("Waiting for TAV initialization to complete ...") == std::string::npos; trace += takeTrace())
+            std::this_thread::yield();
+        tavObtainRef(tav, "test");
+        if (destroys) {
+            tavDestroy(tav);
+        } else {
+            EXPECT_EQ(tavStop(tav), 0);
+        }
+        starter.join();
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(tavGetState(tav), destroys ? DELETED : STOPPED);
+        EXPECT_EQ(tavGetServerProcess(tav)->process.state, PS_NOT_RUNNING);
+        tavReleaseRef(tav, "test");
+    }
+    tav = nullptr;
+    unlink(path);
 }
 
 TEST_F(Instance, CheckStateFollowsTheGroups) {
@@ -247,7 +330,12 @@ TEST_F(Instance, SnapshotIsNeverNull) {
     ASSERT_NE(ri, nullptr);
     EXPECT_TRUE(tavRoutingInfoIsPublished(ri));
     EXPECT_EQ(tavRoutingInfoObtain(nullptr), nullptr);
+    traceOn();
     tavRoutingInfoRelease(ri);
+    char line[128];
+    snprintf(line, sizeof line, "tavRoutingInfoRelease: refCount=1, ri=%p\n", static_cast<void *>(ri));
+    EXPECT_THAT(takeTrace(), testing::AllOf(testing::HasSubstr(line), testing::HasSubstr("tavRoutingInfoRelease: exit\n")))
+        << "every release is told, not only the last one";
     tavRoutingInfoRelease(nullptr);
     EXPECT_FALSE(tavSetPartitionData(tav, nullptr, nullptr));
 }

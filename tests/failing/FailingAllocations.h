@@ -1,5 +1,5 @@
-// Every way to memory that the library has, made to fail at will: its counted allocator, operator new, jansson's allocator, and the start of
-// a thread. Only calls of the arming thread count, so that the library's own thread does not blur the numbering.
+// Every way to memory that the library has, made to fail at will: its counted allocator, operator new, jansson's allocator, and the start
+// of a thread. Only calls of the arming thread count, so that the library's own thread does not blur the numbering.
 #ifndef FAILING_FAILINGALLOCATIONS_H
 #define FAILING_FAILINGALLOCATIONS_H
 

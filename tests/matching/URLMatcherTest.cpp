@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <jansson.h>
 
+#include <iterator>
 #include <memory>
 #include <random>
 #include <vector>
@@ -170,6 +171,34 @@ TEST(URLMatcher, Members) {
     EXPECT_EQ(urls.match("oth", 5, "/"), "m");
     EXPECT_FALSE(addVHostMatcher(urls.matcher, nullptr));
     tavURLMatcherDestroy(nullptr);
+}
+
+// Sealing moves the patterns: what is put afterwards, in place or (published) in a changed copy, shows all the same.
+TEST(URLMatcher, PatternsAfterSealing) {
+    TavRoutingInfo ri;
+    WebModule module{"m", "/"};
+    const char *patterns[] = {"/a/*", "/b/*", "/c/*.x", "/d/*"};
+    URLMatcher *urls = tavURLMatcherCreate(&ri);
+    for (const char *host : {"one", "two"}) {
+        VHostMatcher *group = createVHostMatcher(&ri, host);
+        putVHost(group, host, 80);
+        EXPECT_TRUE(addVHostMatcher(urls, group));
+    }
+    for (size_t i = 0; i < std::size(patterns); ++i) {
+        ri.published = i >= 2;
+        EXPECT_TRUE(vhostMatcherPutPatterns(getVHostMatcher(urls, "two"), &patterns[i], 1, &module));
+        if (!ri.published) {
+            ASSERT_TRUE(tavURLMatcherSeal(urls));
+        }
+        const char *paths[] = {"/a/1", "/b/1", "/c/1.x", "/d/1"};
+        for (size_t p = 0; p < std::size(paths); ++p) {
+            TavHttpContext ctx;
+            EXPECT_EQ(matchLongestURI(urls, &ctx, "two", 80, paths[p]), p <= i ? &module : nullptr) << paths[p] << " after " << patterns[i];
+            EXPECT_EQ(ctx.matchedVHost, p <= i ? "two" : "");
+            EXPECT_EQ(matchLongestURI(urls, &ctx, "one", 80, paths[p]), nullptr);
+        }
+    }
+    tavURLMatcherDestroy(urls);
 }
 
 TEST(URLMatcher, MemoryRunsOut) {

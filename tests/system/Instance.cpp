@@ -7,6 +7,8 @@
 #include <ctime>
 #include <filesystem>
 #include <mutex>
+#include <new>
+#include <utility>
 #include <vector>
 
 #include "tav/tavRoutingInfo.h"
@@ -14,7 +16,7 @@
 #include "tavTargetSelector/tavTargetSelector.h"
 
 struct EnvTargetEndpoint {
-    std::string name;
+    char content;
 };
 
 namespace {
@@ -25,8 +27,11 @@ struct Pending {
     bool report;
 };
 
+// An array, so that a test may count what the library allocates.
+constexpr size_t MOST_PENDING = 65536;
 std::mutex mutex;
-std::vector<Pending> pending;
+Pending pending[MOST_PENDING];
+size_t pendingCount;
 std::atomic<int> endpoints;
 char client;
 
@@ -38,22 +43,28 @@ int keepRequest(EnvConnectorClient *, const char *, const char *, const char *bo
                 TavHttpResponseContext *passback) {
     const bool report = body && (strstr(body, "Routes\"") || strstr(body, "healthPolicyName"));
     const std::lock_guard<std::mutex> guard(mutex);
-    pending.push_back({callback, passback, report});
+    if (pendingCount == MOST_PENDING) return -1;
+    pending[pendingCount++] = {callback, passback, report};
     return 0;
 }
 
 // Takes what is pending, all or the reports only.
 std::vector<Pending> takePending(bool reportsOnly) {
-    std::vector<Pending> taken, rest;
+    std::vector<Pending> taken;
     const std::lock_guard<std::mutex> guard(mutex);
-    for (const Pending &each : pending) (!reportsOnly || each.report ? taken : rest).push_back(each);
-    pending = rest;
+    const size_t count = std::exchange(pendingCount, 0);
+    for (size_t i = 0; i < count; i++)
+        if (reportsOnly && !pending[i].report)
+            pending[pendingCount++] = pending[i];
+        else
+            taken.push_back(pending[i]);
     return taken;
 }
 
-EnvTargetEndpoint *createEndpoint(TavTargetEndpoint *endpoint) {
-    endpoints++;
-    return new EnvTargetEndpoint{tavTargetEndpointGetName(endpoint)};
+EnvTargetEndpoint *createEndpoint(TavTargetEndpoint *) {
+    auto *endpoint = new (std::nothrow) EnvTargetEndpoint;
+    if (endpoint) endpoints++;
+    return endpoint;
 }
 int deleteEndpoint(EnvTargetEndpoint *endpoint) {
     endpoints--;
@@ -130,6 +141,21 @@ SystemInstance::SystemInstance(const EnvCallBacks &env) {
 SystemInstance::~SystemInstance() {
     tavDestroy(tav);
     systemAnswerNone();
+}
+
+void SystemInstance::settle() const {
+    for (int i = 0; i < 2; i++) { // an answer may be work for the thread again
+        std::atomic<int> done = 0;
+        tavProcessAsync(
+            tav, &done,
+            [](Tav *, void *flag) {
+                static_cast<std::atomic<int> *>(flag)->store(1);
+                static_cast<std::atomic<int> *>(flag)->notify_all();
+            },
+            nullptr);
+        done.wait(0);
+        systemAnswerReports();
+    }
 }
 
 std::string SystemInstance::dump() const {

@@ -29,6 +29,8 @@ public:
     SystemInstance &operator=(const SystemInstance &) = delete;
 
     long long give(const std::string &document) const { return tavHandleJsonFromRestService(document.c_str(), connector); }
+    // Waits until what the instance's own thread has to do is done, and answers the reports that came of it.
+    void settle() const;
     // Mapper and selector as text with sorted keys.
     std::string dump() const;
 

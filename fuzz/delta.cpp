@@ -1,0 +1,189 @@
+// Deltas on the shop, one after the other: lines of JSON when the input begins with "{", else choices that a small grammar makes into
+// deltas with right and wrong names, types and values. At the end the snapshot has the objects that a rebuild gives.
+#include <set>
+
+#include "FuzzShop.h"
+#include "FuzzTarget.h"
+#include "tav/tavControl.h"
+#include "tav/tavObjectMap.h"
+#include "tav/tavRoutingInfo.h"
+
+namespace {
+
+struct Place {
+    const char *name, *type;
+};
+
+constexpr Place PLACES[] = {
+    {"/cell/c", "cell"},
+    {"/cell/c/node/n1", "node"},
+    {"/cell/c/node/new", "node"},
+    {"/cell/c/node/n1/server/s1-1", "server"},
+    {"/cell/c/node/n1/server/s2-1", "server"},
+    {"/cell/c/node/n1/server/s3", "server"},
+    {"/cell/c/node/new/server/s1", "server"},
+    {"/cell/c/node/n1/server/s1-1/transport/http", "transport"},
+    {"/cell/c/node/n1/server/s1-1/transport/https", "transport"},
+    {"/cell/c/node/n1/server/s3/transport/t", "transport"},
+    {"/cell/c/node/n1/server/s1-1/serverApplication/shop-edition1", "serverApplication"},
+    {"/cell/c/node/n1/server/s2-1/serverApplication/shop-edition1", "serverApplication"},
+    {"/cell/c/node/n1/server/s3/serverApplication/shop-edition1", "serverApplication"},
+    {"/cell/c/node/n1/server/s1-1/ruleSet/trace", "ruleSet"},
+    {"/cell/c/node/n1/server/s1-1/ruleSet/trace/rule/1", "rule"},
+    {"/cell/c/node/n1/server/s1-1/ruleSet/trace/rule/9", "rule"},
+    {"/cell/c/cluster/k1", "cluster"},
+    {"/cell/c/cluster/other1", "cluster"},
+    {"/cell/c/cluster/new", "cluster"},
+    {"/cell/c/healthPolicy/slow", "healthPolicy"},
+    {"/cell/c/vHostGroup/v1", "vHostGroup"},
+    {"/cell/c/vHostGroup/v1/vHost/1", "vHost"},
+    {"/cell/c/vHostGroup/v1/vHost/7", "vHost"},
+    {"/cell/c/application/shop-edition1", "application"},
+    {"/cell/c/application/admin1", "application"},
+    {"/cell/c/application/shop-edition1/webRouteWorkClass/Default_HTTP_WC", "webRouteWorkClass"},
+    {"/cell/c/application/shop-edition1/webRouteWorkClass/Default_HTTP_WC/rule/2", "rule"},
+    {"/cell/c/application/shop-edition1/webRouteWorkClass/Default_HTTP_WC/rule/default", "rule"},
+    {"/cell/c/application/shop-edition1/webModule/store1", "webModule"},
+    {"/cell/c/application/shop-edition1/webModule/new", "webModule"},
+    {"/cell/c/application/shop-edition1/webModule/store1/uri/*.jsp", "uri"},
+    {"/cell/c/application/shop-edition1/webModule/new/uri/\\\\/*", "uri"},
+    {"", "server"},
+    {"/server/x", "server"},
+};
+
+constexpr const char *PROPERTIES[] = {
+    "'state': 'STARTED'",
+    "'state': 'STOPPED'",
+    "'state': 'QUIESCED'",
+    "'state': ''",
+    "'weight': 0",
+    "'weight': 3",
+    "'weight': -1",
+    "'weight': 99999999999",
+    "'id': 'clone9'",
+    "'id': 'clone1'",
+    "'id': ''",
+    "'server.maintenancemode': 'affinity'",
+    "'server.maintenancemode': 'break'",
+    "'cp.node.maintenancemode': 'true'",
+    "'maxConnections': 0",
+    "'sessionAffinityCookies': ','",
+    "'sessionAffinityCookies': null",
+    "'type': 'TOMCAT_SERVER'",
+    "'type': 'ExcessiveRequestTimeout'",
+    "'threshold': 0",
+    "'protocol': 'https'",
+    "'protocol': 'tcp'",
+    "'host': 'elsewhere'",
+    "'host': '*'",
+    "'port': 7",
+    "'port': '81'",
+    "'port': -1",
+    "'cloneIdSeparator': ''",
+    "'cloneSeparatorChange': true",
+    "'learnCloneIds': false",
+    "'appEditionRolloutState': 'BEGIN'",
+    "'expression': 'port = 80'",
+    "'expression': '(('",
+    "'expression': ''",
+    "'action': 'reject:404'",
+    "'action': ':DEBUG'",
+    "'action': 'nothing'",
+    "'contextRoot': '/'",
+    "'contextRoot': null",
+    "'edition': 'B1'",
+    "'protocolMap': 'http'",
+    "'unknown': 1.5",
+    "'cp.MaxHttpContextPoolSize': '1'",
+    "'cp.MaxHttpContextPoolSize': null",
+    "'cp.DefaultRequestTraceSpec': ':DEBUG'",
+    "'cp.TrustedProxyList': 'a:a:'",
+    "'cp.disablePrivateHeaders': 'true'",
+    "'list': [1]",
+};
+
+constexpr const char *KINDS[] = {"cluster:server",   "cluster:webModule",   "vHostGroup:webModule",
+                                 "server:webModule", "server:healthPolicy", "webModule:cluster"};
+
+template <size_t n>
+auto choose(FuzzInput &input, const auto(&table)[n]) {
+    return table[input.pick(n)];
+}
+
+std::string entry(FuzzInput &input, int depth) {
+    const Place place = choose(input, PLACES);
+    const char *type = input.pick(8) == 7 ? choose(input, PLACES).type : place.type;
+    std::string text = std::string("{'name': '") + place.name + "', 'type': '" + type + "', 'props': {";
+    for (unsigned i = 0, n = input.pick(4); i < n; i++) text += (i ? ", " : "") + std::string(choose(input, PROPERTIES));
+    text += "}";
+    if (depth < 4 && input.pick(3) == 2) text += ", 'objects': [" + entry(input, depth + 1) + "]";
+    return text + "}";
+}
+
+std::string pair(FuzzInput &input) {
+    const std::string kind = choose(input, KINDS);
+    const size_t colon = kind.find(':');
+    std::string text = "'" + kind + "': [";
+    for (unsigned i = 0, n = 1 + input.pick(2); i < n; i++)
+        text += std::string(i ? ", " : "") + "{'" + kind.substr(0, colon) + "': '" + choose(input, PLACES).name + "', '" +
+                kind.substr(colon + 1) + "': '" + choose(input, PLACES).name + "'}";
+    return text + "]";
+}
+
+std::string makeDelta(FuzzInput &input, int version) {
+    std::string text = "{'version': " + std::to_string(version) + ", 'restVersion': 1, 'delta': true";
+    for (const char *op : {"del", "add", "set"}) {
+        const unsigned parts = input.pick(4);
+        if (parts) text += std::string(", '") + op + "': {";
+        if (parts & 1) text += "'objects': [" + entry(input, 0) + (input.pick(2) ? ", " + entry(input, 0) : "") + "]";
+        if (parts == 3) text += ", ";
+        if (parts & 2) text += "'relationships': {" + pair(input) + "}";
+        if (parts) text += "}";
+    }
+    text += "}";
+    for (char &c : text) c = c == '\'' ? '"' : c;
+    return text;
+}
+
+std::set<std::string> objectNames(Tav *tav) {
+    std::set<std::string> names;
+    TavRoutingInfo *ri = tavRoutingInfoObtain(tav);
+    for (auto [key, wrapper] : TavHashRange<ObjectWrapper>(ri->objectMap))
+        if (wrapper->object) names.insert(key);
+    tavRoutingInfoRelease(ri);
+    return names;
+}
+
+void routeSome(Tav *tav) {
+    for (const char *path : {"/shop/x.jsp", "/shop/secret", "/admin/"}) {
+        EnvHttpContext request = shop::request(path);
+        request.cookies["SHOPSESSION"] = "id:clone1:clone9";
+        TavHttpContext *ctx = tavHttpContextObtain(tav, &request);
+        shop::decisionOf(ctx);
+        tavHttpContextSetState(ctx, CONNECT_FAILURE, 0, nullptr);
+        shop::decisionOf(ctx);
+        tavHttpContextSetState(ctx, RESPONSE_ARRIVED, 0, nullptr);
+        tavHttpContextRelease(ctx);
+    }
+}
+
+} // namespace
+
+FUZZ_TARGET(fuzz_delta) {
+    FuzzShop &shop = FuzzShop::get();
+    FuzzInput input(data, size);
+    const bool asJson = size && data[0] == '{';
+    for (int version = 2; !input.empty() && version < 10; version++) {
+        shop.give(asJson ? input.line() : makeDelta(input, version));
+        routeSome(shop.tav);
+    }
+    const std::set<std::string> live = objectNames(shop.tav);
+    {
+        TavControlScope control("fuzz");
+        FUZZ_CHECK(tavResetRoutingInfo(shop.tav));
+    }
+    FUZZ_CHECK(objectNames(shop.tav) == live);
+    routeSome(shop.tav);
+    shop.reset();
+    return 0;
+}

@@ -1,0 +1,32 @@
+// The subcommands: each adds itself to the program and returns an exit status when it is run.
+#ifndef TAVCTL_COMMANDS_H
+#define TAVCTL_COMMANDS_H
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+#include "Engine.h"
+
+namespace tavctl {
+
+// What the chosen subcommand does; throws Fault.
+using Run = std::function<int()>;
+
+void addRouteCommand(CLI::App &app, Run &run);
+void addCheckCommand(CLI::App &app, Run &run);
+void addTestCommand(CLI::App &app, Run &run);
+void addRuleCommand(CLI::App &app, Run &run);
+void addDumpCommand(CLI::App &app, Run &run);
+void addInterestsCommand(CLI::App &app, Run &run);
+
+inline void addConfigurationOptions(CLI::App &command, ConfigurationOptions &options) {
+    command.add_option("-c,--config", options.config, "Configuration document (complete)")->required()->type_name("FILE");
+    command.add_option("-d,--delta", options.deltas, "Delta to apply after it (repeatable)")->type_name("FILE")->allow_extra_args(false);
+    command.add_option("-p,--property", options.properties, "Instance property NAME=VALUE (repeatable)")
+        ->type_name("PROPERTY")
+        ->allow_extra_args(false);
+}
+
+} // namespace tavctl
+
+#endif

@@ -1,0 +1,93 @@
+#include "Coverage.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "DocumentIndex.h"
+#include "Output.h"
+
+namespace tavctl {
+
+namespace {
+
+constexpr std::string_view RULE_MARK = "/rule/";
+
+bool isRoutingRule(const ObjectEntry &entry) { return entry.type == "rule" && entry.name.find("/ruleSet/") == std::string::npos; }
+
+std::string ruleKey(const std::string &workClass, int order, const std::string &expression) {
+    return fmt::format("{}\n{}\n{}", workClass, order, expression);
+}
+
+size_t countTouched(const std::map<std::string, bool> &objects) {
+    return static_cast<size_t>(std::count_if(objects.begin(), objects.end(), [](const auto &object) { return object.second; }));
+}
+
+} // namespace
+
+void RuleNames::add(const std::string &name, const std::string &expression) {
+    const size_t mark = name.rfind(RULE_MARK);
+    if (mark == std::string::npos) return;
+    names_.emplace(ruleKey(name.substr(0, mark), ruleOrder(name), expression), name);
+}
+
+std::string RuleNames::find(const std::string &workClass, int order, const std::string &expression) const {
+    const auto found = names_.find(ruleKey(workClass, order, expression));
+    return found == names_.end() ? "" : found->second;
+}
+
+RuleNames ruleNamesOf(const json_t *document) {
+    RuleNames names;
+    forEachObject(document, [&](const ObjectEntry &entry) {
+        const char *expression = json_string_value(json_object_get(entry.props, "expression"));
+        if (isRoutingRule(entry) && expression) names.add(entry.name, expression);
+    });
+    return names;
+}
+
+void Coverage::addDocument(const json_t *stored) {
+    ruleNames_ = ruleNamesOf(stored);
+    forEachObject(stored, [this](const ObjectEntry &entry) {
+        if (entry.operation != "add") return;
+        if (entry.type == "vHostGroup") groups_.touched.emplace(entry.name, false);
+        if (entry.type == "webModule") modules_.touched.emplace(entry.name, false);
+        if (isRoutingRule(entry)) rules_.touched.emplace(entry.name, false);
+    });
+}
+
+void Coverage::touch(Kind &kind, const std::string &name) {
+    const auto found = kind.touched.find(name);
+    if (found != kind.touched.end()) found->second = true;
+}
+
+void Coverage::addRequest(const RoutedRequest &request) {
+    const MappingView mapping = mappingOf(request.context(), false);
+    const char *group = tavHttpContextGetMatchedVHostName(request.context());
+    const char *module = tavHttpContextGetModuleName(request.context());
+    touch(groups_, group ? group : "");
+    touch(modules_, module ? module : mapping.module); // a request that a rule turned away has no module of its own
+    if (const auto rule = traceStory(request.trace()).rule)
+        touch(rules_, ruleNames_.find(mapping.workClass, rule->order, rule->expression));
+}
+
+double Coverage::percent() const {
+    size_t all = 0, touched = 0;
+    for (const Kind *kind : kinds()) {
+        all += kind->touched.size();
+        touched += countTouched(kind->touched);
+    }
+    return all == 0 ? 100.0 : 100.0 * static_cast<double>(touched) / static_cast<double>(all);
+}
+
+void Coverage::print(FILE *stream) const {
+    for (const Kind *kind : kinds()) {
+        const size_t touched = countTouched(kind->touched);
+        fmt::print(stream, "coverage: {} of {} {}\n", touched, kind->touched.size(), kind->title);
+        for (const auto &[name, seen] : kind->touched) {
+            if (!seen) fmt::print(stream, "  {} {}\n", paint(Colour::Yellow, "not touched:", stream), name);
+        }
+    }
+    fmt::print(stream, "coverage: {:.1f}%\n", percent());
+}
+
+} // namespace tavctl

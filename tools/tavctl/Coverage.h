@@ -1,0 +1,49 @@
+// Which routing rules, web modules and virtual-host groups requests touched.
+#ifndef TAVCTL_COVERAGE_H
+#define TAVCTL_COVERAGE_H
+
+#include <array>
+#include <map>
+#include <string>
+
+#include "Decision.h"
+#include "Inside.h"
+
+namespace tavctl {
+
+// Names routing rules by what the library tells of them.
+class RuleNames {
+public:
+    void add(const std::string &name, const std::string &expression);
+    // The full name of a rule; empty when unknown.
+    std::string find(const std::string &workClass, int order, const std::string &expression) const;
+
+private:
+    std::map<std::string, std::string> names_;
+};
+RuleNames ruleNamesOf(const json_t *document); // a stored document; may be null
+
+class Coverage {
+public:
+    void addDocument(const json_t *stored); // its objects count from now on; may be null
+    void addRequest(const RoutedRequest &request);
+
+    double percent() const; // 100 when there is nothing to touch
+    void print(FILE *stream) const;
+
+private:
+    struct Kind {
+        const char *title;
+        std::map<std::string, bool> touched; // by full name
+    };
+    void touch(Kind &kind, const std::string &name);
+    Kind groups_{"virtual-host groups", {}};
+    Kind modules_{"web modules", {}};
+    Kind rules_{"routing rules", {}};
+    std::array<const Kind *, 3> kinds() const { return {&groups_, &modules_, &rules_}; }
+    RuleNames ruleNames_;
+};
+
+} // namespace tavctl
+
+#endif

@@ -1,0 +1,49 @@
+// tavctl dump and tavctl interests.
+#include "Commands.h"
+#include "Fault.h"
+#include "Output.h"
+
+namespace tavctl {
+
+namespace {
+
+int dump(const ConfigurationOptions &options) {
+    Engine engine;
+    options.applyTo(engine);
+    char *text = tavToJSONString(engine.tav());
+    if (!text) throw Fault("the state could not be dumped");
+    out("{}\n", text);
+    tavMemFree(engine.tav(), text);
+    return EXIT_GOOD;
+}
+
+int interests(bool admin) {
+    Engine engine;
+    TavConnectorGroup *group = tavConnectorGroupCreate(engine.tav(), "interests"); // the text of a group is built once
+    if (!group) throw Fault("no connector group could be made");
+    tavConnectorGroupSetEnableAdminTraffic(group, admin ? TRUE : FALSE);
+    const char *text = tavGetInterestSpec(engine.tav(), group);
+    if (!text) throw Fault("the interest specification could not be built");
+    out("{}", text);
+    return EXIT_GOOD;
+}
+
+} // namespace
+
+void addDumpCommand(CLI::App &app, Run &run) {
+    CLI::App *command = app.add_subcommand("dump", "Print the state that a configuration leads to, as JSON");
+    auto options = std::make_shared<ConfigurationOptions>();
+    addConfigurationOptions(*command, *options);
+    command->footer("Example:\n  tavctl dump --config shop.json --delta maintenance.json");
+    command->callback([options, &run] { run = [options] { return dump(*options); }; });
+}
+
+void addInterestsCommand(CLI::App &app, Run &run) {
+    CLI::App *command = app.add_subcommand("interests", "Print the interest specification that is sent to a controller");
+    auto admin = std::make_shared<bool>(false);
+    command->add_flag("--admin", *admin, "With the clusters of administration servers");
+    command->footer("Example:\n  tavctl interests --admin");
+    command->callback([admin, &run] { run = [admin] { return interests(*admin); }; });
+}
+
+} // namespace tavctl

@@ -1,0 +1,130 @@
+#include "Engine.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <mutex>
+
+#include "Fault.h"
+#include "Inside.h"
+#include "Json.h"
+#include "ScenarioHost.h"
+#include "TraceLog.h"
+
+// The trace catalogue, generated from share/tav-trace.xml.
+extern "C" const unsigned char tavctlCatalogue[];
+extern "C" const size_t tavctlCatalogueSize;
+
+struct EnvConnectorClient {
+    char unused;
+};
+
+namespace tavctl {
+
+namespace {
+
+// ---- a transport that never answers ----
+
+struct PendingRequest {
+    TavHttpResponseCallBack callback;
+    TavHttpResponseContext *passback;
+};
+std::mutex pendingMutex;
+std::vector<PendingRequest> pendingRequests;
+
+int acceptRequest(EnvConnectorClient *, const char *, const char *, const char *, int, TavHttpResponseCallBack callback,
+                  TavHttpResponseContext *passback) {
+    const std::lock_guard<std::mutex> lock(pendingMutex);
+    pendingRequests.push_back({callback, passback});
+    return 0;
+}
+
+// Each accepted request ends once, without a response.
+void endPendingRequests() {
+    std::vector<PendingRequest> ended;
+    {
+        const std::lock_guard<std::mutex> lock(pendingMutex);
+        ended.swap(pendingRequests);
+    }
+    for (const PendingRequest &request : ended) request.callback(nullptr, request.passback);
+}
+
+EnvCallBacks callBacks() {
+    EnvCallBacks env = scenarioHostCallBacks();
+    env.http.connector.open = [](TavConnector *) { return new EnvConnectorClient; };
+    env.http.connector.sendRequest = acceptRequest;
+    env.http.connector.freeResponse = [](TavHttpResponse *) {};
+    env.http.connector.close = [](EnvConnectorClient *client) { delete client; };
+    env.trace.printf = traceHook;
+    return env;
+}
+
+Tav *createInstance() {
+    EnvCallBacks env = callBacks();
+    FILE *catalogue = fmemopen(const_cast<unsigned char *>(tavctlCatalogue), tavctlCatalogueSize, "r");
+    if (!catalogue) throw Fault("the trace catalogue cannot be opened");
+    Tav *tav = tavCreate(&env, catalogue, nullptr);
+    fclose(catalogue);
+    if (!tav) throw Fault("the library could not be started");
+    return tav;
+}
+
+// The last text that is an error or a warning.
+std::string refusalText(const TraceLines &lines) {
+    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+        const int level = trLevelNameToIndex(line->level.c_str());
+        if (level >= 0 && level <= trLevelNameToIndex("WARNING")) return line->text;
+    }
+    return "the library refused the document";
+}
+
+} // namespace
+
+Engine::Engine() : tav_(createInstance()) {
+    group_ = tavConnectorGroupCreate(tav_, "scenario");
+    connector_ = group_ ? tavConnectorCreate(group_, "http://scenario.invalid/") : nullptr;
+    if (connector_ && tavStart(tav_, -1) == 0) return;
+    tavDestroy(tav_);
+    throw Fault("the library could not be started");
+}
+
+Engine::~Engine() {
+    tavStop(tav_);
+    endPendingRequests();
+    tavDestroy(tav_);
+    endPendingRequests();
+}
+
+long long Engine::apply(const std::string &document, std::vector<DocumentFinding> *findings) {
+    TraceLines lines;
+    long long version = 0;
+    {
+        const TraceRecording recording(lines);
+        version = findings ? applyObserved(connector_, document, *findings) : tavHandleJsonFromRestService(document.c_str(), connector_);
+    }
+    refusal_ = version == -1 ? refusalText(lines) : "";
+    return version;
+}
+
+int Engine::setProperty(const std::string &name, const std::optional<std::string> &value) {
+    return tavPropertySet(tavGetProperties(tav_), name.c_str(), value ? value->c_str() : nullptr, TRUE);
+}
+
+void applyFile(Engine &engine, const std::string &path) {
+    const std::string text = readFile(path);
+    parseJson(text, path); // for the line of a syntax error
+    if (engine.apply(text) == -1) throw Fault(path, 0, engine.refusal());
+}
+
+void ConfigurationOptions::applyTo(Engine &engine) const {
+    for (const std::string &property : properties) {
+        const size_t equals = property.find('=');
+        if (equals == std::string::npos) throw Fault(fmt::format("property '{}': write NAME=VALUE", property));
+        if (engine.setProperty(property.substr(0, equals), property.substr(equals + 1)) == -1)
+            throw Fault(fmt::format("property '{}': the library refused it", property));
+    }
+    if (!config.empty()) applyFile(engine, config);
+    for (const std::string &delta : deltas) applyFile(engine, delta);
+}
+
+} // namespace tavctl

@@ -1,0 +1,26 @@
+// Input that cannot be used: the command reports it on standard error and the program ends with EXIT_UNREADABLE.
+#ifndef TAVCTL_FAULT_H
+#define TAVCTL_FAULT_H
+
+#include <stdexcept>
+#include <string>
+
+namespace tavctl {
+
+// Exit statuses; docs and man page list them.
+inline constexpr int EXIT_GOOD = 0;
+inline constexpr int EXIT_FINDINGS = 1;   // a finding, a miss, a rule that does not parse
+inline constexpr int EXIT_UNREADABLE = 2; // a file or a line that is not understood, a wrong command line
+inline constexpr int EXIT_INTERNAL = 3;   // the library could not be started
+
+class Fault : public std::runtime_error {
+public:
+    explicit Fault(const std::string &text) : std::runtime_error(text) {}
+    // "file:line: text"; a line below 1 is left out.
+    Fault(const std::string &file, int line, const std::string &text)
+        : std::runtime_error(file + (line > 0 ? ":" + std::to_string(line) : "") + ": " + text) {}
+};
+
+} // namespace tavctl
+
+#endif

@@ -1,0 +1,40 @@
+// jansson with owners, and the files that JSON comes from.
+#ifndef TAVCTL_JSON_H
+#define TAVCTL_JSON_H
+
+#include <jansson.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tavctl {
+
+struct JsonDeleter {
+    void operator()(json_t *json) const noexcept { json_decref(json); }
+};
+using Json = std::unique_ptr<json_t, JsonDeleter>;
+
+// The file's bytes; "-" is standard input. Throws Fault.
+std::string readFile(const std::string &path);
+// Throws Fault with `source` and the line; `firstLine` is the line of the source that `text` begins on.
+Json parseJson(std::string_view text, const std::string &source, int firstLine = 1);
+
+// Calls fn(line number, object) for each line of a JSON Lines text; blank lines and lines that begin with "#" are skipped. Throws Fault.
+void forEachJsonLine(std::string_view text, const std::string &source, const std::function<void(int, json_t *)> &fn);
+
+std::string jsonLine(const json_t *json);   // compact, members in order
+std::string jsonPretty(const json_t *json); // indent 3, members in order
+
+// A text, or null for none. Bytes that are no UTF-8 become "?".
+json_t *jsonText(const char *text);
+inline json_t *jsonText(const std::optional<std::string> &text) { return jsonText(text ? text->c_str() : nullptr); }
+
+// "a string", "an integer", ...: for messages.
+const char *jsonTypeName(const json_t *json);
+
+} // namespace tavctl
+
+#endif

@@ -1,0 +1,131 @@
+// tavctl route: what the library decides for requests.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <deque>
+
+#include "Commands.h"
+#include "Decision.h"
+#include "Explanation.h"
+#include "Fault.h"
+#include "Inside.h"
+#include "Json.h"
+#include "Output.h"
+#include "Progress.h"
+#include "Request.h"
+#include "RoutePrint.h"
+
+namespace tavctl {
+
+namespace {
+
+struct RouteOptions {
+    ConfigurationOptions configuration;
+    RequestOptions request;
+    std::vector<std::string> urls;
+    bool explain = false;
+    bool json = false;
+    int repeat = 1;
+    int inFlight = 16;
+};
+
+void routeOnce(Engine &engine, const RouteOptions &options, const RuleNames &names, int number, const std::string &url) {
+    RoutedRequest request(engine, options.request.request(url));
+    request.decide();
+    if (!options.json) return printDecision(request, names, options.explain);
+    const Json json = request.toJson(std::to_string(number));
+    if (options.explain) json_object_set_new(json.get(), "explain", explainJson(request, names));
+    out("{}\n", jsonLine(json.get()));
+}
+
+using Spread = std::vector<std::pair<std::string, int>>; // outcome and how often, in the order of the first time
+
+void count(Spread &spread, const std::string &outcome) {
+    const auto found = std::find_if(spread.begin(), spread.end(), [&](const auto &entry) { return entry.first == outcome; });
+    if (found == spread.end())
+        spread.emplace_back(outcome, 1);
+    else
+        found->second++;
+}
+
+void printSpread(const Spread &spread, const RouteOptions &options, const EnvHttpContext &request) {
+    constexpr int BAR = 30;
+    out("{}\n", paint(Colour::Bold, fmt::format("{}, {} times, {} in flight", requestTitle(request), options.repeat, options.inFlight)));
+    for (const auto &[outcome, times] : spread) {
+        const std::string bar(static_cast<size_t>(std::max(1, BAR * times / options.repeat)), '#');
+        out("  {:>7} {:>5.1f}%  {}  {}\n", times, 100.0 * times / options.repeat, paint(Colour::Cyan, fmt::format("{:<{}}", bar, BAR)),
+            outcome);
+    }
+}
+
+// The requests stay open until `inFlight` younger ones have come, so that the balancer sees load.
+void routeRepeatedly(Engine &engine, const RouteOptions &options, int &number, const std::string &url) {
+    const EnvHttpContext request = options.request.request(url);
+    std::deque<RoutedRequest> open;
+    Spread spread;
+    Progress progress(url, static_cast<size_t>(options.repeat));
+    for (int i = 0; i < options.repeat; i++) {
+        if (open.size() >= static_cast<size_t>(options.inFlight)) {
+            open.front().report(RESPONSE_SENT);
+            open.pop_front();
+        }
+        RoutedRequest &routed = open.emplace_back(engine, request);
+        routed.decide();
+        if (options.json)
+            out("{}\n", jsonLine(routed.toJson(std::to_string(number++)).get()));
+        else
+            count(spread, outcomeOf(routed));
+        progress.step();
+    }
+    for (RoutedRequest &routed : open) routed.report(RESPONSE_SENT);
+    progress.clear();
+    std::sort(spread.begin(), spread.end());
+    if (!options.json) printSpread(spread, options, request);
+}
+
+int run(const RouteOptions &options) {
+    for (const std::string &url : options.urls) options.request.request(url); // a bad one is told before anything is printed
+    Engine engine;
+    options.configuration.applyTo(engine);
+    const RuleNames names = ruleNamesOf(storedDocument(engine.connector()));
+    int number = 1;
+    for (const std::string &url : options.urls) {
+        if (!options.json && number > 1) out("\n");
+        if (options.repeat > 1)
+            routeRepeatedly(engine, options, number, url);
+        else
+            routeOnce(engine, options, names, number, url);
+        number++;
+    }
+    return EXIT_GOOD;
+}
+
+} // namespace
+
+void addRouteCommand(CLI::App &app, Run &result) {
+    CLI::App *command = app.add_subcommand("route", "Print what the library decides for requests");
+    auto options = std::make_shared<RouteOptions>();
+    addConfigurationOptions(*command, options->configuration);
+    options->request.addTo(*command);
+    CLI::Option *explain =
+        command->add_flag("--explain", options->explain, "Tell every rule tried and every server passed over, with reasons");
+    command->add_flag("--json", options->json, "Print one decision object a request; with --explain a member \"explain\" is added");
+    command->add_option("--repeat", options->repeat, "Route each request N times and show how load spreads")
+        ->type_name("N")
+        ->check(CLI::Range(1, 100000000))
+        ->excludes(explain);
+    command->add_option("--in-flight", options->inFlight, "With --repeat: how many requests are open at a time")
+        ->capture_default_str()
+        ->type_name("N")
+        ->check(CLI::Range(1, 100000));
+    command->add_option("urls", options->urls, "URLs, or paths on http://localhost")->required()->type_name("URL");
+    command->footer(
+        "Examples:\n"
+        "  tavctl route -c shop.json http://shop.example/shop/cart\n"
+        "  tavctl route -c shop.json -d maintenance.json --explain -b 'JSESSIONID=abc:c1' /shop/\n"
+        "  tavctl route -c shop.json --repeat 1000 /shop/\n"
+        "  tavctl route -c shop.json --json /shop/ /nowhere");
+    command->callback([options, &result] { result = [options] { return run(*options); }; });
+}
+
+} // namespace tavctl

@@ -1,0 +1,147 @@
+#include "TraceLog.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <string_view>
+
+namespace tavctl {
+
+namespace {
+
+thread_local TraceLines *recording = nullptr;
+
+bool startsWith(std::string_view text, std::string_view start, std::string_view *rest = nullptr) {
+    if (!text.starts_with(start)) return false;
+    if (rest) *rest = text.substr(start.size());
+    return true;
+}
+
+// "[0x5581]uri" becomes "uri": addresses differ from run to run.
+std::string withoutAddresses(std::string_view text) {
+    std::string result(text);
+    for (size_t start = 0; (start = result.find('[', start)) != std::string::npos;) {
+        const size_t end = result.find(']', start);
+        if (end == std::string::npos) break;
+        const std::string inside = result.substr(start + 1, end - start - 1);
+        if (inside == "(nil)" || inside.starts_with("0x"))
+            result.erase(start, end - start + 1);
+        else
+            start = end;
+    }
+    return result;
+}
+
+// What stands between `before` and `after`, which is searched from the end; empty when they do not occur.
+std::string between(std::string_view text, std::string_view before, std::string_view after) {
+    const size_t start = text.find(before);
+    const size_t end = text.rfind(after);
+    if (start == std::string_view::npos || end == std::string_view::npos || end < start + before.size()) return {};
+    return std::string(text.substr(start + before.size(), end - start - before.size()));
+}
+
+// "tavRule: Rule #10 (uri = '/a') matches context 0x5581"
+bool readRule(std::string_view text, TraceStory &story) {
+    if (startsWith(text, "tavRule: No rule found")) {
+        story.rule.reset();
+        return true;
+    }
+    std::string_view rest;
+    if (!startsWith(text, "tavRule: Rule #", &rest)) return false;
+    MatchedRule rule{};
+    if (sscanf(std::string(rest).c_str(), "%d", &rule.order) != 1) return false;
+    rule.expression = between(rest, " (", ") matches context ");
+    story.rule = rule;
+    return true;
+}
+
+bool readAffinity(std::string_view text, TraceStory &story) {
+    std::string_view rest;
+    if (startsWith(text, "tsSelect: keeping affinity to ", &rest)) {
+        story.affinityKept = std::string(rest.substr(0, rest.find(" ; cluster is:")));
+    } else if (startsWith(text, "tsSelect: Breaking affinity for the request ")) {
+        story.affinityBroken = std::string(text.substr(std::min(text.rfind(" because ") + 9, text.size())));
+    } else if (startsWith(text, "getAffinitySappFromSid: a routable sapp was not found")) {
+        const size_t because = text.find(" because:\n\t ");
+        if (because == std::string_view::npos) return true;
+        std::string why(text.substr(because + 12));
+        while (why.ends_with('\n')) why.pop_back();
+        story.affinityBroken = story.affinityBroken ? *story.affinityBroken + "\n" + why : why;
+    } else if (startsWith(text, "getSessionIdFromUrl: ")) {
+        if (startsWith(text, "getSessionIdFromUrl: session id='") && !text.ends_with("='null'"))
+            story.affinitySteps.push_back("in the path: " + std::string(text.substr(text.find(": ") + 2)));
+    } else if (startsWith(text, "getAffinity")) {
+        story.affinitySteps.push_back(std::string(text.substr(text.find(": ") + 2)));
+    } else {
+        return false;
+    }
+    return true;
+}
+
+bool readBalance(std::string_view text, TraceStory &story) {
+    std::string_view rest;
+    if (startsWith(text, "wlor: skipping server application='", &rest)) {
+        PassedOver passed{};
+        passed.name = std::string(rest.substr(0, rest.find("' (")));
+        const size_t address = rest.find("' (");
+        void *record = nullptr;
+        if (address != std::string_view::npos) sscanf(std::string(rest.substr(address + 3)).c_str(), "%p", &record);
+        passed.serverApplication = record;
+        const size_t reason = rest.find(", reason=");
+        if (reason != std::string_view::npos) passed.reason = std::string(rest.substr(reason + 9));
+        story.passedOver.push_back(std::move(passed));
+        return true;
+    }
+    if (!startsWith(text, "wlor: comparing server='", &rest)) return startsWith(text, "wlor: ");
+    const size_t end = rest.find("', ");
+    if (end == std::string_view::npos) return true;
+    story.compared.push_back({std::string(rest.substr(0, end)), std::string(rest.substr(end + 3))});
+    return true;
+}
+
+} // namespace
+
+TraceRecording::TraceRecording(TraceLines &lines) { recording = &lines; }
+TraceRecording::~TraceRecording() { recording = nullptr; }
+
+int traceHook(const TrContext *ctx, va_list args) {
+    if (!recording) return 0;
+    const char *format = trContextGetFormat(ctx);
+    if (!format) return 0;
+    va_list again;
+    va_copy(again, args);
+    const int length = vsnprintf(nullptr, 0, format, again);
+    va_end(again);
+    if (length < 0) return -1;
+    std::string text(static_cast<size_t>(length) + 1, '\0');
+    vsnprintf(text.data(), text.size(), format, args);
+    text.pop_back();
+    while (text.ends_with('\n')) text.pop_back();
+    const char *level = trContextGetLevel(ctx);
+    recording->push_back({level ? level : "", std::move(text)});
+    return 0;
+}
+
+std::vector<std::string> evaluationSteps(const TraceLines &lines) {
+    std::vector<std::string> steps;
+    for (const TraceLine &line : lines) steps.push_back(withoutAddresses(line.text));
+    return steps;
+}
+
+TraceStory traceStory(const TraceLines &lines) {
+    TraceStory story;
+    std::vector<std::string> steps; // they come before the line that tells which rule matched
+    for (const TraceLine &line : lines) {
+        if (readRule(line.text, story)) {
+            story.ruleSteps = std::move(steps);
+            steps.clear();
+        } else if (readBalance(line.text, story) || readAffinity(line.text, story)) {
+            steps.clear();
+        } else {
+            steps.push_back(withoutAddresses(line.text));
+        }
+    }
+    return story;
+}
+
+} // namespace tavctl
