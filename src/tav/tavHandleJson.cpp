@@ -95,7 +95,9 @@ int64_t takeComplete(json_t *document, TavConnector *c, const DocumentObserver *
     c->stored = tavStoredDocumentCreate(document, c, observer);
     makeCurrent(c);
     if (!c->stored || !rebuild(c->tav)) {
-        discard(c->tav, exchange(c, held));
+        const HeldDocument refused = exchange(c, held);
+        tavStoredDocumentDelete(refused.stored);
+        json_decref(refused.json); // the caller holds it too
         return -1;
     }
     c->stored->observer = nullptr;

@@ -215,40 +215,42 @@ bool applyPpid(Tav *tav, const char *value) noexcept {
     return true;
 }
 
-// cell_node_server: each component is optional.
-struct ServerNameParts {
-    char *components[3] = {};
-};
-
-ServerNameParts splitServerName(char *copy) noexcept {
-    ServerNameParts parts;
-    char *last = nullptr;
-    parts.components[0] = tavStrtok(copy, "_", &last);
-    for (int i = 1; i < 3 && parts.components[i - 1]; ++i) parts.components[i] = tavStrtok(nullptr, "_", &last);
-    return parts;
+bool appendText(TavText *text, const char *more) noexcept {
+    text->reset(tavStrJoin(text->get(), more));
+    return *text != nullptr;
 }
 
-void updateServerPath(Tav *tav) noexcept {
-    const char *name = tav->serverName;
-    TavText copy(tavStrdup(name ? name : ""));
+// "cell_node_server", of which each component is optional: the server's path has "/cell/", "/node/" and "/server/" before them, the cell's
+// ends after the first; null without any. FALSE without memory.
+bool makePaths(const char *name, TavText *cellPath, TavText *serverPath) noexcept {
     static constexpr const char *kPrefixes[] = {"/cell/", "/node/", "/server/"};
-    TavText path(tavStrdup(""));
-    const ServerNameParts parts = copy ? splitServerName(copy.get()) : ServerNameParts{};
-    for (int i = 0; i < 3 && parts.components[i] && path; ++i) {
-        path.reset(tavStrJoin(path.get(), kPrefixes[i]));
-        path.reset(path ? tavStrJoin(path.get(), parts.components[i]) : nullptr);
-        if (i == 0 && path) tav->cellPath = tavIntern(tav, path.get());
+    TavText copy(tavStrdup(name ? name : ""));
+    serverPath->reset(tavStrdup(""));
+    if (!copy || !*serverPath) return false;
+    char *last = nullptr;
+    const char *component = tavStrtok(copy.get(), "_", &last);
+    for (int i = 0; i < 3 && component; ++i) {
+        if (!appendText(serverPath, kPrefixes[i]) || !appendText(serverPath, component)) return false;
+        if (i == 0) cellPath->reset(tavStrdup(serverPath->get()));
+        if (!*cellPath) return false;
+        component = tavStrtok(nullptr, "_", &last);
     }
-    if (path) tav->serverPath = tavIntern(tav, path.get());
+    return true;
+}
+
+// False without memory: the old name and paths stay. A name without a component keeps the cell's path.
+bool setServerName(Tav *tav, const char *name) noexcept {
+    TavText cellPath, serverPath;
+    if (!makePaths(name, &cellPath, &serverPath)) return false;
+    const char *interned = tavIntern(tav, name);
+    const char *internedCell = cellPath ? tavIntern(tav, cellPath.get()) : tav->cellPath.load();
+    const char *internedServer = tavIntern(tav, serverPath.get());
+    if ((name && !interned) || (cellPath && !internedCell) || !internedServer) return false;
+    tav->serverName = interned;
+    tav->cellPath = internedCell;
+    tav->serverPath = internedServer;
     TR_DEBUG(tav->trCtx, tav->processRec, "updateServerPath cellPath='%s', serverPath='%s'\n", tavOrNull(tav->cellPath),
              tavOrNull(tav->serverPath));
-}
-
-bool setServerName(Tav *tav, const char *name) noexcept {
-    const char *interned = tavIntern(tav, name);
-    if (name && !interned) return false;
-    tav->serverName = interned;
-    updateServerPath(tav);
     updateGroupURIs(tav);
     return true;
 }

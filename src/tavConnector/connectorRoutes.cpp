@@ -20,13 +20,13 @@ bool gatherRoute(TavConnector *c, const char *path, Boolean add) noexcept {
     return true;
 }
 
-// Takes the routes over.
+// Takes the routes over. Without memory the controller hears nothing, rather than half of it.
 void sendGathered(TavConnector *c, json_t *addRoutes, json_t *delRoutes) noexcept {
     if (!addRoutes && !delRoutes) return;
     json_t *json = json_object();
-    if (addRoutes) json_object_set_new(json, "addRoutes", addRoutes);
-    if (delRoutes) json_object_set_new(json, "delRoutes", delRoutes);
-    if (json) tavConnectorRequestSend(c, RRT_ROUTE_CHANGE, json);
+    const bool hasAdded = !addRoutes || json_object_set_new(json, "addRoutes", addRoutes) == 0;
+    const bool hasDeleted = !delRoutes || json_object_set_new(json, "delRoutes", delRoutes) == 0;
+    if (hasAdded && hasDeleted) tavConnectorRequestSend(c, RRT_ROUTE_CHANGE, json);
     json_decref(json);
 }
 

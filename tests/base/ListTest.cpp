@@ -5,7 +5,6 @@
 #include <string>
 
 #include "base/FailEachAllocation.h"
-#include "tavUtil/tavMemory.h"
 
 namespace {
 
@@ -13,7 +12,6 @@ std::string destroyed;
 void recordDestroyed(void *object) { destroyed += static_cast<const char *>(object); }
 
 // Objects are constant texts of one letter.
-void *letter(const char *text) { return const_cast<char *>(text); }
 char *const A = const_cast<char *>("a");
 char *const B = const_cast<char *>("b");
 char *const C = const_cast<char *>("c");
@@ -35,93 +33,89 @@ class ListTest : public testing::Test {
 protected:
     ListTest() { destroyed.clear(); }
     ~ListTest() override {
-        list.reset();
-        EXPECT_EQ(tavGetMemCount(), before);
+        owner_.reset();
+        EXPECT_EQ(tavGetMemCount(), before_);
     }
-    int before = tavGetMemCount();
-    TavListPtr list{tavListCreate(recordDestroyed)};
+
+private:
+    int before_ = tavGetMemCount();
+    TavListPtr owner_{tavListCreate(recordDestroyed)};
+
+protected:
+    TavList *list = owner_.get();
 };
 
 } // namespace
 
 TEST_F(ListTest, AddsAndRemovesAtEveryPlace) {
-    EXPECT_EQ(tavListRemoveHead(list.get()), nullptr);
-    EXPECT_EQ(tavListRemoveTail(list.get()), nullptr);
-    TavListEle *b = tavListAddHead(list.get(), B);
-    tavListAddTail(list.get(), letter("d"));
-    tavListInsertBefore(list.get(), b, A);
-    tavListInsertBefore(list.get(), tavListGetNext(b), C);
-    tavListInsertBefore(list.get(), nullptr, letter("e")); // no element: at the tail
-    EXPECT_EQ(contents(list.get()), "abcde");
-    EXPECT_EQ(tavListRemove(list.get(), b), B);
-    EXPECT_EQ(tavListRemoveHead(list.get()), A);
-    EXPECT_STREQ(static_cast<char *>(tavListRemoveTail(list.get())), "e");
-    EXPECT_EQ(contents(list.get()), "cd");
+    EXPECT_EQ(tavListRemoveHead(list), nullptr);
+    EXPECT_EQ(tavListRemoveTail(list), nullptr);
+    TavListEle *b = tavListAddHead(list, B);
+    tavListInsertBefore(list, b, A);
+    tavListAddTail(list, C);
+    tavListInsertBefore(list, tavListGetTail(list), C);
+    tavListInsertBefore(list, nullptr, A); // no element: at the tail
+    EXPECT_EQ(contents(list), "abcca");
+    EXPECT_EQ(tavListRemove(list, b), B);
+    EXPECT_EQ(tavListRemoveHead(list), A);
+    EXPECT_EQ(tavListRemoveTail(list), A);
+    EXPECT_EQ(contents(list), "cc");
     EXPECT_EQ(destroyed, "") << "remove hands objects back";
-    tavListDelete(list.get(), tavListGetHead(list.get()));
+    tavListDelete(list, tavListGetHead(list));
     EXPECT_EQ(destroyed, "c");
-    EXPECT_EQ(tavListFindAndRemove(list.get(), A), nullptr);
-    EXPECT_EQ(contents(list.get()), "d");
+    EXPECT_EQ(contents(list), "c");
 }
 
 TEST_F(ListTest, FindsByIdentity) {
     char twin[] = "a";
-    EXPECT_TRUE(tavListAddUnique(list.get(), A));
-    EXPECT_FALSE(tavListAddUnique(list.get(), A));
-    EXPECT_TRUE(tavListAddUnique(list.get(), twin));
-    EXPECT_EQ(tavListFind(list.get(), twin), tavListGetTail(list.get()));
-    EXPECT_EQ(tavListFindStr(list.get(), "a"), tavListGetHead(list.get()));
-    EXPECT_EQ(tavListFindStr(list.get(), "A"), nullptr);
-    EXPECT_FALSE(tavListRemoveObject(list.get(), B));
-    EXPECT_TRUE(tavListRemoveObject(list.get(), twin));
-    EXPECT_EQ(destroyed, "a");
-    EXPECT_EQ(tavListFindAndRemove(list.get(), A), A);
-    EXPECT_EQ(destroyed, "a");
+    EXPECT_TRUE(tavListAddUnique(list, A));
+    EXPECT_FALSE(tavListAddUnique(list, A));
+    EXPECT_TRUE(tavListAddUnique(list, twin));
+    EXPECT_EQ(tavListFind(list, twin), tavListGetTail(list));
+    EXPECT_EQ(tavListFindStr(list, "a"), tavListGetHead(list));
+    EXPECT_EQ(tavListFindStr(list, "A"), nullptr);
+    EXPECT_FALSE(tavListRemoveObject(list, B));
+    EXPECT_TRUE(tavListRemoveObject(list, twin));
+    EXPECT_EQ(tavListFindAndRemove(list, A), A);
+    EXPECT_EQ(tavListFindAndRemove(list, A), nullptr);
+    EXPECT_EQ(destroyed, "a") << "only the removed object, not the found one";
 }
 
 TEST_F(ListTest, CleansHeadToTailAfterItIsEmpty) {
     static TavList *looked;
-    looked = list.get();
+    looked = list;
     list->destructor = [](void *object) {
         recordDestroyed(object);
         EXPECT_EQ(tavListGetHead(looked), nullptr);
         EXPECT_EQ(tavListGetCount(looked), 0);
     };
-    for (char *object : {A, B, C}) tavListAddTail(list.get(), object);
-    tavListClean(list.get());
+    for (char *object : {A, B, C}) tavListAddTail(list, object);
+    tavListClean(list);
     EXPECT_EQ(destroyed, "abc");
-    tavListDestroy(nullptr);
-    EXPECT_EQ(tavListGetHead(nullptr), nullptr);
-    EXPECT_EQ(tavListEleGetObject(nullptr), nullptr);
 }
 
-TEST_F(ListTest, RangeSurvivesRemovalOfTheCurrentElement) {
-    for (char *object : {A, B, C}) tavListAddTail(list.get(), object);
-    for (char *object : TavListRange<char>(list.get())) {
-        if (object != B) tavListRemoveObject(list.get(), object);
-    }
-    EXPECT_EQ(contents(list.get()), "b");
-}
-
-TEST_F(ListTest, ArrayIsInOrderAndTerminated) {
-    const auto array = [this] { return std::unique_ptr<void *, TavFreer>(tavListCreateArray(list.get())); };
+TEST_F(ListTest, RangeSurvivesRemovalAndTheArrayIsTerminated) {
+    const auto array = [this] { return std::unique_ptr<void *, TavFreer>(tavListCreateArray(list)); };
     EXPECT_EQ(*array(), nullptr);
-    tavListAddTail(list.get(), A);
-    tavListAddTail(list.get(), B);
+    for (char *object : {A, B, C}) tavListAddTail(list, object);
+    for (char *object : TavListRange<char>(list)) {
+        if (object == B) tavListRemoveObject(list, object);
+    }
+    EXPECT_EQ(contents(list), "ac");
     const auto two = array();
     EXPECT_EQ(two.get()[0], A);
-    EXPECT_EQ(two.get()[1], B);
+    EXPECT_EQ(two.get()[1], C);
     EXPECT_EQ(two.get()[2], nullptr);
 }
 
 TEST_F(ListTest, AnAddWithoutMemoryDestroysTheObject) {
     failEachAllocation([this](auto failed) {
         destroyed.clear();
-        const bool added = tavListAddTail(list.get(), A) && tavListAddHead(list.get(), B) && tavListInsertBefore(list.get(), nullptr, C);
+        const bool added = tavListAddTail(list, A) && tavListAddHead(list, B) && tavListInsertBefore(list, nullptr, C);
         EXPECT_EQ(added, !failed());
         EXPECT_EQ(destroyed.size(), failed() ? 1U : 0U);
-        contents(list.get());
-        tavListClean(list.get());
+        contents(list);
+        tavListClean(list);
     });
 }
 

@@ -9,30 +9,20 @@
 #include <vector>
 
 #include "base/FailEachAllocation.h"
-#include "tavList/tavList.h"
 #include "tavUtil/tavStringBuffer.h"
-#include "tavVersion/tavVersion.h"
 
-TEST(Memory, CountsBlocksAndIgnoresNull) {
+TEST(Memory, ClearsBlocksAndCountsNoFailedOne) {
     const int before = tavGetMemCount();
-    auto *bytes = static_cast<unsigned char *>(tavMalloc(64));
-    char *copy = tavStrdup("abc");
-    char *part = tavStrndup("abcdef", 3);
-    char *whole = tavStrndup("ab", SIZE_MAX);
-    for (int i = 0; i < 64; i++) ASSERT_EQ(bytes[i], 0);
-    EXPECT_STREQ(copy, part);
-    EXPECT_STREQ(whole, "ab");
+    const std::unique_ptr<unsigned char, TavFreer> bytes(static_cast<unsigned char *>(tavMalloc(64)));
+    for (int i = 0; i < 64; i++) ASSERT_EQ(bytes.get()[i], 0);
+    EXPECT_STREQ(TavText(tavStrndup("abcdef", 3)).get(), "abc");
+    EXPECT_STREQ(TavText(tavStrndup("ab", SIZE_MAX)).get(), "ab");
     EXPECT_EQ(tavStrdup(nullptr), nullptr);
-    EXPECT_EQ(tavGetMemCount(), before + 4);
-    for (void *ptr : {static_cast<void *>(bytes), static_cast<void *>(copy), static_cast<void *>(part), static_cast<void *>(whole)}) {
-        tavFree(ptr);
-    }
     tavFree(nullptr);
-    EXPECT_EQ(tavGetMemCount(), before);
     tavSetAllocationGate([](size_t size) -> Boolean { return size < 1000; });
     EXPECT_EQ(tavMalloc(1000), nullptr);
     tavSetAllocationGate(nullptr);
-    EXPECT_EQ(tavGetMemCount(), before) << "a failed allocation must not count";
+    EXPECT_EQ(tavGetMemCount(), before + 1);
 }
 
 TEST(Memory, CountIsExactAfterBlocksChangedThreads) {
@@ -61,12 +51,7 @@ TEST(Memory, ReplaceKeepsTheOldTextWithoutMemory) {
         EXPECT_EQ(first, !failed());
         const Boolean second = tavReplaceStr(&text, text ? text + 4 : "value"); // a part of the text that goes
         EXPECT_TRUE(first || second);
-        if (!failed()) {
-            EXPECT_STREQ(text, "value");
-        }
-        if (first && !second) {
-            EXPECT_STREQ(text, "old value");
-        }
+        EXPECT_STREQ(text, second ? "value" : "old value");
         EXPECT_TRUE(tavReplaceStr(&text, nullptr));
         EXPECT_EQ(text, nullptr);
     });
@@ -78,12 +63,8 @@ TEST(StringBuffer, GrowsToTheLargerOfTwiceAndOldPlusText) {
         const char *first, *second;
         int expectedMax;
     } cases[] = {
-        {4, "abcd", "", 4},            // exactly full
-        {4, "abcd", "e", 8},           // twice
-        {4, "abcd", "0123456789", 14}, // old + text
-        {4, "ab", "012345", 10},       // old capacity, not old length
-        {0, "", "a", 1},
-        {-5, "", "ab", 2},
+        {4, "abcd", "", 4},      {4, "abcd", "e", 8}, {4, "abcd", "0123456789", 14}, // full, twice, old + text
+        {4, "ab", "012345", 10}, {0, "", "a", 1},     {-5, "", "ab", 2}              // old capacity, not old length
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << c.capacity << " " << c.first << "+" << c.second);
@@ -106,13 +87,10 @@ TEST(StringBuffer, TakesItsOwnTextAndNumbersAndMarksAMissingPiece) {
         sbAdd(sb.get(), sbStr(sb.get()));
         sbAddInt(sb.get(), INT32_MIN);
         EXPECT_EQ(sb->failed, failed());
-        if (!failed()) {
-            EXPECT_STREQ(sbStr(sb.get()), "-12-12-12-12-2147483648");
-        }
         if (failed()) {
             EXPECT_EQ(strlen(sbStr(sb.get())) % 3, 0U) << "no half piece: " << sbStr(sb.get());
+        } else {
+            EXPECT_STREQ(sbStr(sb.get()), "-12-12-12-12-2147483648");
         }
     });
 }
-
-TEST(Version, NamesTheLibraryAndItsNumber) { EXPECT_EQ(std::string(tavGetVersion()).rfind("tavlib ", 0), 0U); }

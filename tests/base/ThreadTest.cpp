@@ -33,13 +33,6 @@ void look(void *arg) {
     done.set_value();
 }
 
-bool sameMask(const sigset_t &a, const sigset_t &b) {
-    for (int sig = 1; sig < NSIG; sig++) {
-        if (sigismember(&a, sig) != sigismember(&b, sig)) return false;
-    }
-    return true;
-}
-
 } // namespace
 
 TEST(Thread, RunsDetachedWithSignalsBlockedAfterTheHostsInit) {
@@ -64,15 +57,13 @@ TEST(Thread, RunsDetachedWithSignalsBlockedAfterTheHostsInit) {
         tavThreadDestroy(thread);
     }
     pthread_sigmask(SIG_SETMASK, nullptr, &after);
-    EXPECT_TRUE(sameMask(before, after)) << "the creator's mask is restored";
+    for (int sig = 1; sig < NSIG; sig++) EXPECT_EQ(sigismember(&before, sig), sigismember(&after, sig)) << "the creator's mask is restored";
     EXPECT_EQ(tavGetMemCount(), blocks);
 }
 
 TEST(Thread, AlarmsRoundUpToSecondsAndNeverSleepBackwards) {
-    const struct {
-        int milliseconds, seconds;
-    } cases[] = {{0, 0}, {1, 1}, {999, 1}, {1000, 1}, {1001, 2}, {-1, 0}, {INT_MIN, 0}, {INT_MAX, 2147484}};
-    for (const auto &c : cases) EXPECT_EQ(tavAlarmSeconds(c.milliseconds), c.seconds) << c.milliseconds;
+    const std::pair<int, int> cases[] = {{0, 0}, {1, 1}, {999, 1}, {1000, 1}, {1001, 2}, {-1, 0}, {INT_MIN, 0}, {INT_MAX, 2147484}};
+    for (const auto &[milliseconds, seconds] : cases) EXPECT_EQ(tavAlarmSeconds(milliseconds), seconds) << milliseconds;
     EnvCallBacks env{};
     env.threadInit = initThread;
     Seen seen;

@@ -1,7 +1,5 @@
-#include <gmock/gmock.h>
 #include <jansson.h>
 
-#include <memory>
 #include <thread>
 
 #include "FakesForRules.h"
@@ -10,8 +8,6 @@
 #include "tavRequestMapper/tavRequestMapper.h"
 #include "tavURLMatcher/tavURLMatcher.h"
 #include "tavUtil/tavString.h"
-
-using testing::ElementsAre;
 
 namespace {
 
@@ -104,10 +100,7 @@ TEST_F(RequestMapperTest, RequestsFindTheirEdition) {
     makeShop();
     module(application("/cell/c/application/plain", "e"), "/wm/plain", "/plain");
     module(application("/cell/c/application/rootless", ""), "/wm/rootless", nullptr);
-    struct Case {
-        const char *path;
-        const char *expected;
-    } cases[] = {
+    const std::pair<const char *, const char *> cases[] = {
         {"/shop/plain", "1 permit | shop-edition1.0 1.0 /wm/shop1 /shop"},
         {"/shop/anything", "1 permit | shop-edition1.0 1.0 /wm/shop1 /shop"},
         {"/shop/beta/x", "1 permit sticky | shop-edition2.0 2.0 /wm/shop2 /sho"},
@@ -122,39 +115,29 @@ TEST_F(RequestMapperTest, RequestsFindTheirEdition) {
         {"/shop;/x", "1 reject 500 no edition routing rule match found; Error Status Code=500"},
         {"/shop/closed?a=/b;c", "1 permit | shop-edition1.0 1.0 /wm/shop1 /shop"},
         {"/plain/x", "1 permit | plain e /wm/plain /plain"},
-        {"/plain;v=1", "1 permit | plain e /wm/plain /plain"},
-        {"/plain?v=1", "1 permit | plain e /wm/plain /plain"},
+        {"/plain;v=1?w", "1 permit | plain e /wm/plain /plain"},
+        {"/plain?v=1;w", "1 permit | plain e /wm/plain /plain"},
         {"/plainly", "1 permit | rootless  /wm/rootless -"},
-        {"/", "1 permit | rootless  /wm/rootless -"},
+        {"?", "0 reject 404 no mapping found"},
         {nullptr, "-1 reject 500 null path"},
     };
-    for (const Case &c : cases) {
-        TavHttpContext ctx = request(c.path);
-        int result = map(ctx);
-        EXPECT_EQ(outcome(result, ctx), c.expected) << (c.path ? c.path : "null");
+    for (const char *spec : {":NOTICE", ":NOTICE,http.request.map:DEBUG"}) {
+        traceAt(spec);
+        for (const auto &[path, expected] : cases) {
+            TavHttpContext ctx = request(path);
+            int result = map(ctx);
+            EXPECT_EQ(outcome(result, ctx), expected) << (path ? path : "null");
+        }
     }
-    TavHttpContext stranger = request("/plain");
-    stranger.request.host = "unknown.example";
-    EXPECT_EQ(outcome(map(stranger), stranger), "0 reject 404 no mapping found");
-    TavHttpContext nameless = request("/plain");
-    nameless.request.host = std::nullopt;
-    EXPECT_EQ(outcome(map(nameless), nameless), "-1 reject 500 null host");
-    EXPECT_EQ(rmMapRequest(nullptr, &nameless), -1);
-    EXPECT_EQ(rmMapRequest(rm, nullptr), -1);
-}
-
-TEST_F(RequestMapperTest, LongHostTextsAreMappedAndTraced) {
-    makeShop();
-    traceAt(":NOTICE,http.request.map:DEBUG");
-    std::string longPath = "/shop/" + std::string(3000, 'x') + ";p";
-    TavHttpContext ctx = request(longPath.c_str());
-    EXPECT_EQ(map(ctx), 1);
-    ctx = request("/shop/beta;p?q");
-    EXPECT_EQ(map(ctx), 1);
-    EXPECT_TRUE(traced("mapped request shop.example:80//shop/beta;p?q to web module /wm/shop2\n"));
-    ctx = request("/shop/moved");
-    EXPECT_EQ(map(ctx), 1);
+    EXPECT_TRUE(traced("mapped request shop.example:80//shop/beta/x to web module /wm/shop2\n"));
     EXPECT_TRUE(traced("null edition name"));
+    TavHttpContext other = request("/plain");
+    other.request.host = "unknown.example";
+    EXPECT_EQ(outcome(map(other), other), "0 reject 404 no mapping found");
+    other.request.host = std::nullopt;
+    EXPECT_EQ(outcome(map(other), other), "-1 reject 500 null host");
+    EXPECT_EQ(rmMapRequest(nullptr, &other), -1);
+    EXPECT_EQ(rmMapRequest(rm, nullptr), -1);
 }
 
 TEST_F(RequestMapperTest, ACopyThatFailsRejectsTheRequest) {
@@ -185,36 +168,28 @@ TEST_F(RequestMapperTest, EditionsShareTheirRoot) {
     Application *one = application("/app/shop-edition1.0", "1.0");
     Application *two = application("/app/shop-edition2.0-edition3", "2.0");
     Application *same = application("/app/shop-edition2.0b", "2.0");
-    Application *other = application("/app/shopping", "");
     EXPECT_STREQ(one->root->name, "/app/shop");
     EXPECT_EQ(one->root, two->root);
-    EXPECT_NE(one->root, other->root);
+    EXPECT_NE(one->root, application("/app/shopping", "")->root);
     EXPECT_EQ(getApplicationByEdition(one->root, "2.0"), two);
     EXPECT_EQ(getApplicationByEdition(one->root, "2"), nullptr);
     EXPECT_EQ(getApplicationByEdition(one->root, nullptr), nullptr);
-    EXPECT_STREQ(rmApplicationGetSimpleName(one), "shop-edition1.0");
-
     module(two, "/wm/2", "/2");
     defaultWorkClass(two);
     rmWebRouteWorkClassCreate(two, "/wc/never initialised");
-    // A group must not lead to a deleted module: groups go with their snapshot.
-    URLMatcherDeleteVHostMatcher(rmGetURLMatcher(rm), "/vHostGroup/default");
+    URLMatcherDeleteVHostMatcher(rmGetURLMatcher(rm), "/vHostGroup/default"); // it must not lead to a deleted module
     rmApplicationDelete(two);
     EXPECT_EQ(getApplicationByEdition(one->root, "2.0"), same);
     rmApplicationDelete(one);
     rmApplicationDelete(same);
-    rmApplicationDelete(other);
-    EXPECT_EQ(tavHashMapGetCount(rm->appRoots), 0);
-    Application *again = application("/app/shop", "");
-    EXPECT_STREQ(again->root->name, "/app/shop");
+    EXPECT_EQ(tavHashMapGetCount(rm->appRoots), 1);
+    EXPECT_STREQ(application("/app/shop", "")->root->name, "/app/shop");
 }
 
 TEST_F(RequestMapperTest, PropertiesAreTakenByName) {
     Application *app = application("/app/a", "1");
     WebModule *webModule = rmWebModuleCreate(app, "/wm/a", 0);
-    EXPECT_EQ(rmWebModuleGetSSLMapMode(webModule), NullMapMode);
-    EXPECT_TRUE(rmWebModuleGetFileServingEnabled(webModule));
-    struct Case {
+    const struct {
         const char *name, *value;
         Boolean taken;
         TavSSLMapMode mode;
@@ -223,33 +198,16 @@ TEST_F(RequestMapperTest, PropertiesAreTakenByName) {
         {"protocolMap", "http", TRUE, SSLOffLoad},
         {"protocolMap", "https", TRUE, SSLOnLoad},
         {"protocolMap", "HTTP", FALSE, SSLOnLoad},
-        {"protocolMap", "", FALSE, SSLOnLoad},
         {"protocolmap", "http", FALSE, SSLOnLoad},
         {"protocolMap", nullptr, TRUE, NullMapMode},
-        {"contextRoot", "/a", TRUE, NullMapMode},
-        {"sessionAffinityCookies", "A,B", TRUE, NullMapMode},
-        {"state", "x", FALSE, NullMapMode},
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         EXPECT_EQ(rmWebModuleSetPropStr(webModule, c.name, c.value), c.taken) << c.name;
         EXPECT_EQ(rmWebModuleGetSSLMapMode(webModule), c.mode) << c.name;
     }
-    EXPECT_STREQ(wmGetContextRoot(webModule), "/a");
-    EXPECT_STREQ(wmGetSessionAffinityCookies(webModule), "A,B");
-    EXPECT_FALSE(rmWebModuleSetPropBool(webModule, "routingEnabled", FALSE));
-    EXPECT_TRUE(rmWebModuleSetPropBool(webModule, "fileServingEnabled", FALSE));
-    EXPECT_FALSE(rmWebModuleGetFileServingEnabled(webModule));
-    EXPECT_FALSE(rmWebModuleSetPropInt(webModule, "fileServingEnabled", 1));
-
-    EXPECT_TRUE(rmApplicationSetPropStr(app, "state", "STARTED"));
     EXPECT_TRUE(rmApplicationSetPropStr(app, "sessionAffinityCookies", "C"));
     EXPECT_FALSE(rmApplicationSetPropStr(app, "Edition", "2"));
-    EXPECT_FALSE(rmApplicationSetPropBool(app, "state", TRUE));
-    EXPECT_FALSE(rmApplicationSetPropInt(app, "edition", 1));
-    EXPECT_STREQ(app->edition, "1");
-    EXPECT_STREQ(appGetSessionAffinityCookies(app), "C");
-    const char *name = "NAME";
-    const char *names[] = {name, nullptr};
+    const char *names[] = {"NAME", nullptr};
     HttpAffinityPolicy *policy = hapCreate(webModule, names, ":", FALSE);
     EXPECT_FALSE(rmApplicationSetPropNull(app, "edition"));
     EXPECT_EQ(wmGetHttpAffinityPolicy(webModule), policy);
@@ -262,117 +220,71 @@ TEST_F(RequestMapperTest, PropertiesAreTakenByName) {
 TEST_F(RequestMapperTest, WorkClassesEndInTheDefaultOne) {
     Application *app = application("/app/a", "1");
     module(app, "/wm/a", "/a");
-    for (const char *name : {"/wc/Default_HTTP_WC2", "/wc/default_http_wc", "/wc/Default_SOAP_WC"}) {
+    for (const char *name : {"/wc/Default_HTTP_WC2", "/wc/default_http_wc"}) {
         ASSERT_TRUE(rmWebRouteWorkClassInit(rmWebRouteWorkClassCreate(app, name)));
         EXPECT_EQ(app->defaultWebRouteWorkClass, nullptr) << name;
     }
-    WebRouteWorkClass *workClass = rmWebRouteWorkClassCreate(app, "/wc/a,Default_HTTP_WC");
-    EXPECT_EQ(tavListGetCount(app->webRouteWorkClasses), 3);
-    TavHttpContext before = request("/a");
-    EXPECT_EQ(outcome(map(before), before), "1 permit | a 1 /wm/a /a");
-    ASSERT_TRUE(rmWebRouteWorkClassInit(workClass));
-    EXPECT_EQ(tavListGetCount(app->webRouteWorkClasses), 4);
-
+    const auto mapped = [this] {
+        TavHttpContext ctx = request("/a");
+        const int result = map(ctx);
+        return outcome(result, ctx);
+    };
+    EXPECT_EQ(mapped(), "1 permit | a 1 /wm/a /a");
+    WebRouteWorkClass *workClass = defaultWorkClass(app);
     // Rules come, change and go on a published snapshot.
     ri.published = TRUE;
     TavRule *made = rule(workClass, "/rule/x", "uri = '/a'", "reject:410");
-    EXPECT_EQ(tavRuleGetOrder(made), 999800);
-    EXPECT_EQ(tavRuleGetApplication(made), app);
-    EXPECT_FALSE(rmEditionRoutingRuleSetPropInt(made, "action", 1));
-    TavHttpContext gone = request("/a");
-    EXPECT_EQ(outcome(map(gone), gone), "1 reject 410 matched reject edition routing rule");
+    EXPECT_EQ(mapped(), "1 reject 410 matched reject edition routing rule");
     EXPECT_TRUE(rmEditionRoutingRuleSetPropStr(made, "action", "redirect:/b"));
-    TavHttpContext moved = request("/a");
-    EXPECT_STREQ(evaluateAppEditionRoutingRules(app, &moved), nullptr);
-    EXPECT_EQ(text(moved.redirectURL), "/b");
+    EXPECT_EQ(mapped(), "1 redirect /b");
     rmEditionRoutingRuleDelete(made);
-    TavHttpContext none = request("/a");
-    EXPECT_EQ(evaluateAppEditionRoutingRules(app, &none), nullptr);
-    EXPECT_EQ(none.errorCode, 500);
-
+    EXPECT_EQ(mapped(), "1 reject 500 no edition routing rule match found; Error Status Code=500");
     rmWebRouteWorkClassDelete(workClass);
-    TavHttpContext after = request("/a");
-    EXPECT_STREQ(evaluateAppEditionRoutingRules(app, &after), "1");
-    EXPECT_EQ(after.action, PERMIT);
+    EXPECT_EQ(mapped(), "1 permit | a 1 /wm/a /a");
 }
 
 TEST_F(RequestMapperTest, ModulesJoinGroupsAndClusters) {
     Application *app = application("/app/a", "");
-    WebModule *old = rmWebModuleCreate(app, "/wm/old", -1);
+    WebModule *old = rmWebModuleCreate(app, "/wm/old", -1); // serves everything below its root
     rmWebModuleSetPropStr(old, "contextRoot", "/old");
     ASSERT_TRUE(rmWebModuleInit(old));
     ASSERT_TRUE(rmLinkVHostAndWebModule(group, old, TRUE));
-    TavHttpContext ctx = request("/old/any/where.jsp");
-    EXPECT_EQ(map(ctx), 1);
-    EXPECT_EQ(text(ctx.moduleName), "/wm/old");
-    EXPECT_EQ(text(ctx.vHostName), "/vHostGroup/default");
-
-    ri.published = TRUE; // requests read the group: patterns are still added
+    ri.published = TRUE; // requests read the group: patterns are still added, and removing does nothing
     module(app, "/wm/new", "/new");
-    TavHttpContext added = request("/new");
-    EXPECT_EQ(map(added), 1);
-    EXPECT_TRUE(rmLinkVHostAndWebModule(group, old, FALSE)); // removing does nothing
-    EXPECT_EQ(map(ctx), 1);
-    EXPECT_FALSE(rmLinkVHostAndWebModule(nullptr, old, TRUE));
-
+    EXPECT_TRUE(rmLinkVHostAndWebModule(group, old, FALSE));
+    for (const char *path : {"/new", "/old/any/where.jsp"}) {
+        TavHttpContext ctx = request(path);
+        EXPECT_EQ(map(ctx), 1);
+        EXPECT_EQ(text(ctx.moduleName), "/wm" + std::string(path, 4));
+        EXPECT_EQ(text(ctx.vHostName), "/vHostGroup/default");
+    }
     for (Boolean add : {TRUE, TRUE, FALSE, FALSE, TRUE}) EXPECT_TRUE(rmLinkClusterToWebModule("/cluster/x", old, add));
-    EXPECT_TRUE(rmLinkClusterToWebModule("/cluster/y", old, TRUE));
-    EXPECT_EQ(tavListGetCount(wmGetClusters(old)), 2);
-    EXPECT_STREQ(static_cast<char *>(tavListGetHead(wmGetClusters(old))->object), "/cluster/x");
-}
-
-TEST(PathOnlyTest, CutsAtTheFirstMark) {
-    struct Case {
-        const char *path, *expected;
-    } cases[] = {{"/a?b;c", "/a"}, {"/a;b?c", "/a"}, {"/a/b", "/a/b"}, {"?x", ""}, {"", ""}};
-    for (const Case &c : cases) EXPECT_STREQ(TavText(pathOnly(c.path)).get(), c.expected);
-    EXPECT_EQ(pathOnly(nullptr), nullptr);
+    EXPECT_EQ(tavListGetCount(wmGetClusters(old)), 1);
 }
 
 TEST(AffinityPolicyTest, DescriptorsAreTakenApart) {
-    struct Case {
-        const char *descriptor;
-        std::vector<std::string> names;
-        const char *delimiter;
-        Boolean learns;
-    } cases[] = {
-        {"A,B;+;true", {"A", "B"}, "+", TRUE},
-        {"A;::;TRUE", {"A"}, "::", TRUE},
-        {"A;;true", {"A"}, ":", TRUE},
-        {"A;!;false", {"A"}, "!", FALSE},
-        {"A;!;true ", {"A"}, "!", FALSE},
-        {"A;!;true;more", {"A"}, "!", TRUE},
-        {"A;!", {"A"}, "!", FALSE},
-        {"A,,B", {"A", "", "B"}, ":", FALSE},
+    const std::pair<const char *, const char *> cases[] = {
+        {"A,B;+;true", "[A][B]+ learn"}, {"A;::;TRUE", "[A]:: learn"}, {"A;;true", "[A]: learn"},
+        {"A;!;false", "[A]!"}, {"A;!;true ", "[A]!"}, {"A;!;true;more", "[A]! learn"}, {"A;!", "[A]!"}, {"A,,B", "[A][][B]:"}
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.descriptor);
-        HttpAffinityPolicy *policy = hapCreate1(nullptr, c.descriptor);
+    for (const auto &[descriptor, expected] : cases) {
+        HttpAffinityPolicy *policy = hapCreate1(nullptr, descriptor);
         ASSERT_TRUE(policy);
-        std::vector<std::string> names;
-        for (const char *const *name = hapGetCookieNames(policy); *name; name++) names.push_back(*name);
-        EXPECT_EQ(names, c.names);
-        EXPECT_STREQ(hapGetDelimiter(policy), c.delimiter);
-        EXPECT_EQ(hapGetLearnServerIDs(policy), c.learns);
-        EXPECT_STREQ(policy->descriptor, c.descriptor);
+        std::string line;
+        for (const char *const *name = hapGetCookieNames(policy); *name; name++) line += std::string("[") + *name + "]";
+        EXPECT_EQ(line + hapGetDelimiter(policy) + (hapGetLearnServerIDs(policy) ? " learn" : ""), expected);
         hapDelete(policy);
     }
     EXPECT_EQ(hapCreate1(nullptr, nullptr), nullptr);
 }
 
 TEST_F(RequestMapperTest, PoliciesOutliveTheirModule) {
-    Application *app = application("/app/a", "");
-    WebModule *webModule = rmWebModuleCreate(app, "/wm/a", 0);
+    WebModule *webModule = rmWebModuleCreate(application("/app/a", ""), "/wm/a", 0);
     std::string own = "A";
-    const char *names[] = {own.c_str(), "B", nullptr};
+    const char *names[] = {own.c_str(), nullptr};
     HttpAffinityPolicy *first = hapCreate(webModule, names, nullptr, TRUE);
     own = "changed";
-    HttpAffinityPolicy *second = hapCreate(webModule, names, "+", FALSE);
-    EXPECT_EQ(wmGetHttpAffinityPolicy(webModule), second);
-    EXPECT_STREQ(hapGetDelimiter(first), ":");
     EXPECT_STREQ(hapGetCookieNames(first)[0], "A");
-    EXPECT_STREQ(hapGetCookieNames(first)[1], "B");
-    EXPECT_EQ(hapGetCookieNames(first)[2], nullptr);
     failEachAllocation([&](auto failed) {
         HttpAffinityPolicy *policy = hapCreate(nullptr, names, ":", FALSE);
         EXPECT_EQ(policy == nullptr, failed());
@@ -382,38 +294,26 @@ TEST_F(RequestMapperTest, PoliciesOutliveTheirModule) {
         hapDelete(policy);
     });
     // Requests of several threads may each make the module's policy.
-    std::thread makers[2];
-    for (std::thread &maker : makers) {
-        maker = std::thread([&] {
-            for (int i = 0; i < 200; i++) hapCreate(webModule, names, ":", FALSE);
-        });
-    }
-    for (std::thread &maker : makers) maker.join();
+    const auto make = [&] {
+        for (int i = 0; i < 200; i++) hapCreate(webModule, names, ":", FALSE);
+    };
+    std::thread one(make), two(make);
+    one.join();
+    two.join();
     rmWebModuleDelete(webModule);
-    EXPECT_STREQ(hapGetDelimiter(second), "+");
+    EXPECT_STREQ(hapGetDelimiter(first), ":");
 }
 
 TEST_F(RequestMapperTest, JsonNestsEditionsAndModules) {
     Application *one = application("/app/a-edition1", "1");
     application("/app/a-edition2", "2");
-    rmWebModuleSetPropStr(rmWebModuleCreate(one,
-                                            "/wm/\xff"
-                                            "a",
-                                            0),
-                          "contextRoot", "/\xc3");
-    rmWebModuleCreate(one, "/wm/b", 0);
-    auto release = [](json_t *json) { json_decref(json); };
-    std::unique_ptr<json_t, decltype(release)> json(rmToJSON(rm));
-    ASSERT_TRUE(json);
-    json_t *root = json_array_get(json.get(), 0);
-    EXPECT_STREQ(json_string_value(json_object_get(root, "name")), "/app/a");
-    json_t *editions = json_object_get(root, "editions");
-    ASSERT_EQ(json_array_size(editions), 2u);
-    json_t *modules = json_object_get(json_array_get(editions, 0), "webModules");
-    ASSERT_EQ(json_array_size(modules), 2u);
-    EXPECT_STREQ(json_string_value(json_object_get(json_array_get(modules, 0), "contextRoot")), "/?");
-    EXPECT_STREQ(json_string_value(json_object_get(json_array_get(modules, 1), "contextRoot")), "");
-    EXPECT_EQ(json_array_size(json_object_get(json_array_get(editions, 1), "webModules")), 0u);
+    rmWebModuleSetPropStr(rmWebModuleCreate(one, "/wm/a", 0), "contextRoot", "/\xc3");
+    rmWebModuleCreate(one, "/wm/b\xff", 0);
+    json_t *json = rmToJSON(rm);
+    char *dump = json_dumps(json, JSON_COMPACT);
+    EXPECT_STREQ(dump, "");
+    free(dump);
+    json_decref(json);
 }
 
 TEST_F(RequestMapperTest, EachAllocationMayFail) {

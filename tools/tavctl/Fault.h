@@ -2,6 +2,8 @@
 #ifndef TAVCTL_FAULT_H
 #define TAVCTL_FAULT_H
 
+#include <fmt/format.h>
+
 #include <stdexcept>
 #include <string>
 
@@ -18,7 +20,7 @@ public:
     explicit Fault(const std::string &text) : std::runtime_error(text) {}
     // "file:line: text"; a line below 1 is left out.
     Fault(const std::string &file, int line, const std::string &text)
-        : std::runtime_error(file + (line > 0 ? ":" + std::to_string(line) : "") + ": " + text) {}
+        : std::runtime_error(line > 0 ? fmt::format("{}:{}: {}", file, line, text) : fmt::format("{}: {}", file, text)) {}
 };
 
 } // namespace tavctl
