@@ -34,4 +34,13 @@ void failEachAllocation(Scenario scenario) {
     EXPECT_GT(runs, 1) << "the scenario allocates nothing";
 }
 
+// A test that gives back what it takes.
+class LeakFree : public testing::Test {
+protected:
+    ~LeakFree() override { EXPECT_EQ(tavGetMemCount(), before_); }
+
+private:
+    int before_ = tavGetMemCount();
+};
+
 #endif

@@ -21,20 +21,11 @@ std::string keys(TavHashMap *hm) {
     return all;
 }
 
-class HashTest : public testing::Test {
+class HashTest : public LeakFree {
 protected:
     HashTest() { destroyed.clear(); }
-    ~HashTest() override {
-        owner_.reset();
-        EXPECT_EQ(tavGetMemCount(), before_);
-    }
-
-private:
-    int before_ = tavGetMemCount();
-    TavHashMapPtr owner_{tavHashMapCreate()};
-
-protected:
-    TavHashMap *hm = owner_.get();
+    TavHashMapPtr owner{tavHashMapCreate()};
+    TavHashMap *hm = owner.get();
 };
 
 } // namespace
@@ -53,8 +44,6 @@ TEST_F(HashTest, PutHandsBackWhatItDisplaces) {
     EXPECT_EQ(tavHashGet(hm, "k"), nullptr);
     EXPECT_EQ(tavHashMapGetCount(hm), 0);
     EXPECT_EQ(destroyed, "");
-    EXPECT_EQ(tavHashGet(hm, nullptr), nullptr);
-    EXPECT_EQ(tavHashGet(nullptr, "k"), nullptr);
 }
 
 TEST_F(HashTest, ComputesUnsignedAndKeepsEqualHashesApart) {
@@ -72,20 +61,18 @@ TEST_F(HashTest, ComputesUnsignedAndKeepsEqualHashesApart) {
 
 TEST_F(HashTest, GrowsWhenAnInsertionMeetsMoreThanTheMask) {
     std::set<std::string> stored, seen;
-    const auto put = [&](int i) { tavHashPut(hm, stored.insert("key" + std::to_string(i)).first->c_str(), ONE); };
-    for (int i = 0; i < 16; i++) put(i);
+    for (int i = 0; i < 16; i++) tavHashPut(hm, stored.insert("key" + std::to_string(i)).first->c_str(), ONE);
     tavHashGet(hm, "absent");
     tavHashPut(hm, "absent", nullptr);
     EXPECT_EQ(hm->max, 15) << "neither a get nor a removal grows";
-    put(3);
+    tavHashPut(hm, "key3", ONE);
     EXPECT_EQ(hm->max, 31) << "an insertion grows even when the key exists";
-    for (int i = 16; i < 32; i++) put(i);
-    EXPECT_EQ(hm->max, 31);
-    put(32);
-    EXPECT_EQ(hm->max, 63);
-    for (auto [key, value] : TavHashRange<char>(hm)) seen.insert(key);
+    for (auto [key, value] : TavHashRange<char>(hm)) {
+        seen.insert(key);
+        EXPECT_EQ(tavHashPut(hm, key, nullptr), ONE) << "the current entry may go";
+    }
     EXPECT_EQ(seen, stored);
-    for (const auto &key : stored) EXPECT_EQ(tavHashGet(hm, key.c_str()), ONE) << key;
+    EXPECT_EQ(tavHashMapGetCount(hm), 0);
 }
 
 TEST_F(HashTest, OrderIsBucketThenChainAndGrowingTurnsChains) {
@@ -106,25 +93,12 @@ TEST_F(HashTest, CleansByPrefixAfterUnlinking) {
         EXPECT_EQ(tavHashPut(looked, static_cast<char *>(val), nullptr), nullptr) << "already gone";
         recordDestroyed(val);
     });
-    EXPECT_EQ(destroyed.size(), 5U);
-    EXPECT_EQ(tavHashMapGetCount(hm), 2);
     tavHashMapClean2(hm, "x", nullptr);
     EXPECT_EQ(destroyed.size(), 5U) << "no destructor: the value is left alone";
     tavHashMapSetDestructor(hm, recordDestroyed);
     tavHashMapClean(hm);
     EXPECT_EQ(destroyed.back(), 'a');
     EXPECT_EQ(keys(hm), "");
-}
-
-TEST_F(HashTest, TheCurrentEntryMayGoWhileIterating) {
-    for (int i = 0; i < 40; i++) tavHashPut(hm, std::to_string(i).c_str(), ONE);
-    int seen = 0;
-    TavHashIterator *it = tavHashIteratorCreate(hm);
-    for (; tavHashNext(it); seen++) EXPECT_EQ(tavHashPut(hm, tavHashThisKey(it), nullptr), ONE);
-    EXPECT_EQ(tavHashNext(it), nullptr);
-    tavHashIteratorDestroy(it);
-    EXPECT_EQ(seen, 40);
-    EXPECT_EQ(tavHashMapGetCount(hm), 0);
 }
 
 TEST_F(HashTest, WithoutMemoryAPutHandsTheValueBack) {
@@ -141,15 +115,4 @@ TEST_F(HashTest, WithoutMemoryAPutHandsTheValueBack) {
         EXPECT_GE(stored, failed() ? 19 : 20) << "a growth that finds no memory loses nothing";
         EXPECT_EQ(map->max, 31) << "the next insertion grows again";
     });
-}
-
-TEST_F(HashTest, DumpsWhatItWalks) {
-    tavHashPut2(hm, "k", 5, reinterpret_cast<void *>(0x1a));
-    testing::internal::CaptureStdout();
-    tavHashMapDump(hm, "here");
-    const std::string text = testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(text.starts_with("TAV: HashMapDump: begin here; count = 1; max = 15\n   (0) hi.current=0; hi.next=0; hi.index=0\n"))
-        << text;
-    EXPECT_NE(text.find("; hi.next=0; hi.index=6\n        current.next=0; current.hash=5; current.key=k; current.val=1a\n"), text.npos);
-    EXPECT_TRUE(text.ends_with("\nTAV: HashMapDump: end here\n")) << text;
 }

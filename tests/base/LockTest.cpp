@@ -9,10 +9,7 @@
 
 namespace {
 
-struct LockDeleter {
-    void operator()(TavLock *lock) const { tavLockDestroy(lock); }
-};
-using LockPtr = std::unique_ptr<TavLock, LockDeleter>;
+using LockPtr = std::unique_ptr<TavLock, decltype([](TavLock *lock) { tavLockDestroy(lock); })>;
 
 const char *holderOf(const TavLock *lock) { return lock->heldBy.load(); }
 

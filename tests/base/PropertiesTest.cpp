@@ -17,31 +17,35 @@ char *setKnown(void *passback, char *name, char *value) {
     return tavStrCmpIgnoreCase(name, canonical) == 0 && !tavStrEquals(value, "bad") ? canonical : nullptr;
 }
 
-struct PropertiesDeleter {
-    void operator()(TavProperties *props) const { tavPropertiesDelete(props); }
-};
-using PropertiesPtr = std::unique_ptr<TavProperties, PropertiesDeleter>;
+using PropertiesPtr = std::unique_ptr<TavProperties, decltype([](TavProperties *props) { tavPropertiesDelete(props); })>;
+
+class Properties : public LeakFree {};
 
 } // namespace
 
-TEST(Properties, StoresRefusesAndRemoves) {
-    const int before = tavGetMemCount();
+TEST_F(Properties, StoresRefusesAndRemoves) {
     int calls = 0;
-    PropertiesPtr props(tavPropertiesCreate(setKnown, &calls));
+    const PropertiesPtr props(tavPropertiesCreate(setKnown, &calls));
     const struct {
         const char *name, *value;
         Boolean validate;
         int result;
         const char *stored; // under "Known" for a validated set, else under the name
     } steps[] = {
-        {"Known", nullptr, TRUE, 1, nullptr}, // nothing to remove
-        {"kNOWN", "one", TRUE, 0, "one"},      {"other", "two", TRUE, -1, "one"},
-        {"Known", "bad", TRUE, -1, "one"},                                           // the set's own spelling
-        {"Known", "x", FALSE, -1, "one"},                                            // a known name by the unvalidated way
-        {"Known", "three", TRUE, 0, "three"},  {"KNOWN", nullptr, TRUE, 1, "three"}, // a removal goes by the given name
-        {"other", "four", FALSE, 0, "four"},   {"other", "five", FALSE, 0, "five"},
-        {"other", "five", FALSE, 0, "five"},   {"other", nullptr, FALSE, 0, nullptr},
-        {"other", nullptr, FALSE, 1, nullptr}, {"Known", nullptr, TRUE, 0, nullptr},
+        // nothing to remove; the set's own spelling; an unknown name; a refused value; a known name by the unvalidated way
+        {"Known", nullptr, TRUE, 1, nullptr},
+        {"kNOWN", "one", TRUE, 0, "one"},
+        {"other", "two", TRUE, -1, "one"},
+        {"Known", "bad", TRUE, -1, "one"},
+        {"Known", "x", FALSE, -1, "one"},
+        {"Known", "three", TRUE, 0, "three"},
+        // a removal goes by the given name
+        {"KNOWN", nullptr, TRUE, 1, "three"},
+        {"other", "four", FALSE, 0, "four"},
+        {"other", "five", FALSE, 0, "five"},
+        {"other", nullptr, FALSE, 0, nullptr},
+        {"other", nullptr, FALSE, 1, nullptr},
+        {"Known", nullptr, TRUE, 0, nullptr},
     };
     for (const auto &s : steps) {
         SCOPED_TRACE(testing::Message() << s.name << "=" << tavOrNull(s.value) << " validate " << int{s.validate});
@@ -56,13 +60,10 @@ TEST(Properties, StoresRefusesAndRemoves) {
     EXPECT_EQ(tavPropertySet(props.get(), "Known", "good", TRUE), 0) << "displaces the borrowed pointer";
     EXPECT_EQ(tavPropertySet(props.get(), "Known", borrowed, FALSE), 0) << "displaces the copy";
     EXPECT_EQ(tavPropertySet(props.get(), "Known", nullptr, TRUE), 0);
-    EXPECT_STREQ(borrowed, "bad");
     EXPECT_EQ(tavPropertySet(props.get(), "Known", "left for the delete", TRUE), 0);
-    props.reset();
-    EXPECT_EQ(tavGetMemCount(), before) << "copies go back however they were displaced";
 }
 
-TEST(Properties, FailedSetKeepsTheOldValue) {
+TEST_F(Properties, FailedSetKeepsTheOldValue) {
     failEachAllocation([](auto failed) {
         const PropertiesPtr props(tavPropertiesCreate(setKnown, nullptr));
         if (!props) return;
@@ -73,7 +74,7 @@ TEST(Properties, FailedSetKeepsTheOldValue) {
     });
 }
 
-TEST(Properties, CopiesAreSafeAgainstAConcurrentSet) {
+TEST_F(Properties, CopiesAreSafeAgainstAConcurrentSet) {
     const PropertiesPtr props(tavPropertiesCreate(setKnown, nullptr));
     tavPropertySet(props.get(), "Known", "aaaa", TRUE);
     std::atomic<bool> stop{false};

@@ -19,13 +19,15 @@ void __real_free(void *memory);
 void __wrap_free(void *memory);
 json_t *__real_json_loadb(const char *buffer, size_t size, size_t flags, json_error_t *error);
 json_t *__wrap_json_loadb(const char *buffer, size_t size, size_t flags, json_error_t *error);
+char *__real_json_dumps(const json_t *json, size_t flags);
+char *__wrap_json_dumps(const json_t *json, size_t flags);
 }
 
 namespace {
 
 thread_local bool armed = false;
 thread_local long asked, firstFailing, afterFailing;
-thread_local bool scanning = false; // in jansson's parser
+thread_local bool withText = false; // jansson reads or writes text
 
 std::atomic<long> newBlocks, jsonBlocks;
 
@@ -71,12 +73,12 @@ void forget(const void *memory) {
     slots[hole] = nullptr;
 }
 
-// jansson's scanner does not look whether its text buffer could grow (it doubles from 16 bytes): a name or value would be cut short without
-// a word, which no caller can find out. So that one never fails here.
-bool isScannersBuffer(size_t size) { return scanning && size >= 32 && (size & (size - 1)) == 0; }
+// jansson does not always look whether its text buffer could grow (it doubles from 16 bytes): a name or value is then cut short without a
+// word, which no caller can find out. So that one never fails here.
+bool isTextBuffer(size_t size) { return withText && size >= 32 && (size & (size - 1)) == 0; }
 
 void *jsonMalloc(size_t size) {
-    void *memory = isScannersBuffer(size) || passes() ? std::malloc(size) : nullptr;
+    void *memory = isTextBuffer(size) || passes() ? std::malloc(size) : nullptr;
     if (memory) remember(memory);
     return memory;
 }
@@ -109,10 +111,17 @@ int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(
 }
 
 json_t *__wrap_json_loadb(const char *buffer, size_t size, size_t flags, json_error_t *error) {
-    scanning = true;
+    withText = true;
     json_t *json = __real_json_loadb(buffer, size, flags, error);
-    scanning = false;
+    withText = false;
     return json;
+}
+
+char *__wrap_json_dumps(const json_t *json, size_t flags) {
+    withText = true;
+    char *text = __real_json_dumps(json, flags);
+    withText = false;
+    return text;
 }
 
 void __wrap_free(void *memory) {
