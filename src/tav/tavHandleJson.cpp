@@ -58,7 +58,8 @@ void makeCurrent(TavConnector *c) noexcept {
 
 Boolean rebuild(Tav *tav) noexcept {
     hmResetInfo(tav);
-    return tavResetRoutingInfo(tav);
+    tav->rebuildDue = !tavResetRoutingInfo(tav);
+    return !tav->rebuildDue;
 }
 
 // ---- complete documents ----
@@ -143,7 +144,7 @@ int64_t takeDelta(json_t *document, TavConnector *c, const DocumentObserver *obs
     }
     if (!mergeDelta(document, &info)) return -1;
     logUpdated(c);
-    const Boolean inPlace = !info.resetRoutingInfo && applyInPlace(document, &info);
+    const Boolean inPlace = !info.resetRoutingInfo && !c->tav->rebuildDue && applyInPlace(document, &info);
     if (!inPlace && !rebuild(c->tav)) return -1;
     if (inPlace) tavBroadcastDocument(c->tav, document, MT_S2C_ROUTING_INFO_DELTA);
     return json_integer_value(json_object_get(c->json, "version"));

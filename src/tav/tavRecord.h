@@ -100,6 +100,7 @@ struct _Tav {
     pid_t asyncPid;                  // of the process that started the thread
     TrSpec *noticeTraceSpec;         // ":NOTICE" compiled once, for requests to copy
     std::atomic<bool> terminateQueued;
+    bool rebuildDue;     // memory ran out while a delta was applied: the next document builds the snapshot anew; control lock
     int stopsInProgress; // tavStop2 calls that wait with the locks released; control lock
     unsigned stopCount;  // stops and destroys so far: a start that waits sees that it was overtaken; control lock
 };

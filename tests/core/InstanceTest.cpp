@@ -43,18 +43,18 @@ TEST_P(CreateRefuses, WithTheSlotsName) {
 
 INSTANTIATE_TEST_SUITE_P(
     Tables, CreateRefuses,
-    testing::Values(BadTable{"version", [](EnvCallBacks &e) { e.version = 19357; },
-                             "ERROR: TAV library initialization failure: EnvCallBacks.version is invalid in call to tavCreate: 19357 != 19358\n"},
-                    BadTable{"protocol", [](EnvCallBacks &e) { e.http.request.getProtocol = nullptr; }, SLOT_MESSAGE("http.request.getProtocol")},
-                    // The first missing slot in the order of the checks is named, not the first in the table.
-                    BadTable{"order",
-                             [](EnvCallBacks &e) {
-                                 e.http.request.getClientIpAddr = nullptr;
-                                 e.http.request.getPath = nullptr;
-                             },
-                             SLOT_MESSAGE("http.request.getPath")},
-                    BadTable{"last", [](EnvCallBacks &e) { e.http.request.getCookieValue = nullptr; },
-                             SLOT_MESSAGE("http.request.getCookieValue")}),
+    testing::Values(
+        BadTable{"version", [](EnvCallBacks &e) { e.version = 19357; },
+                 "ERROR: TAV library initialization failure: EnvCallBacks.version is invalid in call to tavCreate: 19357 != 19358\n"},
+        BadTable{"protocol", [](EnvCallBacks &e) { e.http.request.getProtocol = nullptr; }, SLOT_MESSAGE("http.request.getProtocol")},
+        // The first missing slot in the order of the checks is named, not the first in the table.
+        BadTable{"order",
+                 [](EnvCallBacks &e) {
+                     e.http.request.getClientIpAddr = nullptr;
+                     e.http.request.getPath = nullptr;
+                 },
+                 SLOT_MESSAGE("http.request.getPath")},
+        BadTable{"last", [](EnvCallBacks &e) { e.http.request.getCookieValue = nullptr; }, SLOT_MESSAGE("http.request.getCookieValue")}),
     [](const auto &tested) { return tested.param.name; });
 
 TEST(Create, RefusesMissingTableAndCatalogue) {
@@ -126,10 +126,14 @@ TEST_F(Instance, StateNamesAndPredicates) {
         bool startable, stoppable, initialized, stopped, usable, canRoute;
     };
     const Row rows[] = {
-        {INVALID, "UNKNOWN", false, false, false, false, false, false},    {STARTING, "STARTING", false, true, false, false, true, true},
-        {STARTED, "STARTED", false, true, true, false, true, true},        {PARTIAL_START, "PARTIAL START", false, true, false, false, true, true},
-        {FAILED, "FAILED", true, false, true, false, false, true},         {STOPPING, "STOPPING", false, false, true, false, false, false},
-        {STOPPED, "STOPPED", true, false, true, true, false, false},       {DELETED, "UNKNOWN", false, false, false, true, false, false},
+        {INVALID, "UNKNOWN", false, false, false, false, false, false},
+        {STARTING, "STARTING", false, true, false, false, true, true},
+        {STARTED, "STARTED", false, true, true, false, true, true},
+        {PARTIAL_START, "PARTIAL START", false, true, false, false, true, true},
+        {FAILED, "FAILED", true, false, true, false, false, true},
+        {STOPPING, "STOPPING", false, false, true, false, false, false},
+        {STOPPED, "STOPPED", true, false, true, true, false, false},
+        {DELETED, "UNKNOWN", false, false, false, true, false, false},
     };
     const TavComponentState restore = tav->state;
     for (const Row &row : rows) {
@@ -155,7 +159,7 @@ TEST_F(Instance, ServerNameGivesPaths) {
         {"abc", "/cell/abc", "/cell/abc"},
         {"c1_a2", "/cell/c1", "/cell/c1/node/a2"},
         {"c1_a2_s9_more", "/cell/c1", "/cell/c1/node/a2/server/s9"},
-        {"", "/cell/c1", ""},       // the cell's path stays
+        {"", "/cell/c1", ""}, // the cell's path stays
         {nullptr, "/cell/c1", ""},
     };
     for (const Row &row : rows) {
@@ -290,9 +294,9 @@ TEST_F(Instance, CheckStateFollowsTheGroups) {
         TavComponentState first, second, expected;
     };
     const Row rows[] = {
-        {STARTED, STARTED, STARTED},  {STARTED, FAILED, PARTIAL_START}, {STARTING, STARTED, STARTING}, {STOPPING, FAILED, STOPPING},
-        {STOPPED, STOPPED, STOPPED},  {STOPPED, FAILED, STOPPED},       {FAILED, FAILED, FAILED},      {FAILED, INVALID, FAILED},
-        {INVALID, DELETED, STOPPED},  {STARTED, DELETED, PARTIAL_START},
+        {STARTED, STARTED, STARTED}, {STARTED, FAILED, PARTIAL_START},  {STARTING, STARTED, STARTING}, {STOPPING, FAILED, STOPPING},
+        {STOPPED, STOPPED, STOPPED}, {STOPPED, FAILED, STOPPED},        {FAILED, FAILED, FAILED},      {FAILED, INVALID, FAILED},
+        {INVALID, DELETED, STOPPED}, {STARTED, DELETED, PARTIAL_START},
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(testing::Message() << row.first << ' ' << row.second);
@@ -311,7 +315,12 @@ TEST_F(Instance, AsyncWorkRunsInOrderAndIsDiscardedAtTheEnd) {
     static int order[3];
     for (int &slot : order)
         tavProcessAsync(
-            tav, &slot, [](Tav *, void *obj) { *static_cast<int *>(obj) = ++ran; }, [](void *) { ++discarded; });
+            tav, &slot,
+            [](Tav *, void *obj) {
+                *static_cast<int *>(obj) = ran + 1;
+                ++ran;
+            },
+            [](void *) { ++discarded; });
     for (int seen = ran.load(); seen < 3; seen = ran.load()) std::this_thread::yield();
     EXPECT_THAT(order, testing::ElementsAre(1, 2, 3));
     tavObtainRef(tav, "test");

@@ -11,43 +11,34 @@ time_t givenNow(time_t *) { return fixedNow; }
 int givenDraw() { return fixedDraw; }
 
 time_t at(int year, int month, int day, int hour, int minute, int second) {
-    struct tm local {};
-    local.tm_year = year - 1900;
-    local.tm_mon = month - 1;
-    local.tm_mday = day;
-    local.tm_hour = hour;
-    local.tm_min = minute;
-    local.tm_sec = second;
-    local.tm_isdst = -1;
+    struct tm local = {second, minute, hour, day, month - 1, year - 1900, 0, 0, -1, 0, nullptr};
     return mktime(&local);
 }
 
+// A time of the day that the tests begin on, a Saturday.
+time_t at(int hour, int minute, int second) { return at(2026, 11, 14, hour, minute, second); }
+
 class CommonOperandTest : public LanguageTest {
 protected:
-    void SetUp() override {
-        LanguageTest::SetUp();
-        fixedNow = at(2026, 11, 14, 12, 30, 15); // a Saturday
-        fixedDraw = 0;
+    CommonOperandTest() {
+        fixedNow = at(12, 30, 15);
         tavCommonLanguageSetNow(givenNow);
         tavCommonLanguageSetRandom(givenDraw);
     }
-    void TearDown() override {
+    ~CommonOperandTest() override {
         tavCommonLanguageSetNow(nullptr);
         tavCommonLanguageSetRandom(nullptr);
-        LanguageTest::TearDown();
     }
 };
 
 TEST_F(CommonOperandTest, DrawsPercentages) {
     const struct {
         int draw;
-        const char *expression;
-        const char *value;
+        const char *expression, *value;
     } cases[] = {
-        {100, "percentage$100", "TRUE"},         {101, "percentage$0", "TRUE"},      {1, "percentage$0", "FALSE"},
-        {151, "percentage('50')", "TRUE"},       {152, "percentage('50')", "FALSE"}, {0, "percentage('abc')", "TRUE"},
-        {1, "percentage('abc')", "FALSE"},       {0, "percentage$-1", "FALSE"},      {3, "percentage('3 and more')", "TRUE"},
-        {100, "percentage$99999999999", "TRUE"},
+        {100, "percentage$100", "TRUE"},   {101, "percentage$0", "TRUE"},           {1, "percentage$0", "FALSE"},
+        {151, "percentage('50')", "TRUE"}, {152, "percentage('50')", "FALSE"},      {1, "percentage('abc')", "FALSE"},
+        {0, "percentage$-1", "FALSE"},     {3, "percentage('3 and more')", "TRUE"}, {100, "percentage$99999999999", "TRUE"},
     };
     for (const auto &test : cases) {
         fixedDraw = test.draw;
@@ -66,7 +57,6 @@ TEST(TimeOpTest, ParsesPointsInTime) {
         {"SAT/1/jAN/99/1:2:3", {6, 1, 0, 99, 1, 2, 3}},
         {"sun/-/-/-/09:00:00", {0, -1, -1, -1, 9, 0, 0}},
         {"mon//Nov", {1, -1, 10, -1, -1, -1, -1}}, // empty fields count
-        {"", {-1, -1, -1, -1, -1, -1, -1}},
         {"Monday/1x/November/+2026/-9:1234567890:5", {-1, -1, -1, -1, -1, -1, 5}},
         {"fri/1/Feb/2026/1/2/3:99:extra", {5, 1, 1, 2026, 1, 2, 3}},
         {nullptr, {-1, -1, -1, -1, -1, -1, -1}},
@@ -86,18 +76,17 @@ TEST_F(CommonOperandTest, OpensTimeWindows) {
         std::string expression;
         const char *value;
     } cases[] = {
-        {at(2026, 11, 14, 8, 59, 59), daily, "FALSE"},
-        {at(2026, 11, 14, 9, 0, 0), daily, "TRUE"},
-        {at(2026, 11, 14, 16, 59, 59), daily, "TRUE"},
-        {at(2026, 11, 14, 17, 0, 0), daily, "FALSE"},
-        {at(2026, 11, 14, 12, 0, 0), "time$mon/14/Nov/2026/09:30:00$mon/15/Nov/2026/09:30:00", "TRUE"},
-        {at(2026, 11, 14, 12, 0, 0), "time(stopTime='/15/Nov/2026', startTime='/13/Nov/2026')", "TRUE"},
-        {at(2027, 1, 1, 0, 0, 0), "time('/31/Dec/2026', '/2/Jan/2027')", "TRUE"},       // the year decides before the month
-        {at(2026, 11, 14, 23, 30, 0), "time('////23:00:00', '////01:00:00')", "FALSE"}, // never over midnight
-        {at(2026, 11, 14, 12, 30, 15), "time('////12:30', '////12:30')", "FALSE"},
-        {at(2026, 11, 14, 12, 30, 15), "time('////12:30', '////12:31')", "TRUE"},
-        {at(2026, 11, 14, 12, 30, 15), "time('////12:30:16', '////12:31')", "FALSE"},
-        {at(2026, 11, 14, 12, 30, 15), "time('', '////13')", "TRUE"},
+        {at(8, 59, 59), daily, "FALSE"},
+        {at(9, 0, 0), daily, "TRUE"},
+        {at(16, 59, 59), daily, "TRUE"},
+        {at(17, 0, 0), daily, "FALSE"},
+        {at(12, 0, 0), "time$mon/14/Nov/2026/09:30:00$mon/15/Nov/2026/09:30:00", "TRUE"},
+        {at(12, 0, 0), "time(stopTime='/15/Nov/2026', startTime='/13/Nov/2026')", "TRUE"},
+        {at(2027, 1, 1, 0, 0, 0), "time('/31/Dec/2026', '/2/Jan/2027')", "TRUE"}, // the year decides before the month
+        {at(23, 30, 0), "time('////23:00:00', '////01:00:00')", "FALSE"},         // never over midnight
+        {at(12, 30, 15), "time('////12:30', '////12:30')", "FALSE"},
+        {at(12, 30, 15), "time('////12:30:16', '////12:31')", "FALSE"},
+        {at(12, 30, 15), "time('', '////13')", "TRUE"},
     };
     for (const auto &test : cases) {
         fixedNow = test.now;
@@ -106,60 +95,49 @@ TEST_F(CommonOperandTest, OpensTimeWindows) {
 }
 
 TEST_F(CommonOperandTest, RampsUp) {
-    const std::string hour = "rampup('/14/Nov/2026/12:00:00', '/14/Nov/2026/13:00:00')";
+    const std::string hour = "rampup('/14/Nov/2026/12:00:00', '/14/Nov/2026/13:00:00')", daily = "rampup('////12:00:00', '////13:00:00')";
     const struct {
         time_t now;
         int draw;
         std::string expression;
         const char *value;
     } cases[] = {
-        {at(2026, 11, 14, 11, 59, 59), 0, hour, "FALSE"},
-        {at(2026, 11, 14, 12, 0, 0), 0, hour, "FALSE"}, // the threshold must be passed
-        {at(2026, 11, 14, 12, 0, 1), 0, hour, "TRUE"},
-        {at(2026, 11, 14, 12, 0, 1), 3600, hour, "TRUE"}, // the draw is taken modulo the span
-        {at(2026, 11, 14, 12, 30, 0), 1799, hour, "TRUE"},
-        {at(2026, 11, 14, 12, 30, 0), 1800, hour, "FALSE"},
-        {at(2026, 11, 14, 12, 59, 59), 3598, hour, "TRUE"},
-        {at(2026, 11, 14, 13, 0, 0), 0, hour, "FALSE"},                                                     // and off again
-        {at(2026, 11, 14, 12, 0, 30), 0, "rampup('/14/Nov/2026/12:00', '/14/Nov/2026/12:00:59')", "FALSE"}, // no span
-        {at(2026, 11, 14, 12, 0, 0), 0, "rampup('////12:00:00', '////13:00:00')", "FALSE"},                 // starts on 31 December
-        {at(2026, 12, 31, 12, 0, 1), 0, "rampup('////12:00:00', '////13:00:00')", "TRUE"},
+        // The threshold must be passed, the draw is taken modulo the span, and it is off again at the end.
+        {at(11, 59, 59), 0, hour, "FALSE"},
+        {at(12, 0, 0), 0, hour, "FALSE"},
+        {at(12, 0, 1), 0, hour, "TRUE"},
+        {at(12, 0, 1), 3600, hour, "TRUE"},
+        {at(12, 30, 0), 1799, hour, "TRUE"},
+        {at(12, 30, 0), 1800, hour, "FALSE"},
+        {at(12, 59, 59), 3598, hour, "TRUE"},
+        {at(13, 0, 0), 0, hour, "FALSE"},
+        {at(12, 0, 30), 0, "rampup('/14/Nov/2026/12:00', '/14/Nov/2026/12:00:59')", "FALSE"}, // no span
+        {at(12, 0, 0), 0, daily, "FALSE"},
+        {at(2026, 12, 31, 12, 0, 1), 0, daily, "TRUE"}, // starts on 31 December
     };
     for (const auto &test : cases) {
         fixedNow = test.now;
         fixedDraw = test.draw;
         EXPECT_EQ(value(test.expression), test.value) << test.expression << " drawing " << test.draw;
     }
-}
-
-TEST_F(CommonOperandTest, KeepsTheYearOfCreationInARampup) {
-    const Parsed parsed(language.get(), "rampup('////12:00:00', '////13:00:00')");
+    const Parsed parsed(language.get(), daily); // keeps the year of its creation
     EvaluationContext evalCtx;
     evaluationContextInit(&evalCtx, nullptr, nullptr, nullptr);
     fixedNow = at(2027, 1, 5, 12, 0, 1);
     fixedDraw = 3599;
-    EXPECT_TRUE(expressionIsTrue(parsed.expr.get(), &evalCtx)); // all of the span lies behind
+    EXPECT_TRUE(expressionIsTrue(parsed.expr.get(), &evalCtx)) << "all of the span lies behind";
 }
 
 TEST(CommonCreatorTest, ReportsWrongCounts) {
     testing::internal::CaptureStderr();
-    EXPECT_EQ(operandCreateExpression_Percent(nullptr, nullptr), nullptr);
     const char *args[] = {"1", nullptr};
     OperandContext *ctx = operandContextCreate(EXPR_BOOLEAN, 0, nullptr, nullptr, 2, args, 1, "x");
     EXPECT_EQ(operandCreateExpression_Percent(nullptr, ctx), nullptr);
     EXPECT_EQ(operandCreateExpression_Time(nullptr, ctx), nullptr); // the right number, but one is not given
     expressionContextFree(&ctx->expressionContext);
-
-    const LanguagePtr language(createTestLanguage());
-    Operator *op = langFindOperator(language.get(), "IntEqualsInt");
-    OperatorContext *none = operatorContextCreate(op, 0, nullptr, nullptr, nullptr, 1, "x");
-    EXPECT_EQ(operatorCreateExpression_IntEqualsInt(op, none), nullptr);
-    expressionContextFree(&none->expressionContext);
-    EXPECT_EQ(
-        testing::internal::GetCapturedStderr(),
-        "\n** TAV_ERROR(tavCommonLanguage): In operandCreateExpression_Percent - invalid number of inputs (2) - expecting 1.\n"
-        "\n** TAV_ERROR(tavCommonLanguage): In operandCreateExpression_Time - invalid number of inputs (2) - expecting 2.\n"
-        "\n** TAV_ERROR(tavCommonLanguage): In operatorCreateExpression_IntEqualsInt - invalid number of inputs (0) - expecting 2.\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "\n** TAV_ERROR(tavCommonLanguage): In operandCreateExpression_Percent - invalid number of inputs (2) - expecting 1.\n"
+              "\n** TAV_ERROR(tavCommonLanguage): In operandCreateExpression_Time - invalid number of inputs (2) - expecting 2.\n");
 }
 
 } // namespace

@@ -81,49 +81,25 @@ TEST(TokenizerTest, TakesEscapesOutOfTheExpression) {
     EXPECT_EQ(std::strlen(tokenGetString(tokenizerPeekNextToken(tokenizer.get()))), 300000u);
 }
 
-TEST(TokenizerTest, ConsumesPeeksAndRewinds) {
-    const TokenizerPtr tokenizer(tokenizerCreate("a b"));
+TEST(TokenizerTest, ConsumesPeeksRewindsAndKeepsTheFirstError) {
+    const TokenizerPtr tokenizer(tokenizerCreate("a"));
     EXPECT_STREQ(tokenGetString(tokenizerPeekNextToken(tokenizer.get())), "a");
     EXPECT_STREQ(tokenGetString(tokenizerConsumeNextToken(tokenizer.get())), "a");
-    EXPECT_STREQ(tokenGetString(tokenizerConsumeNextToken(tokenizer.get())), "b");
     EXPECT_EQ(tokenizerHasMoreTokens(tokenizer.get()), 1); // the end is a token
     EXPECT_EQ(tokenGetType(tokenizerConsumeNextToken(tokenizer.get())), TOKEN_EOF);
     EXPECT_EQ(tokenizerHasMoreTokens(tokenizer.get()), 0);
-    EXPECT_EQ(tokenizerConsumeNextToken(tokenizer.get()), nullptr);
     tokenizerRewind(tokenizer.get());
     EXPECT_STREQ(tokenGetString(tokenizerPeekNextToken(tokenizer.get())), "a");
-}
-
-TEST(TokenizerTest, KeepsTheFirstError) {
-    const TokenizerPtr tokenizer(tokenizerCreate("a b"));
     syntaxError(tokenizer.get(), "first", 0);
     syntaxError(tokenizer.get(), "second", 4);
     EXPECT_STREQ(tokenizerGetErrorMessage(tokenizer.get()), "first");
     EXPECT_STREQ(tokenizerGetErrorPositionIndicatorString(tokenizer.get()), "^");
-    EXPECT_EQ(tokenizerGetErrorPosition(tokenizer.get()), 0);
     EXPECT_EQ(tokenizerPeekNextToken(tokenizer.get()), nullptr);
-}
-
-TEST(TokenizerTest, AnswersForNull) {
     EXPECT_EQ(tokenizerCreate(nullptr), nullptr);
     EXPECT_EQ(tokenizerIsError(nullptr), 1);
     EXPECT_EQ(tokenizerGetErrorPosition(nullptr), -1);
-    EXPECT_EQ(tokenizerGetErrorMessage(nullptr), nullptr);
     EXPECT_EQ(tokenGetType(nullptr), TOKEN_UNKNOWN);
-    EXPECT_EQ(tokenGetString(nullptr), nullptr);
-    EXPECT_EQ(tokenGetPosition(nullptr), -1);
-    tokenizerFree(nullptr);
-}
-
-TEST(TokenizerTest, NamesTypesAndGroups) {
-    EXPECT_STREQ(tokenTypeToString(TOKEN_PLUS), "Plus");
-    EXPECT_STREQ(tokenTypeToString(TOKEN_FIELDSEPARATOR), "FieldSep");
-    EXPECT_STREQ(tokenTypeToString(static_cast<TOKEN_TYPE>(23)), "Unknown");
-    EXPECT_STREQ(tokenTypeToString(static_cast<TOKEN_TYPE>(-1)), "Unknown");
-    EXPECT_TRUE(isContiguousToSubexpression('<', '='));
-    EXPECT_FALSE(isContiguousToSubexpression('+', 'a'));
-    EXPECT_FALSE(isContiguousToSubexpression('*', '*'));
-    EXPECT_FALSE(isValidSubexpressionChar('\0'));
+    for (int outside : {23, -1}) EXPECT_STREQ(tokenTypeToString(static_cast<TOKEN_TYPE>(outside)), "Unknown");
 }
 
 TEST(TokenizerTest, PrintsAndConsumes) {
@@ -135,10 +111,6 @@ TEST(TokenizerTest, PrintsAndConsumes) {
               "{Tokenizer:expression=a 1,errStr=NULL,tokens={Tokens:{token: type=Subexpression value={a}}{token: type=Integer value={1}}"
               "{token: type=EOF value={}}}}\n{Tokenizer:NULL}\n");
     EXPECT_EQ(tokenizerHasMoreTokens(tokenizer.get()), 0);
-    char buffer[100] = "untouched";
-    EXPECT_STREQ(tokenToString(nullptr, buffer), "{token: NULL}");
-    EXPECT_STREQ(buffer, "untouched");
-    EXPECT_EQ(tokenToString(nullptr, nullptr), nullptr);
 }
 
 TEST(TokenizerTest, PassesItsOwnCheck) {
@@ -146,7 +118,6 @@ TEST(TokenizerTest, PassesItsOwnCheck) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(testTokenizer(), 0);
     const std::string printed = testing::internal::GetCapturedStdout();
-    EXPECT_NE(printed.find("\n**********  TOKENIZER TESTS ***********\n"), std::string::npos);
     EXPECT_NE(printed.find("SYNTAX ERROR: Literal has no terminating character.\nA='no end\n         ^\n"), std::string::npos);
     EXPECT_NE(printed.find("\n*********  TOKENIZER TESTS FINISHED WITH 0 ERRORS ***********\n"), std::string::npos);
     EXPECT_EQ(printed.find("LEAK"), std::string::npos);

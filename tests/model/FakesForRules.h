@@ -1,13 +1,9 @@
-// A rule language for tests of this floor: the common words, and "uri" and "port" of the fake request.
 #ifndef MODEL_FAKESFORRULES_H
 #define MODEL_FAKESFORRULES_H
 
 #include "FakeHttpContext.h"
 
-// Returns new (langFree).
-Language *fakeHttpLanguageCreate();
-
-// An instance with that language, and a request context on it.
+// An instance with a rule language of the common words and the "uri" of the fake request, and a request context on it.
 class RulesTest : public ModelTest {
 protected:
     void SetUp() override;

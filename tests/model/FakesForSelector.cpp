@@ -92,21 +92,20 @@ Boolean tavSetServerCustomProperty(Tav *, const char *name, const char *value) n
     return world.customProperties.size() < 2; // the first is recognised, so that both answers are seen
 }
 
-// ---- what the health monitor asks for; weak, so that its own tests may bring more ----
+// ---- what the health monitor asks for ----
 
-#define FAKE_WEAK __attribute__((weak))
-FAKE_WEAK HealthMonitor *tavGetHealthMonitor(Tav *) noexcept { return world.healthMonitor; }
-FAKE_WEAK Boolean tavIsClientProcess(Tav *) noexcept { return FALSE; }
-FAKE_WEAK void tavControlLock(const char *) noexcept {}
-FAKE_WEAK void tavControlUnlock() noexcept {}
-FAKE_WEAK int tavClientProcessSendHealthTrigger(Tav *, void *, int) noexcept { return -1; }
-FAKE_WEAK TavConnectorGroup *tavConnectorGetGroup(TavConnector *) noexcept { return nullptr; }
-FAKE_WEAK const char *tavConnectorGroupGetName(TavConnectorGroup *) noexcept { return "group"; }
-FAKE_WEAK const char *tavConnectorGetURL(TavConnector *) noexcept { return "http://controller"; }
-FAKE_WEAK void tavProcessAsync(Tav *, void *obj, AsyncCallbackFcn, void (*discard)(void *)) noexcept { discard(obj); }
-FAKE_WEAK TavConnectorGroup *tavFindConnectorGroup(Tav *, const char *) noexcept { return nullptr; }
-FAKE_WEAK TavConnector *tavConnectorGroupGetCurConnector(TavConnectorGroup *) noexcept { return nullptr; }
-FAKE_WEAK void tavConnectorSendHealthTrigger(TavConnector *, json_t *) noexcept {}
+HealthMonitor *tavGetHealthMonitor(Tav *) noexcept { return world.healthMonitor; }
+Boolean tavIsClientProcess(Tav *) noexcept { return FALSE; }
+void tavControlLock(const char *) noexcept {}
+void tavControlUnlock() noexcept {}
+int tavClientProcessSendHealthTrigger(Tav *, void *, int) noexcept { return -1; }
+TavConnectorGroup *tavConnectorGetGroup(TavConnector *) noexcept { return nullptr; }
+const char *tavConnectorGroupGetName(TavConnectorGroup *) noexcept { return "group"; }
+const char *tavConnectorGetURL(TavConnector *) noexcept { return "http://controller"; }
+void tavProcessAsync(Tav *, void *obj, AsyncCallbackFcn, void (*discard)(void *)) noexcept { discard(obj); }
+TavConnectorGroup *tavFindConnectorGroup(Tav *, const char *) noexcept { return nullptr; }
+TavConnector *tavConnectorGroupGetCurConnector(TavConnectorGroup *) noexcept { return nullptr; }
+void tavConnectorSendHealthTrigger(TavConnector *, json_t *) noexcept {}
 
 // ---- fixture ----
 

@@ -62,6 +62,14 @@ TEST_F(SelectorTest, AnUnavailableModuleIsLoggedWithItsCluster) {
 )")) << testing::PrintToString(fakeTrace);
     EXPECT_EQ(cluster->refcnt, 2);
     tsLinkServerToWebModule(b.server, module, FALSE);
+    ctx = request();
+    selectName(*ctx);
+    EXPECT_TRUE(traced(std::string("503 error: no servers are running web module '") + moduleName + "; Error Status Code=503'\n"));
+}
+
+)")) << testing::PrintToString(fakeTrace);
+    EXPECT_EQ(cluster->refcnt, 2);
+    tsLinkServerToWebModule(b.server, module, FALSE);
     ctx->moduleName.reset();
     selectName(*ctx);
     ctx = request();
@@ -77,21 +85,18 @@ TEST_F(SelectorTest, ARolloutIsWaitedForOnlyWhenNothingWasChosen) {
     EXPECT_EQ(ctx->rolloutWaits, 1);
     EXPECT_EQ(ctx->errorCode, 503);
     Back &b = back("a");
+    ctx->rolloutWaits = 0;
+    EXPECT_EQ(selectName(*ctx), "a");
+    EXPECT_EQ(ctx->rolloutWaits, 0);
+    finish(*ctx);
     // The wait selects by itself: its target is stored and counted once.
-    auto inner = request();
     b.state("STOPPED");
-    auto waiting = request();
-    waiting->rolloutEndpoint = b.http;
-    waiting->sapp = nullptr;
-    EXPECT_EQ(tsSelect(ts, waiting.get()), b.http);
-    EXPECT_EQ(waiting->endpoint, b.http);
+    ctx = request();
+    ctx->rolloutEndpoint = b.http;
+    EXPECT_EQ(tsSelect(ts, ctx.get()), b.http);
+    EXPECT_EQ(ctx->endpoint, b.http);
     EXPECT_EQ(b.http->refcnt, 1);
-    EXPECT_EQ(b.server->outstandingRequestCount, 0);
     EXPECT_EQ(cluster->refcnt, 2);
-    b.state("STARTED");
-    EXPECT_EQ(selectName(*inner), "a");
-    EXPECT_EQ(inner->rolloutWaits, 0);
-    finish(*inner);
 }
 
 // ---- affinity ----
@@ -99,14 +104,10 @@ TEST_F(SelectorTest, ARolloutIsWaitedForOnlyWhenNothingWasChosen) {
 TEST_F(SelectorTest, SessionIdsAreResolvedPieceByPiece) {
     Back &one = back("one", "c1"), &two = back("two", "c2");
     back("deaf", "c3").state("QUIESCED");
-    Back &lonely = back("lonely", "c4");
-    tsLinkClusterServer(cluster, lonely.server, FALSE);
     tsServerSetWeight(one.server, 0); // keeps its sessions, gets no new ones
     tsServerSetWeight(two.server, 0);
-    const std::string longId(500, 'x');
     const struct {
-        const char *cookie, *path;
-        const char *expected; // "-": balanced, and nothing is left for that
+        const char *cookie, *path, *expected; // "-": balanced, and nothing is left for that
         int broken;
     } rows[] = {
         {nullptr, "/", "-", 0},
@@ -114,33 +115,29 @@ TEST_F(SelectorTest, SessionIdsAreResolvedPieceByPiece) {
         {"s:c1:c2", "/", "one", 0},
         {"s:gone:c2", "/", "two", 0},
         {"s::c2", "/", "two", 0}, // an empty piece is a clone id of no one
-        {"s:c2:", "/", "two", 0},
         {"c1", "/", "-", 1}, // the session proper is no clone id
         {"", "/", "-", 1},
         {"s:c3", "/", "-", 1},
-        {"s:c4", "/", "-", 1},
         {"s:C1", "/", "-", 1},
         {"s:gone", "/a;jsessionid=s:c2", "two", 0}, // the path comes after the cookies
         {nullptr, "/a;JSESSIONID=s:c2", "two", 0},
-        {nullptr, "/a;Jsessionid=s:c2", "-", 0},
         {nullptr, "/a;jsessionid=s:c2?x=1", "-", 1}, // to the end of the path
         {nullptr, "/a;jsessionid=", "-", 0},
-        {nullptr, "/a;jsessionid", "-", 0},
         {nullptr, nullptr, "-", 0},
     };
-    tsServerDelete(backs.back().server); // lonely would be balanced to otherwise; its id is then unknown
     for (const bool traced : {false, true}) {
         traceAt(traced ? ":DEBUG" : ":NOTICE");
         for (const auto &row : rows) {
             SCOPED_TRACE(std::string(tavOrNull(row.cookie)) + " " + tavOrNull(row.path));
             auto ctx = request(row.cookie);
             ctx->request.path = fakeText(row.path);
+            ctx->failedServerApps.insert(one.sapp); // affinity does not look at failures
             EXPECT_EQ(selectName(*ctx), row.expected);
             EXPECT_EQ(ctx->brokenAffinity, row.broken);
             EXPECT_FALSE(ctx->performedLoadBalancing);
             finish(*ctx);
         }
-        auto ctx = request(("s:" + longId + ":c2").c_str());
+        auto ctx = request(("s:" + std::string(500, 'x') + ":c2").c_str());
         EXPECT_EQ(selectName(*ctx), "two");
         finish(*ctx);
     }
@@ -158,11 +155,9 @@ TEST_F(SelectorTest, EachMissIsToldInTheTrace) {
         "Server application for cloneId 'c1' is not selectable because in QUIESCE state\n"
         "Server application was not found for cloneId 'c2'\n"
         "Server was not found for cloneId 'c3'\n";
-    EXPECT_TRUE(traced("getAffinityTargetServerApplication: Found session cookie 'JSESSIONID' with value 's:c1:c2:c3'\n"));
     EXPECT_TRUE(traced("getAffinitySappFromSid: a routable sapp was not found for any cloneId in the sessionId 's:c1:c2:c3' because:\n\t " +
                        why + "\n"));
     EXPECT_TRUE(traced(why)) << testing::PrintToString(fakeTrace);
-    EXPECT_TRUE(traced("getSessionIdFromUrl: URL obtained='/'\n"));
     EXPECT_TRUE(traced("getSessionIdFromUrl: session id='null'\n"));
 }
 
@@ -186,33 +181,18 @@ TEST_F(SelectorTest, PartitionIdsStandForCloneIds) {
 TEST_F(SelectorTest, AFullServerBreaksAffinityAndIsNotBalancedTo) {
     Back &a = back("a", "c1");
     back("b", "c2");
-    const struct {
-        int max;
-        const char *expected;
-        int broken;
-    } rows[] = {{2, "a", 0}, {2, "a", 0}, {2, "b", 1}, {-1, "a", 0}, {0, "b", 1}};
     std::vector<std::unique_ptr<TavHttpContext>> open;
     traceAt(":NOTICE,http.request.select.affinity.break:DEBUG");
-    for (const auto &row : rows) {
-        tsServerSetPropInt(a.server, "maxConnections", row.max);
+    for (const auto &[max, expected] : {std::pair(2, "a"), {2, "a"}, {2, "b"}, {-1, "a"}, {0, "b"}}) {
+        tsServerSetPropInt(a.server, "maxConnections", max);
         open.push_back(request("s:c1"));
-        EXPECT_EQ(selectName(*open.back()), row.expected);
-        EXPECT_EQ(open.back()->brokenAffinity, row.broken);
-        EXPECT_EQ(open.back()->performedLoadBalancing, row.broken != 0);
+        EXPECT_EQ(selectName(*open.back()), expected);
+        EXPECT_EQ(open.back()->brokenAffinity, *expected == 'b');
+        EXPECT_EQ(open.back()->performedLoadBalancing, *expected == 'b');
     }
     EXPECT_TRUE(traced("number of outstanding requests '2' exceeded maximum connections '2' for the server /cell/c/node/n/server/a"));
     for (auto &ctx : open) finish(*ctx);
     EXPECT_EQ(a.server->outstandingRequestCount, 0);
-}
-
-TEST_F(SelectorTest, AffinityDoesNotLookAtFailuresOrWeight) {
-    Back &a = back("a", "c1");
-    back("b");
-    tsServerSetWeight(a.server, 0);
-    auto ctx = request("s:c1");
-    ctx->failedServerApps.insert(a.sapp);
-    EXPECT_EQ(selectName(*ctx), "a");
-    finish(*ctx);
 }
 
 // ---- the policy ----
@@ -238,9 +218,9 @@ TEST_F(SelectorTest, CookieNamesComeFromTheFirstSourceThatHasThem) {
     EXPECT_EQ(policy(), "[K][L]:");
     tsServerSetSessionAffinityCookies(a.server, "JSESSIONID"); // of a server it does not count
     EXPECT_EQ(policy(), "[K][L]:");
-    tsServerSetSessionAffinityCookies(a.server, "JSESSIONID,");
-    EXPECT_EQ(policy(), "[JSESSIONID]:");
-    rmApplicationSetSessionAffinityCookies(application, "JSESSIONID");
+    tsServerSetSessionAffinityCookies(a.server, "S,");
+    EXPECT_EQ(policy(), "[S]:");
+    rmApplicationSetSessionAffinityCookies(application, "JSESSIONID"); // of an application it does
     EXPECT_EQ(policy(), "[JSESSIONID]:");
     rmWebModuleSetPropStr(module, "sessionAffinityCookies", "W,,X");
     EXPECT_EQ(policy(), "[W][][X]:");
@@ -260,18 +240,16 @@ TEST_F(SelectorTest, CookieNamesComeFromTheFirstSourceThatHasThem) {
 
 TEST_F(SelectorTest, TheDefaultPolicyComesFromTheLibrarysProperties) {
     tsLinkVirtualClusterToCluster(vc, cluster, FALSE);
-    const auto policy = [&](WebModule *of) {
+    const auto policy = [&](const char *property, const char *value) {
+        tav.properties[property] = value;
         wmSetHttpAffinityPolicy(module, nullptr);
-        tsVirtualClusterCreate(ts, of, moduleName);
+        tsVirtualClusterCreate(ts, module, moduleName);
         return names(tsVirtualClusterGetAffinityPolicy(vc));
     };
-    EXPECT_EQ(policy(module), "[JSESSIONID][SSLJSESSIONIDZVJSESSIONID]:");
-    tav.properties["QuorvexSessionCookieName"] = "Q";
-    EXPECT_EQ(policy(nullptr), "[JSESSIONID][SSLJSESSIONIDQ]:");
-    tav.properties["HttpSessionCookies"] = "A,B";
-    EXPECT_EQ(policy(module), "[A][B]:");
-    tav.properties["HttpSessionAffinityPolicyDescriptor"] = "D;~;true";
-    EXPECT_EQ(policy(nullptr), "[D]~+learn");
+    EXPECT_EQ(policy("other", ""), "[JSESSIONID][SSLJSESSIONIDZVJSESSIONID]:");
+    EXPECT_EQ(policy("QuorvexSessionCookieName", "Q"), "[JSESSIONID][SSLJSESSIONIDQ]:");
+    EXPECT_EQ(policy("HttpSessionCookies", "A,B"), "[A][B]:");
+    EXPECT_EQ(policy("HttpSessionAffinityPolicyDescriptor", "D;~;true"), "[D]~+learn");
 }
 
 TEST_F(SelectorTest, OddPoliciesNeitherHangNorMatchEverything) {
@@ -307,7 +285,6 @@ TEST_F(SelectorTest, TheSmallestShareOfOutstandingRequestsWins) {
         {{2, 1, 1}, {2, 1, 5}, 0, "a", 0},                  // equal: the earlier in walk order
         {{2, 1, 1}, {2, 1, 5}, 1, "b", 1},                  // from the cursor on
         {{2, 1, 1}, {2, 1, 5}, 3, "a", 0},                  // a cursor past the end
-        {{3, 1, 1}, {2, 1, 1}, 2, "a", 2},                  //
         {{1, 1, 1}, {1, 1, 0}, 0, "c", 3},                  // idle: at once, and the cursor moves
         {{1, 1, 0}, {5, 4, 0}, 0, "b", 0},                  // no weight, not looked at
         {{65536, 1, 1}, {32768, 65535, 70000}, 0, "b", 0},  // 65535 * 65536 wraps to -65536
@@ -353,23 +330,19 @@ TEST_F(SelectorTest, EverySkippedServerIsToldWithItsReason) {
                   "not STARTED\n", "server weight is 0\n", "connect failure\n", "previously failed to route this request to this server\n",
                   "number of outstanding requests '0' exceeded maximum connections '0' for the server /cell/c/node/n/server/full\n",
                   "transport is not valid\n", "no cluster associated with the server\n"}));
-    EXPECT_TRUE(traced("wlor: start at index 0\n"));
-    EXPECT_TRUE(traced("wlor: comparing server='/cell/c/node/n/server/good', started=true, weight=1, outstandingRequestCount=0\n"));
     EXPECT_TRUE(traced("wlor: finished - shop, /cell/c/node/n/server/good\n"));
     finish(*ctx);
 
     // The same reasons for a tool that only looks.
     std::map<std::string, std::string> told;
     bareBack("unlinked");
-    tsForEachServerApplication(
-        ts,
-        [](const TsVisit *visit, void *passback) {
-            const char *why = tsServerApplicationReason(visit->sapp, fakeNow, FALSE);
-            if (!why) why = tsServerTransportReason(visit->server, 0);
-            auto &map = *static_cast<std::map<std::string, std::string> *>(passback);
-            map[tavPathToName(visit->server->name)] = std::string(visit->virtualCluster ? "" : "unlinked, ") + tavOrNull(why);
-        },
-        &told);
+    const auto tell = [](const TsVisit *visit, void *passback) {
+        const char *why = tsServerApplicationReason(visit->sapp, fakeNow, FALSE);
+        if (!why) why = tsServerTransportReason(visit->server, 0);
+        auto &map = *static_cast<std::map<std::string, std::string> *>(passback);
+        map[tavPathToName(visit->server->name)] = std::string(visit->virtualCluster ? "" : "unlinked, ") + tavOrNull(why);
+    };
+    tsForEachServerApplication(ts, tell, &told);
     EXPECT_EQ(told.size(), 9u);
     EXPECT_EQ(told["good"], "null");
     EXPECT_EQ(told["portless"], "transport is not valid");
@@ -391,9 +364,6 @@ TEST_F(SelectorTest, ConnectFailuresBackOffTenfoldUpToAMinute) {
             fakeNow += 2; // one more: a time of 0 is never stored
             EXPECT_EQ(selectName(), "a") << wait;
         }
-        tsServerConnectFailure(a.server);
-        tsServerConnectSuccess(a.server);
-        EXPECT_EQ(selectName(), "a");
         tsServerConnectFailure(a.server);
         tsServerSetState(a.server, "STOPPED");
         tsServerSetState(a.server, "STARTED"); // a start forgets it
@@ -471,7 +441,6 @@ TEST_F(SelectorTest, TheMatchedVirtualHostGroupMayChooseTheEndpoint) {
         auto ctx = request();
         ctx->vHostName = row.group;
         EXPECT_STREQ(tavTargetEndpointGetHostName(tsSelect(ts, ctx.get())), row.expected);
-        EXPECT_STREQ(tsEndpointGetHost(selectEndpoint(ctx.get(), ts, b.server->endPoints[0])), row.expected);
         finish(*ctx);
     }
 }

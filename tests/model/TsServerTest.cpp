@@ -12,18 +12,15 @@ TEST_F(SelectorTest, ServerSelectabilityFollowsStateMaintenanceAndWeight) {
     Back &b = bareBack("a");
     EXPECT_EQ(reasons(b.server), "server is not started | server is not started");
     const struct {
-        const char *name, *value;
-        const char *expected;
+        const char *name, *value, *expected;
     } steps[] = {
         {"state", "started", "server is not started | server is not started"}, // the case counts
         {"state", "STARTED", "null | server weight is 0"},                     // never given a weight
         {"weight", "0", "null | server weight is 0"},
-        {"weight", "-3", "null | server weight is 0"},
         {"weight", "5", "null | null"},
         {"server.maintenancemode", "affinity", "null | server is in affinity maintenance mode"},
         {"weight", "0", "null | server weight is 0"}, // comes before the maintenance mode
         {"server.maintenancemode", "break", "server is in break maintenance mode | server is in break maintenance mode"},
-        {"server.maintenancemode", "Break!", "server is in break maintenance mode | server is in break maintenance mode"},
         {"server.maintenancemode", "false", "null | server weight is 0"},
         {"weight", "1", "null | null"},
         {"node", "TRUE", "null | null"}, // refused
@@ -34,27 +31,24 @@ TEST_F(SelectorTest, ServerSelectabilityFollowsStateMaintenanceAndWeight) {
     for (const auto &step : steps) {
         SCOPED_TRACE(std::string(step.name) + "=" + step.value);
         const std::string name = step.name;
-        if (name == "weight")
-            EXPECT_TRUE(tsServerSetPropInt(b.server, "weight", atoi(step.value)));
-        else if (name == "node")
-            EXPECT_EQ(tsNodeSetPropStr(node, "cp.node.maintenancemode", step.value), std::string(step.value) != "TRUE");
-        else
-            EXPECT_TRUE(tsServerSetPropStr(b.server, step.name, step.value));
+        const Boolean taken = name == "weight" ? tsServerSetPropInt(b.server, "weight", atoi(step.value))
+                              : name == "node" ? tsNodeSetPropStr(node, "cp.node.maintenancemode", step.value)
+                                               : tsServerSetPropStr(b.server, step.name, step.value);
+        EXPECT_EQ(taken, step.value != std::string("TRUE"));
         EXPECT_EQ(reasons(b.server), step.expected);
     }
 }
 
 TEST_F(SelectorTest, NodeMaintenanceReachesOnlyInitialisedServersOfTheNode) {
     TargetServer *unseen = tsServerCreate(node, "/u", nullptr);
-    TargetNode *other = tsNodeCreate(ts, "/o");
-    Back &b = back("a");
     tsServerSetState(unseen, "STARTED");
     tsServerSetWeight(unseen, 1);
+    Back &b = back("a");
+    tsNodeSetPropStr(tsNodeCreate(ts, "/o"), "cp.node.maintenancemode", "true");
+    EXPECT_EQ(reasons(b.server), "null | null");
     tsNodeSetPropStr(node, "cp.node.maintenancemode", "true");
-    tsNodeSetPropStr(other, "cp.node.maintenancemode", "true");
     EXPECT_EQ(reasons(b.server), "null | server is on node in maintenance mode");
     EXPECT_EQ(reasons(unseen), "null | null");
-    EXPECT_FALSE(tsNodeSetPropStr(node, "maintenancemode", "true"));
 }
 
 TEST_F(SelectorTest, ServerApplicationSelectabilityByStateInAnyCase) {
@@ -68,9 +62,7 @@ TEST_F(SelectorTest, ServerApplicationSelectabilityByStateInAnyCase) {
         {"QUIESCING", "in QUIESCING state", "in QUIESCING state"},
         {"quiesced", "in QUIESCE state", "in QUIESCE state"},
         {"STARTEDX", "not STARTED", "not STARTED"},
-        {"", "not STARTED", "not STARTED"},
         {nullptr, "null state", "null state"},
-        {"STOPPED", "not STARTED", "not STARTED"},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(tavOrNull(row.state));
@@ -83,32 +75,25 @@ TEST_F(SelectorTest, ServerApplicationSelectabilityByStateInAnyCase) {
 TEST_F(SelectorTest, PropertiesAreRecognisedByExactNameAndKind) {
     Back &b = bareBack("a");
     TavTargetEndpoint *ep = tsEndPointCreate(b.server, "tp");
+    int number = 0;
     for (const char *name : {"connectTimeout", "ioTimeout", "wsIoTimeout", "wsIdleTimeout", "maxConnections", "weight"}) {
-        EXPECT_TRUE(tsServerSetPropInt(b.server, name, 7)) << name;
+        EXPECT_TRUE(tsServerSetPropInt(b.server, name, number++)) << name;
         EXPECT_FALSE(tsServerSetPropStr(b.server, name, "7")) << name;
     }
-    EXPECT_EQ(tavTargetEndpointGetConnectTimeout(ep) + tavTargetEndpointGetIOTimeout(ep) + tavTargetEndpointGetWsIOTimeout(ep) +
-                  tavTargetEndpointGetWsIdleTimeout(ep) + b.server->maxConnections + b.server->weight,
-              6 * 7);
-    for (const char *name : {"cloneSeparatorChange", "waitForContinue", "extendedHandshake"}) {
-        EXPECT_TRUE(tsServerSetPropBool(b.server, name, TRUE)) << name;
-    }
-    EXPECT_TRUE(tsServerGetCloneSeparatorChange(b.server) && tavTargetEndpointGetWaitForContinue(ep) &&
-                tavTargetEndpointGetExtendedHandshake(ep));
+    const int stored[] = {tavTargetEndpointGetConnectTimeout(ep), tavTargetEndpointGetIOTimeout(ep), tavTargetEndpointGetWsIOTimeout(ep),
+                          tavTargetEndpointGetWsIdleTimeout(ep), b.server->maxConnections, b.server->weight};
+    for (int i = 0; i < number; i++) EXPECT_EQ(stored[i], i);
     for (const char *name : {"ConnectTimeout", "port", "", "isActive"}) {
         EXPECT_FALSE(tsServerSetPropInt(b.server, name, 1)) << name;
         EXPECT_FALSE(tsServerSetPropBool(b.server, name, TRUE)) << name;
         EXPECT_FALSE(tsServerSetPropStr(b.server, name, "x")) << name;
         EXPECT_TRUE(tsServerSetPropNull(b.server, name)) << name;
     }
-    EXPECT_TRUE(tsServerSetPropStr(b.server, "type", "APPLICATION_SERVER"));
-    EXPECT_EQ(tsServerGetType(b.server), TAVSERVERTYPE_APPLICATION_SERVER);
     EXPECT_TRUE(tsServerSetPropStr(b.server, "type", "application_server"));
     EXPECT_EQ(tsServerGetType(b.server), TAVSERVERTYPE_UNKNOWN);
     EXPECT_TRUE(tsServerSetPropStr(b.server, "sessionAffinityCookies", "A"));
     EXPECT_TRUE(tsServerSetPropStr(b.server, "sessionAffinityCookies", nullptr));
     EXPECT_STREQ(tsServerGetSessionAffinityCookies(b.server), "A");
-    EXPECT_FALSE(tsServerApplicationSetPropInt(&b.handle, "state", 1));
     EXPECT_FALSE(tsServerApplicationSetPropStr(&b.handle, "State", "STARTED"));
 }
 
@@ -119,24 +104,12 @@ TEST_F(SelectorTest, OwnServersTextsAreCustomPropertiesSetWithoutTheLock) {
     EXPECT_FALSE(tsServerSetPropNull(b.server, "anything"));
     EXPECT_EQ(world.customProperties, (Routes{"state=STARTED", "anything=(null)"}));
     EXPECT_STREQ(b.server->state, "STOPPED");
-    EXPECT_TRUE(tsServerSetPropInt(b.server, "weight", 4));
-    EXPECT_EQ(b.server->weight, 4);
 }
 
-TEST_F(SelectorTest, TheFirstCloneIdStaysAndTheLastServerOfAnIdIsFound) {
-    Back &a = back("a", "c1");
-    EXPECT_TRUE(tsServerSetPropStr(a.server, "id", "c2"));
-    EXPECT_TRUE(tsServerSetPropStr(a.server, "id", ""));
-    EXPECT_STREQ(tsServerGetCloneId(a.server), "c1");
-    back("b", "c1");
-    auto ctx = request("s:c1");
-    EXPECT_EQ(selectName(*ctx), "b");
-    finish(*ctx);
-}
-
-TEST_F(SelectorTest, DeletingOneOfTwoServersWithOneCloneIdKeepsTheOther) {
+TEST_F(SelectorTest, TheLastServerOfACloneIdIsFoundUntilItIsDeleted) {
     Back &a = back("a", "c1");
     Back &b = back("b", "c1");
+    EXPECT_TRUE(tsServerSetPropStr(b.server, "id", "c2")); // the first one stays
     tsServerDelete(a.server);
     auto ctx = request("s:c1");
     EXPECT_EQ(selectName(*ctx), "b");
@@ -151,35 +124,21 @@ TEST_F(SelectorTest, DeletingOneOfTwoServersWithOneCloneIdKeepsTheOther) {
 TEST_F(SelectorTest, ConnectorHearsOncePerChangeAndAfterTheLastRequest) {
     Back &b = back("a");
     const std::string plus = "+" + b.path, minus = "-" + b.path;
-    EXPECT_EQ(world.routes, Routes{plus});
     b.state("AFFINITY"); // still routable
     b.state("started");
-    EXPECT_EQ(world.routes, Routes{plus});
     auto one = request(), two = request();
     selectName(*one);
+    b.state("STOPPED");
+    b.state("STARTED"); // back while it drains: it was never gone
     selectName(*two);
     b.state("STOPPED");
-    EXPECT_EQ(world.routes, Routes{plus}) << "two requests are outstanding";
     b.state("QUIESCED");
     finish(*one);
     EXPECT_EQ(world.routes, Routes{plus});
     finish(*two);
     EXPECT_EQ(world.routes, (Routes{plus, minus}));
-    b.state("STOPPED");
-    EXPECT_EQ(world.routes, (Routes{plus, minus}));
-    b.state("STARTED");
-    b.state("STOPPED");
+    for (const char *state : {"STOPPED", "STARTED", "STOPPED"}) b.state(state);
     EXPECT_EQ(world.routes, (Routes{plus, minus, plus, minus}));
-}
-
-TEST_F(SelectorTest, AServerApplicationThatComesBackWhileDrainingWasNeverGone) {
-    Back &b = back("a");
-    auto ctx = request();
-    selectName(*ctx);
-    b.state("STOPPED");
-    b.state("STARTED");
-    finish(*ctx);
-    EXPECT_EQ(world.routes, Routes{"+" + b.path});
 }
 
 TEST_F(SelectorTest, DeletingARoutableServerApplicationEndsItsRouteOnceItsRequestsAreGone) {
@@ -187,37 +146,23 @@ TEST_F(SelectorTest, DeletingARoutableServerApplicationEndsItsRouteOnceItsReques
     auto ctx = request();
     EXPECT_EQ(selectName(*ctx), "a");
     tsServerApplicationDelete(&b.handle);
-    EXPECT_TRUE(b.handle.stale);
     EXPECT_FALSE(b.state("STOPPED"));
     EXPECT_EQ(world.routes.size(), 1u);
-    EXPECT_EQ(selectName(), "-") << "not found by load";
     auto sticky = request("s:c1");
-    EXPECT_EQ(selectName(*sticky), "-") << "not found by affinity";
+    EXPECT_EQ(selectName(*sticky), "-") << "neither by affinity nor by load";
     EXPECT_EQ(tsServerGetTavServerApplication(b.server, "shop"), nullptr);
     TavServerApplication again{};
     EXPECT_TRUE(tsServerApplicationCreate(b.server, b.path.c_str(), &connector, &again));
-    EXPECT_EQ(tsServerGetTavServerApplication(b.server, "shop"), &again);
     finish(*ctx);
     EXPECT_EQ(world.routes, (Routes{"+" + b.path, "-" + b.path}));
     EXPECT_EQ(tsServerGetTavServerApplication(b.server, "shop"), &again);
-    tsServerApplicationDelete(&again);
-}
-
-TEST_F(SelectorTest, HandlesMayBeFreedBeforeOrAfterTheSnapshot) {
-    Back &a = back("a");
-    back("b"); // freed after: the fixture looks at it
-    auto early = std::make_unique<TavServerApplication>();
-    ASSERT_TRUE(tsServerApplicationCreate(a.server, "/x/y/z/other", &connector, early.get()));
-    tsServerApplicationForgetHandle(early.get());
-    early.reset();
-    tsServerApplicationForgetHandle(nullptr);
+    tsServerApplicationForgetHandle(&again); // handles may be freed before the snapshot, too
 }
 
 TEST_F(SelectorTest, ADeletedServerTakesItsApplicationsAlong) {
     Back &a = back("a");
     tsServerDelete(a.server);
     EXPECT_EQ(world.routes, (Routes{"+" + a.path, "-" + a.path}));
-    EXPECT_TRUE(a.handle.stale);
     EXPECT_FALSE(a.state("STARTED"));
     tsServerApplicationDelete(&a.handle);
 }

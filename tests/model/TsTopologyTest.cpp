@@ -39,9 +39,7 @@ TEST_F(SelectorTest, AClusterKeepsEveryLinkAndCountsOnlyTheServersOwn) {
 TEST_F(SelectorTest, ALinkWaitsUntilItsServerApplicationBecomesRoutable) {
     Back &b = bareBack("a");
     tsServerApplicationDelete(&b.handle);
-    EXPECT_TRUE(tsLinkServerToWebModule(b.server, module, TRUE));
-    EXPECT_TRUE(tsLinkServerToWebModule(b.server, module, TRUE));
-    EXPECT_EQ(tavListGetCount(b.server->linkRequests), 2);
+    for (int i = 0; i < 2; i++) EXPECT_TRUE(tsLinkServerToWebModule(b.server, module, TRUE));
     TavServerApplication other{};
     tsServerApplicationCreate(b.server, "/a/b/shopping", &connector, &other); // another name
     tsServerApplicationSetPropStr(&other, "state", "STARTED");
@@ -50,9 +48,8 @@ TEST_F(SelectorTest, ALinkWaitsUntilItsServerApplicationBecomesRoutable) {
     b.state("AFFINITY");
     EXPECT_EQ(tavListGetCount(vc->sappList), 1) << "once, however often it was asked";
     EXPECT_EQ(tavListGetCount(b.server->linkRequests), 0);
-    EXPECT_TRUE(tsLinkServerToWebModule(b.server, module, FALSE));
+    for (int i = 0; i < 2; i++) EXPECT_TRUE(tsLinkServerToWebModule(b.server, module, FALSE));
     EXPECT_EQ(tavListGetCount(vc->sappList), 0);
-    EXPECT_TRUE(tsLinkServerToWebModule(b.server, module, FALSE));
     tsServerApplicationDelete(&other);
 }
 
@@ -86,18 +83,12 @@ TEST_F(SelectorTest, TheHeadOfTheClusterListIsTheVirtualClustersCluster) {
 }
 
 TEST_F(SelectorTest, RolloutTextBeginsWithFiveExactCharacters) {
-    const struct {
-        const char *text;
-        bool expected;
-    } rows[] = {{"BEGINNING", true}, {"BEGI", false}, {"BEGIN", true}, {"begin", false}, {"BEGIN", true}, {nullptr, false}};
-    for (const auto &row : rows) {
-        EXPECT_TRUE(tsClusterSetPropStr(cluster, "appEditionRolloutState", row.text));
-        EXPECT_EQ(cluster->editionRolloutInProgress, row.expected) << tavOrNull(row.text);
+    for (const char *text : {"BEGINNING", "BEGI", "BEGIN", "begin", "BEGIN", static_cast<const char *>(nullptr)}) {
+        EXPECT_TRUE(tsClusterSetPropStr(cluster, "appEditionRolloutState", text));
+        EXPECT_EQ(cluster->editionRolloutInProgress, text && std::string(text, 0, 5) == "BEGIN") << tavOrNull(text);
     }
     EXPECT_FALSE(tsClusterSetPropStr(cluster, "learnCloneIds", "x"));
-    EXPECT_TRUE(tsClusterSetPropBool(cluster, "learnCloneIds", TRUE));
     EXPECT_FALSE(tsClusterSetPropBool(cluster, "ioTimeoutRetry", TRUE));
-    EXPECT_TRUE(tsClusterSetPropInt(cluster, "ioTimeoutRetry", 3));
 }
 
 // ---- endpoints ----
@@ -110,9 +101,6 @@ TEST_F(SelectorTest, OnlyHttpAndHttpsEndpointsAreAttached) {
         const bool known = protocol[0] == 'h';
         EXPECT_EQ(tsEndPointInit(ep), known) << protocol;
         EXPECT_STREQ(tavTargetEndpointGetProtocol(ep), known ? protocol : "invalidProtocol");
-        EXPECT_FALSE(tsEndPointSetPropBool(ep, "isActive", TRUE));
-        EXPECT_FALSE(tsEndPointSetPropStr(ep, "Host", "x"));
-        EXPECT_FALSE(tsEndPointSetPropInt(ep, "channelPersistentTimeout", 1));
         // The list that it stands in counts, not what the protocol became.
         tsEndPointSetPropStr(ep, "protocol", "ftp");
         tsEndPointDelete(ep);
@@ -146,15 +134,13 @@ TEST_F(SelectorTest, TheHostsObjectExistsWhileTheServerIsNotStopped) {
 
 TEST_F(SelectorTest, ARequestKeepsWhatItsEndpointGaveThroughEveryChange) {
     Back &b = back("a");
-    auto first = request();
+    auto first = request(), second = request();
     selectName(*first);
     const char *host = tavTargetEndpointGetHostName(b.http);
     EnvTargetEndpoint *object = tavTargetEndpointGetEnvTargetEndpoint(b.http);
     tsEndPointSetPropStr(b.http, "host", "two");
-    EXPECT_STREQ(host, "a.example");
     EXPECT_NE(tavTargetEndpointGetEnvTargetEndpoint(b.http), object);
     EXPECT_EQ(world.endpointsAlive, 2) << "another name's holder would not see this one deleted";
-    auto second = request();
     selectName(*second);
     const char *hostOfSecond = tavTargetEndpointGetHostName(b.http);
     tsEndPointSetPropStr(b.http, "host", "three");
@@ -191,10 +177,6 @@ TEST_F(SelectorTest, AccessorsHaveDefaultsWithoutAnEndpointOrCluster) {
     tsClusterSetIoTimeoutRetry(cluster, 2);
     tsLinkClusterServer(cluster, b.server, TRUE);
     EXPECT_EQ(tavTargetEndpointGetIOTimeoutRetry(ep), 2);
-    EXPECT_STREQ(tavTargetEndpointGetClusterName(ep), "/cell/c/cluster/k");
-    EXPECT_EQ(tavTargetEndpointGetConnector(ep), &connector);
-    EXPECT_EQ(tavTargetEndpointGetPort(ep), -1);
-    EXPECT_EQ(tavTargetEndpointGetPersistentTimeout(ep), 30);
     TavTargetEndpoint loose{};
     EXPECT_EQ(tavTargetEndpointGetConnectTimeout(&loose), 5);
     EXPECT_EQ(tavTargetEndpointGetIOTimeout(&loose), 900);
@@ -213,29 +195,18 @@ TEST_F(SelectorTest, ARequestHoldsExactlyWhatItWasGiven) {
     EXPECT_EQ(cluster->refcnt, 3); // configuration, server, request
     tsLinkClusterServer(other, b.server, TRUE);
     EXPECT_EQ(cluster->refcnt, 2);
+    const char *name = tavTargetEndpointGetClusterName(ctx->endpoint);
+    tsLinkClusterServer(other, b.server, FALSE);
+    tsClusterDelete(other);
+    EXPECT_STREQ(name, "/o"); // a former cluster's name outlives the requests that may read it
     tsClusterDelete(cluster);
     tsNodeDelete(node); // takes its server along
-    tsClusterDelete(other);
-    EXPECT_STREQ(tavTargetEndpointGetClusterName(ctx->endpoint), "/o");
     EXPECT_STREQ(tsNodeGetName(tsServerGetNode(b.server)), "/cell/c/node/n");
     EXPECT_EQ(selectName(), "-");
     finish(*ctx);
     EXPECT_TRUE(tavListIsEmpty(ts->nodes));
     EXPECT_TRUE(tavListIsEmpty(ts->clusters));
     EXPECT_EQ(ts->firstServer, nullptr);
-}
-
-TEST_F(SelectorTest, AFormerClusterNameOutlivesTheRequestsThatMayReadIt) {
-    Back &b = back("a");
-    auto ctx = request();
-    selectName(*ctx);
-    Cluster *other = tsClusterCreate(ts, "/o");
-    tsLinkClusterServer(other, b.server, TRUE);
-    const char *name = tavTargetEndpointGetClusterName(ctx->endpoint);
-    tsLinkClusterServer(other, b.server, FALSE);
-    tsClusterDelete(other);
-    EXPECT_STREQ(name, "/o");
-    finish(*ctx);
     EXPECT_EQ(ts->formerClusters, nullptr);
 }
 
@@ -270,17 +241,4 @@ TEST_F(SelectorTest, TheDumpHasFixedMembersAndToleratesAnyBytes) {
                        R"("applications":{"shop":{"state":"STARTED","outstandingRequests":0}}}}},"k?":{"servers":{}}})");
     free(text);
     json_decref(json);
-    EXPECT_STREQ(tsMaintenanceModeToString(3), "unknown server maintenance mode");
-    EXPECT_STREQ(tsMaintenanceModeToString(-1), "unknown server maintenance mode");
-}
-
-TEST_F(SelectorTest, PartitionDataOwnTheirMapAndTheDefaultIsShared) {
-    TavHashMap *map = tavHashMapCreate2(tavFree);
-    tavHashPut(map, "p", tavStrdup("c"));
-    PartitionIDData *data = tsPartitionIDDataCreate(map, "7");
-    EXPECT_STREQ(tsPartitionIDDataGetVersion(data), "7");
-    tsPartitionIDDataDelete(data);
-    for (int i = 0; i < 2; i++) tsPartitionIDDataDelete(tsDefaultPartitionIDData());
-    EXPECT_STREQ(tsPartitionIDDataGetVersion(tsDefaultPartitionIDData()), "");
-    tsPartitionIDDataDelete(nullptr);
 }

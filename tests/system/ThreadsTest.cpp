@@ -1,0 +1,308 @@
+// Requests on several threads while the configuration changes under them in every way: what a request sees belongs together, everything is
+// given back, and (under the sanitizers) no two threads meet where they must not.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "system/Instance.h"
+#include "system/Shop.h"
+#include "tavHttpContext/tavHttpContext.h"
+#include "tavUtil/tavMemory.h"
+#include "tr/tr.h"
+
+namespace {
+
+constexpr int REQUEST_THREADS = 4;
+constexpr int STEPS = TAV_TEST_SANITIZED ? 600 : 6000; // of the configuration
+
+// The generation in a name such as "/cell/c/cluster/k17": its last number; -1 without one.
+int generationOf(const std::string &name) {
+    size_t end = name.find_last_of("0123456789");
+    if (end == std::string::npos) return -1;
+    size_t begin = end;
+    while (begin > 0 && isdigit(static_cast<unsigned char>(name[begin - 1]))) begin--;
+    return atoi(name.substr(begin, end - begin + 1).c_str());
+}
+
+// Everything that the decision names is of one generation.
+void expectOneGeneration(const shop::Decision &decision) {
+    int generation = -1;
+    for (const std::string *name : {&decision.edition, &decision.application, &decision.module, &decision.group, &decision.server,
+                                    &decision.cluster, &decision.redirect}) {
+        const int own = generationOf(*name);
+        if (own < 0) continue;
+        if (generation < 0) generation = own;
+        ASSERT_EQ(own, generation) << decision.text();
+    }
+}
+
+// ---- requests ----
+
+struct Visitor {
+    Visitor(Tav *instance, unsigned seed) : tav(instance), random(seed) {}
+    Tav *tav;
+    std::mt19937 random;
+    long served = 0;
+
+    unsigned pick(unsigned n) { return static_cast<unsigned>(random() % n); }
+
+    EnvHttpContext makeRequest() {
+        static const std::array<const char *, 7> PATHS{"/shop/cart.jsp", "/shop/cart",  "/shop/old/x", "/shop/secret",
+                                                       "/shop/traced/a", "/admin/list", "/elsewhere"};
+        EnvHttpContext request = shop::request(PATHS[pick(PATHS.size())]);
+        if (pick(2)) request.cookies["SHOPSESSION"] = pick(2) ? "id:clone1" : "id:p2:clone2";
+        if (pick(4) == 0) request.headers["beta"] = {"yes"};
+        if (pick(3) == 0) request.protocol = "https";
+        if (pick(4) == 0) {
+            request.responseHeaders["$ZVPT"] = {"p1:clone1;p2:clone2"};
+            request.responseHeaders["_ZV_HAPRT_WLMVERSION"] = {"3"};
+        }
+        if (pick(4) == 0) request.responseHeaders["Set-Cookie"] = {"SHOPSESSION=id:clone2; Path=/"};
+        return request;
+    }
+
+    // Forwards: a failure or two, then the answer.
+    void forward(TavHttpContext *ctx) {
+        static constexpr std::array<TavHttpContextState, 4> FAILURES{CONNECT_FAILURE, REQUEST_SEND_ERROR, RESPONSE_READ_ERROR,
+                                                                     RESPONSE_TIMEOUT};
+        for (unsigned failures = pick(5) == 0 ? 1 + pick(2) : 0; failures > 0; failures--) {
+            tavHttpContextSetState(ctx, REQUEST_SENDING, 0, nullptr);
+            tavHttpContextSetState(ctx, FAILURES[pick(FAILURES.size())], 0, nullptr);
+            TavTargetEndpoint *next = tavHttpContextGetTargetEndpoint(ctx);
+            if (!next) return;
+            EXPECT_NE(tavTargetEndpointGetName(next), nullptr);
+        }
+        for (const TavHttpContextState state : {CONNECT_SUCCESS, REQUEST_SENDING, REQUEST_SENT, RESPONSE_ARRIVED, RESPONSE_SENT})
+            tavHttpContextSetState(ctx, state, 0, nullptr);
+    }
+
+    void visit() {
+        EnvHttpContext request = makeRequest();
+        TavHttpContext *ctx = tavHttpContextObtain(tav, &request);
+        if (!ctx) return; // stopped
+        const shop::Decision decision = shop::decisionOf(ctx);
+        expectOneGeneration(decision);
+        if (!decision.server.empty()) {
+            EXPECT_NE(tavHttpContextGetURL(ctx), nullptr);
+            forward(ctx);
+            served++;
+        }
+        // A host that gives up in the middle releases without a last word.
+        tavHttpContextRelease(ctx);
+    }
+};
+
+// ---- configuration ----
+
+// Each operation is one delta of the current generation; many do nothing because an earlier one was there first.
+std::string entryDelta(std::mt19937 &random) {
+    const auto pick = [&](unsigned n) { return static_cast<unsigned>(random() % n); };
+    using namespace shop;
+    const std::string server = pick(2) ? S1 : S2, rule = WORK_CLASS + "/rule/" + (pick(2) ? "1" : "7");
+    switch (pick(16)) {
+        case 0:
+            return objects("set", entry(server, "server", pick(3) ? "'state': 'STARTED'" : "'state': 'STOPPED'"));
+        case 1:
+            return objects("set", entry(server, "server", "'weight': " + std::to_string(pick(4)) + ", 'maxConnections': 50"));
+        case 2:
+            return objects("set",
+                           entry(server, "server", pick(2) ? "'server.maintenancemode': 'break'" : "'server.maintenancemode': 'false'"));
+        case 3:
+            return objects("set",
+                           entry(NODE, "node", pick(2) ? "'cp.node.maintenancemode': 'true'" : "'cp.node.maintenancemode': 'false'"));
+        case 4:
+            return pair(pick(2) ? "add" : "del", "cluster:server", pick(2) ? CLUSTER : OTHER_CLUSTER, server);
+        case 5:
+            return pair(pick(2) ? "add" : "del", "server:webModule", server, STORE);
+        case 6:
+            return pair(pick(2) ? "add" : "del", "server:healthPolicy", server, "/cell/c/healthPolicy/slow");
+        case 7:
+            return objects("set", entry(server + "/transport/http", "transport",
+                                        "'host': 'h" + std::to_string(pick(9)) + "-@', 'port': " + std::to_string(9000 + pick(9))));
+        case 8:
+            return pair(pick(3) ? "add" : "del", "vHostGroup:webModule", GROUP, "/cell/c/application/shop-editionB@/webModule/beta@");
+        case 9:
+            return objects("set", entry(S2 + "/serverApplication/shop-edition@", "serverApplication",
+                                        pick(2) ? "'state': 'STARTED'" : "'state': 'QUIESCED'"));
+        case 10:
+            return objects(
+                "set",
+                entry(rule, "rule", pick(2) ? "'action': 'redirect:http://new/@'" : "'expression': 'uri LIKE `/shop/ol%` AND port > 1'"));
+        case 11:
+            return objects(pick(2) ? "add" : "del",
+                           entry(rule, "rule", "'expression': 'uri = `/shop/cart`', 'action': 'permit:shop-edition@'"));
+        case 12:
+            return objects("set",
+                           entry(CELL, "cell",
+                                 pick(2) ? "'cp.DefaultRequestTraceSpec': ':NOTICE,http.request:INFO', 'cp.MaxHttpContextPoolSize': '2'"
+                                         : "'cp.DefaultRequestTraceSpec': null, 'cp.TrustedProxyList': '127.0.0.1:10.0.0.9'"));
+        case 13:
+            return objects(pick(2) ? "del" : "add",
+                           entry(S2 + "/serverApplication/shop-edition@", "serverApplication", "'state': 'STARTED'"));
+        case 14:
+            return objects(pick(2) ? "del" : "add",
+                           entry(S1 + "/ruleSet/trace/rule/1", "rule", "'expression': 'port = 80', 'action': ':INFO'"));
+        default:
+            return objects("set", entry("/cell/c/healthPolicy/slow", "healthPolicy", "'threshold': " + std::to_string(pick(3))));
+    }
+}
+
+// One change: mostly a delta in place, now and then a rebuild, another generation, a server that goes and comes.
+struct Operator {
+    explicit Operator(const SystemInstance &its, unsigned seed) : instance(its), random(seed) {}
+    const SystemInstance &instance;
+    std::mt19937 random;
+    int generation = 1;
+    long long version = 1;
+
+    void give(const std::string &operations) {
+        version++;
+        EXPECT_EQ(instance.give(shop::delta(generation, version, operations)), version);
+    }
+    void replaceAll() {
+        version++;
+        generation++;
+        EXPECT_EQ(instance.give(shop::document(generation, version)), version);
+    }
+    void rebuild() { give(shop::objects("set", shop::entry(shop::STORE, "webModule", "'fileServingEnabled': true"))); }
+    void removeServer() {
+        give(shop::objects("del", shop::entry(shop::S1, "server")));
+        give(shop::objects("add", shop::entry(shop::S1, "server", "'state': 'STARTED', 'weight': 1, 'id': 'clone1'")));
+        give(shop::objects("add",
+                           shop::entry(shop::S1 + "/transport/http", "transport", "'protocol': 'http', 'host': 'again-@', 'port': 1")));
+        give(shop::objects("add", shop::entry(shop::S1 + "/serverApplication/shop-edition@", "serverApplication", "'state': 'STARTED'")));
+        give(shop::pair("add", "cluster:server", shop::CLUSTER, shop::S1));
+    }
+
+    void step(int number) {
+        if (number % 40 == 39) return replaceAll();
+        if (number % 25 == 24) return rebuild();
+        if (number % 30 == 29) return removeServer();
+        give(entryDelta(random));
+        if (number % 10 == 9) systemAnswerReports();
+    }
+};
+
+// What a host does besides: it looks, sets properties, changes the trace.
+void administer(const SystemInstance &instance, const std::atomic<bool> &ended) {
+    Tav *tav = instance.tav;
+    for (int i = 0; !ended; i++) {
+        char *dump = tavToJSONString(tav);
+        EXPECT_NE(dump, nullptr);
+        tavMemFree(tav, dump);
+        TavProperties *props = tavGetProperties(tav);
+        tavPropertySet(props, "TrustedProxyList", i % 2 ? "127.0.0.1" : "10.0.0.1:10.0.0.2", TRUE);
+        tavPropertySet(props, "enableEndpointSelectionBasedOnMatchedVHost", i % 2 ? "true" : "false", TRUE);
+        tavPropertySet(props, "MaxElapsedTimePerRequestInSeconds", i % 3 ? "100" : nullptr, TRUE);
+        tavSetTraceSpec(tav, i % 2 ? ":NOTICE" : ":NOTICE,http.request:INFO,control.selector:INFO");
+        tavSetServerName(tav, i % 2 ? "c_n1_web" : "c_n1_other");
+        tavSetSSLMapMode(tav, i % 2 ? NullMapMode : MapInboundToOutbound);
+        EXPECT_NE(tavGetServerName(tav), nullptr);
+        EXPECT_NE(tavConnectorGroupGetName(instance.group), nullptr);
+        tavConnectorGroupSetWaitTime(instance.group, i);
+        systemAnswerReports();
+    }
+}
+
+class Threads : public testing::Test {
+protected:
+    void SetUp() override {
+        trPurgeDeathRow();
+        threads = systemThreads();
+        blocks = tavGetMemCount();
+        endpoints = systemHostEndpoints();
+        tavHttpContextSetRolloutSleep([](int) {});
+    }
+    void TearDown() override {
+        tavHttpContextSetRolloutSleep(nullptr);
+        EXPECT_TRUE(systemThreadsBackTo(threads));
+        trPurgeDeathRow();
+        EXPECT_EQ(tavGetMemCount(), blocks);
+        EXPECT_EQ(systemHostEndpoints(), endpoints);
+    }
+
+    // Visitors come until `during` is over.
+    template <typename During>
+    long visitWhile(Tav *tav, During during) {
+        std::atomic<bool> ended = false;
+        std::array<long, REQUEST_THREADS> served{};
+        std::vector<std::thread> visitors;
+        for (unsigned i = 0; i < REQUEST_THREADS; i++)
+            visitors.emplace_back([&, i] {
+                Visitor visitor(tav, i + 1);
+                while (!ended) visitor.visit();
+                served[i] = visitor.served;
+            });
+        during();
+        ended = true;
+        for (std::thread &visitor : visitors) visitor.join();
+        long total = 0;
+        for (const long each : served) total += each;
+        return total;
+    }
+
+    int threads = 0, blocks = 0, endpoints = 0;
+};
+
+TEST_F(Threads, EveryChangeUnderRequests) {
+    SystemInstance instance;
+    ASSERT_EQ(instance.give(shop::document(1)), 1);
+    const long served = visitWhile(instance.tav, [&] {
+        std::atomic<bool> ended = false;
+        std::thread administrator([&] { administer(instance, ended); });
+        Operator operator_(instance, 7);
+        for (int i = 0; i < STEPS; i++) operator_.step(i);
+        ended = true;
+        administrator.join();
+    });
+    EXPECT_GT(served, 0);
+    // Nobody is under way: every count has come back.
+    const std::string dump = instance.dump();
+    for (size_t at = 0; (at = dump.find("\"outstandingRequests\": ", at)) != std::string::npos; at++) EXPECT_EQ(dump[at + 23], '0') << dump;
+}
+
+TEST_F(Threads, StopAndStartUnderRequests) {
+    SystemInstance instance;
+    ASSERT_EQ(instance.give(shop::document(1)), 1);
+    visitWhile(instance.tav, [&] {
+        for (int i = 0; i < STEPS / 10; i++) {
+            EXPECT_EQ(tavStop(instance.tav), 0);
+            systemAnswerNone();
+            EXPECT_EQ(tavStart(instance.tav, -1), 0);
+            EXPECT_EQ(instance.give(shop::document(i + 2, i + 2)), i + 2);
+        }
+    });
+}
+
+// The instance goes while requests are under way; they end on what they hold.
+TEST_F(Threads, DestroyedUnderRequests) {
+    for (int round = 0; round < STEPS / 25; round++) {
+        auto instance = std::make_unique<SystemInstance>();
+        ASSERT_EQ(instance->give(shop::document(round)), 1);
+        std::array<std::thread, REQUEST_THREADS> visitors;
+        std::atomic<int> holding = 0;
+        std::atomic<bool> goOn = false;
+        for (std::thread &each : visitors)
+            each = std::thread([&, tav = instance->tav] {
+                EnvHttpContext request = shop::request("/shop/cart");
+                TavHttpContext *ctx = tavHttpContextObtain(tav, &request);
+                holding++;
+                holding.notify_one();
+                goOn.wait(false);
+                expectOneGeneration(shop::decisionOf(ctx));
+                Visitor(tav, 1).forward(ctx);
+                tavHttpContextRelease(ctx);
+            });
+        for (int held = 0; (held = holding) < REQUEST_THREADS;) holding.wait(held);
+        goOn = true;
+        goOn.notify_all();
+        instance.reset();
+        for (std::thread &each : visitors) each.join();
+    }
+}
+
+} // namespace
