@@ -1,5 +1,7 @@
 #include "FuzzShop.h"
 
+#include <memory>
+
 #include "FuzzTarget.h"
 #include "tavHttpContext/tavHttpContext.h"
 #include "tavUtil/tavTime.h"
@@ -10,6 +12,8 @@ TavTime now = 1000000; // ms; moves on between inputs only
 
 TavTime fuzzClock() { return now; }
 
+std::unique_ptr<FuzzShop> instance;
+
 } // namespace
 
 FuzzShop::FuzzShop() {
@@ -19,17 +23,18 @@ FuzzShop::FuzzShop() {
     reset();
 }
 
-// Others run after it: the clock ticks again.
 FuzzShop::~FuzzShop() {
     tavSetClock(nullptr);
     tavHttpContextSetRolloutSleep(nullptr);
 }
 
 FuzzShop &FuzzShop::get() {
-    static FuzzShop shop;
+    if (!instance) instance.reset(new FuzzShop);
     now += 5000;
-    return shop;
+    return *instance;
 }
+
+void FuzzShop::drop() { instance.reset(); }
 
 void FuzzShop::reset() {
     FUZZ_CHECK(give(shop::document(1)) == 1);

@@ -9,12 +9,14 @@
 class FuzzShop : public SystemInstance {
 public:
     static FuzzShop &get();
+    static void drop(); // frees it, and lets the clock tick again; the next get() begins anew
     // The shop anew, as if nothing had happened since the start.
     void reset();
 
+    ~FuzzShop();
+
 private:
     FuzzShop();
-    ~FuzzShop();
 };
 
 #endif

@@ -21,6 +21,7 @@ void visit(TrGroup *group, int depth) {
 } // namespace
 
 FUZZ_TARGET(fuzz_catalogue) {
+    trPurgeDeathRow();
     const int before = tavGetMemCount();
     trSetFatalHook([](int, const char *) {});
     if (TrMgr *mgr = trMgrCreate(openBytes(data, size), TRUE)) {

@@ -17,6 +17,7 @@ FUZZ_TARGET(fuzz_traceSpec) {
     const std::string text(reinterpret_cast<const char *>(data), size);
     TrMgr *mgr = managerOfCatalogue();
     const TrRecord *record = trMgrGetRecord(mgr, "control.process");
+    trPurgeDeathRow();
     const int before = tavGetMemCount();
     TrSpec *first = trSpecCreate(mgr, text.c_str()), *second = trSpecCreate(mgr, text.c_str());
     FUZZ_CHECK((first == nullptr) == (second == nullptr));

@@ -116,10 +116,14 @@ bool openClient(TavRestRequest *req) noexcept {
     return false;
 }
 
+// The JSON goes before the request is sent: once the answer may come, its thread and the sender's would both count it.
 bool makeBody(TavRestRequest *req) noexcept {
     if (!req->json) return true;
     restRequestSetBody(req, dumpJson(req->json));
-    return req->body != nullptr;
+    if (!req->body) return false;
+    json_decref(req->json);
+    req->json = nullptr;
+    return true;
 }
 
 // The host's result; -1 when the answer came at once and there is no memory to wait with it.

@@ -62,7 +62,6 @@ TrMgr *tavGetTrMgr(Tav *tav) noexcept { return tav ? tav->mgr : nullptr; }
 TrContext *tavGetTrContext(Tav *tav) noexcept { return tav ? trMgrGetDefaultContext(tav->mgr) : nullptr; }
 TrContext *GET_TRCTX() noexcept { return tavGetTrContext(current); }
 TrRecord *GET_TRREC() noexcept { return current ? trRecordGet(current->mgr, "control.defaultdebug") : nullptr; }
-TrRecord *tavGetProcessRec(Tav *tav) noexcept { return trRecordGet(tav->mgr, "control.process"); }
 Language *tavGetHttpLanguage(Tav *tav) noexcept { return tav ? tav->language : nullptr; }
 TavRules *tavGetRequestTraceRules(Tav *tav) noexcept { return tav ? tav->traceRules : nullptr; }
 HealthMonitor *tavGetHealthMonitor(Tav *) noexcept { return nullptr; }

@@ -1,7 +1,4 @@
 // Obtaining, reusing and releasing contexts, and the choice of the trace specification.
-#include <algorithm>
-#include <sstream>
-
 #include "base/FailEachAllocation.h"
 #include "edge/Site.h"
 
@@ -55,8 +52,6 @@ TEST_F(HttpContextLife, AReusedContextIsAsGoodAsNew) {
     TavHttpContext *ctx = obtain();
     expectFresh(ctx);
     EXPECT_EQ(ri.refCount, 2);
-    EXPECT_EQ(tavHttpContextGetTav(ctx), &tav);
-    EXPECT_EQ(tavHttpContextGetEnvContext(ctx), &host);
     TrContext *trContext = tavHttpContextGetTrContext(ctx);
     dirty(ctx);
     tavHttpContextRelease(ctx);
@@ -83,18 +78,7 @@ TEST_F(HttpContextLife, WithoutRoutingThereIsNoContext) {
     tav.routingInfo = nullptr;
     EXPECT_EQ(obtain(), nullptr);
     EXPECT_EQ(tav.pool.size(), 1u) << "the pooled context is lost";
-    tav.poolLimit = 0;
-    EXPECT_EQ(obtain(), nullptr);
-    EXPECT_EQ(tav.pool.size(), 0u);
     EXPECT_EQ(tav.requestsCounted, 1);
-}
-
-TEST_F(HttpContextLife, AFullPoolLeavesTheContextToTheRelease) {
-    tav.poolLimit = 0;
-    tav.setTraceSpec(":DEBUG");
-    tavHttpContextRelease(obtain());
-    EXPECT_TRUE(tav.traced("tavHttpContextRelease: deleting the context - ctx=0x"));
-    EXPECT_EQ(ri.refCount, 1);
 }
 
 // The texts of a usual request need no allocation, and none is lost.
@@ -135,41 +119,28 @@ TEST_F(HttpContextLife, FailingMemoryLosesNothing) {
     });
 }
 
-// One line has all the words, in that order: the catalogue's own words may stand between them.
-bool tracedWords(const Tav &tav, const std::string &words) {
-    return std::any_of(tav.trace.begin(), tav.trace.end(), [&](const std::string &line) {
-        std::istringstream in(words);
-        size_t from = 0;
-        for (std::string word; in >> word; from += word.size())
-            if ((from = line.find(word, from)) == std::string::npos) return false;
-        return true;
-    });
-}
-
 TEST_F(HttpContextLife, ChoosesTheTraceSpecification) {
     TrSpec *byPath = addTraceRule(2, "uri LIKE '/shop%'", "http.request.rules.traceRuleMatch:DEBUG");
     addTraceRule(3, "port = 80", ":NOTICE");
-    TrSpec *custom = nullptr;
     const struct {
-        const char *name, *path, *customSpec, *words;
+        const char *path, *customSpec, *traced;
     } cases[] = {
-        {"the first matching rule", "/shop/a", nullptr, "2 REQUESTTRACE uri LIKE '/shop%' localhost 80 /shop/a"},
-        {"no rule", "/other", nullptr, "initRequestTraceSpec tracing with DEFAULT trace spec"},
-        {"no rule, a custom specification", "/other", ":DEBUG",
-         "initRequestTraceSpec tracing with custom property 'DefaultRequestTraceSpec'"},
-        {"a rule before the custom one", "/shop/b", ":DEBUG", "2 REQUESTTRACE uri LIKE '/shop%' localhost 80 /shop/b"},
+        {"/shop/a", nullptr, "uri LIKE '/shop%'"},
+        {"/other", nullptr, "DEFAULT trace spec"},
+        {"/other", ":DEBUG", "custom property 'DefaultRequestTraceSpec'"},
+        {"/shop/b", ":DEBUG", "uri LIKE '/shop%'"},
     };
     tav.setTraceSpec(":DEBUG");
     for (const auto &c : cases) {
+        const bool shop = c.path[1] == 's';
         host.path = c.path;
-        host.port = *c.path == '/' && c.path[1] == 's' ? 80 : 81;
+        host.port = shop ? 80 : 81;
         tav.setCustomTraceSpec(c.customSpec);
-        custom = tav.customSpec;
         tav.trace.clear();
         TavHttpContext *ctx = obtain();
-        TrSpec *expected = host.port == 80 ? byPath : custom ? custom : trContextPeekSpec(trMgrGetDefaultContext(tav.mgr));
-        EXPECT_EQ(trContextPeekSpec(tavHttpContextGetTrContext(ctx)), expected) << c.name;
-        EXPECT_TRUE(tracedWords(tav, c.words)) << c.name << ": " << testing::PrintToString(tav.trace);
+        TrSpec *otherwise = tav.customSpec ? tav.customSpec : trContextPeekSpec(trMgrGetDefaultContext(tav.mgr));
+        EXPECT_EQ(trContextPeekSpec(tavHttpContextGetTrContext(ctx)), shop ? byPath : otherwise) << c.path;
+        EXPECT_TRUE(tav.traced(c.traced)) << testing::PrintToString(tav.trace);
         tavHttpContextRelease(ctx);
     }
     host.path.reset(); // nothing that is traced may be null
@@ -196,21 +167,14 @@ TEST(HttpContextNull, IsTolerated) {
     tavHttpContextRelease(nullptr);
     tavHttpContextDelete(nullptr);
     tavHttpContextSetState(nullptr, RESPONSE_ARRIVED, 0, nullptr);
-    tavHttpContextSetMyTargetInfo(nullptr, nullptr, nullptr);
-    tavHttpContextBreakAffinity(nullptr);
     EXPECT_EQ(tavHttpContextGetAction(nullptr), REJECT);
     EXPECT_EQ(tavHttpContextGetErrorCode(nullptr), 500);
     EXPECT_EQ(tavHttpContextShouldHandle(nullptr), 0);
     EXPECT_EQ(tavHttpContextPerformResponseProcessing(nullptr), -1);
     EXPECT_EQ(tavHttpContextCancelRequest(nullptr), 1);
-    EXPECT_FALSE(tavHttpContextSetReject(nullptr, 500, "x"));
     EXPECT_EQ(tavHttpContextGetTargetEndpoint(nullptr), nullptr);
-    EXPECT_EQ(tavHttpContextWaitForRollout(nullptr), nullptr);
-    EXPECT_EQ(tavHttpContextGetTargetInfo(nullptr), nullptr);
-    for (auto get : {tavHttpContextGetErrorMessage, tavHttpContextGetRedirectURL, tavHttpContextGetProtocol, tavHttpContextGetVirtualHost,
-                     tavHttpContextGetPath, tavHttpContextGetURL, tavHttpContextGetApplicationName, tavHttpContextGetModuleName,
-                     tavHttpContextGetContextRoot, tavHttpContextGetMatchedVHostName, tavHttpContextGetTargetEndpointServerName,
-                     tavHttpContextGetApplicationEditionName, tavHttpContextGetMessage})
+    for (auto get : {tavHttpContextGetErrorMessage, tavHttpContextGetRedirectURL, tavHttpContextGetURL, tavHttpContextGetApplicationName,
+                     tavHttpContextGetTargetEndpointServerName, tavHttpContextGetApplicationEditionName})
         EXPECT_EQ(get(nullptr), nullptr);
 }
 

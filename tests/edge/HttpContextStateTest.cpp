@@ -21,46 +21,38 @@ protected:
 TavTime now;
 TavTime fakeClock() { return now; }
 
-TEST_F(HttpContextState, NamesEveryState) {
-    EXPECT_STREQ(tavHttpContextStateToString(INITIAL), "INITIAL");
-    EXPECT_STREQ(tavHttpContextStateToString(CONNECT_FAILURE), "CONNECT_FAILURE");
-    EXPECT_STREQ(tavHttpContextStateToString(RESPONSE_PROCESSED), "RESPONSE_PROCESSED");
-    EXPECT_STREQ(tavHttpContextStateToString(FREE), "FREE");
-    EXPECT_STREQ(tavHttpContextStateToString(static_cast<TavHttpContextState>(23)), "UNKNOWN");
-    EXPECT_STREQ(tavHttpContextStateToString(static_cast<TavHttpContextState>(-1)), "UNKNOWN");
-}
-
 TEST_F(HttpContextState, MapsOnceAndTurnsTheResultIntoAnAction) {
     addServer("S1");
     addRule("1", "queryparm(go) = 'away'", "redirect:http://else/");
     addRule("2", "queryparm(go) = 'no'", "reject:403");
     addRule("default", "true", "permitsticky:shop");
     const struct {
-        const char *path, *query;
+        const char *name;
+        Text path, query;
         int handled;
         TavAction action;
         int errorCode;
         const char *edition;
     } cases[] = {
-        {"/shop/a", nullptr, 1, PERMIT, 0, ""},        {"/shop/a", "go=away", 1, REDIRECT, 0, nullptr},
-        {"/shop/a", "go=no", 1, REJECT, 403, nullptr}, {"/elsewhere", nullptr, 0, REJECT, 404, nullptr},
-        {nullptr, nullptr, -1, REJECT, 500, nullptr},
+        {"permit", "/shop/a", {}, 1, PERMIT, 0, ""},
+        {"redirect", "/shop/a", "go=away", 1, REDIRECT, 0, nullptr},
+        {"reject", "/shop/a", "go=no", 1, REJECT, 403, nullptr},
+        {"nothing there", "/elsewhere", {}, 0, REJECT, 404, nullptr},
+        {"no path", {}, {}, -1, REJECT, 500, nullptr},
     };
     tav.setTraceSpec("http.request.map:DEBUG");
     for (const auto &c : cases) {
-        SCOPED_TRACE(testing::Message() << tavOrNull(c.path) << "?" << tavOrNull(c.query));
-        host.path = c.path ? Text(c.path) : Text();
-        host.query = c.query ? Text(c.query) : Text();
+        SCOPED_TRACE(c.name);
+        host.path = c.path;
+        host.query = c.query;
         tav.trace.clear();
         TavHttpContext *ctx = obtain();
-        EXPECT_EQ(tavHttpContextShouldHandle(ctx), c.handled);
-        EXPECT_EQ(tavHttpContextShouldHandle(ctx), c.handled);
+        for (int i = 0; i < 2; i++) EXPECT_EQ(tavHttpContextShouldHandle(ctx), c.handled);
         EXPECT_STREQ(tavHttpContextGetApplicationEditionName(ctx), c.edition);
         EXPECT_EQ(tavHttpContextGetAction(ctx), c.action);
         EXPECT_EQ(tavHttpContextGetErrorCode(ctx), c.errorCode);
         EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx) != nullptr, c.edition != nullptr);
         EXPECT_EQ(countTraced("performRequestMapping: exit " + std::to_string(c.handled) + "\n"), 1);
-        EXPECT_GE(countTraced("performRequestMapping: return previous result: " + std::to_string(c.handled) + "\n"), 2);
         tavHttpContextRelease(ctx);
     }
 }
@@ -69,27 +61,17 @@ TEST_F(HttpContextState, StoresWhatTheMapperFound) {
     addServer("S1");
     TavHttpContext *ctx = route();
     EXPECT_STREQ(tavHttpContextGetApplicationName(ctx), "shop");
-    EXPECT_STREQ(tavHttpContextGetModuleName(ctx), "/cell/c/application/shop/webModule/store");
     EXPECT_STREQ(tavHttpContextGetContextRoot(ctx), "/shop");
     EXPECT_STREQ(tavHttpContextGetMatchedVHostName(ctx), "/cell/c/vHostGroup/default");
     EXPECT_STREQ(tavHttpContextGetTargetEndpointServerName(ctx), "S1");
-    EXPECT_STREQ(tavHttpContextGetURL(ctx), "http://localhost:80//shop/cart");
+    host.host.reset();
+    EXPECT_STREQ(tavHttpContextGetURL(ctx), "http://:80//shop/cart");
     host.path = "/else"; // built once
-    EXPECT_STREQ(tavHttpContextGetURL(ctx), "http://localhost:80//shop/cart");
+    EXPECT_STREQ(tavHttpContextGetURL(ctx), "http://:80//shop/cart");
     EXPECT_TRUE(tavHttpContextGetPerformedLoadBalancing(ctx));
-    EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), servers[0].endpoint);
     EXPECT_EQ(servers[0].server->outstandingRequestCount, 1);
     tavHttpContextRelease(ctx); // without any report
     EXPECT_EQ(servers[0].server->outstandingRequestCount, 0);
-}
-
-TEST_F(HttpContextState, UrlOfARequestWithoutTexts) {
-    host.host.reset();
-    host.protocol.reset();
-    host.path.reset();
-    TavHttpContext *ctx = obtain();
-    EXPECT_STREQ(tavHttpContextGetURL(ctx), "://:80/");
-    tavHttpContextRelease(ctx);
 }
 
 // One report on a fresh target each.
@@ -126,15 +108,12 @@ TEST_F(HttpContextState, EachReportSettlesTheAccounts) {
 
 TEST_F(HttpContextState, TriesOtherServersAfterFailures) {
     for (const char *name : {"S1", "S2", "S3"}) addServer(name);
-    TavHttpContext *ctx = route();
-    report(ctx, CONNECT_FAILURE);
-    EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
-    report(ctx, CONNECT_FAILURE);
-    EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
-    report(ctx, RESPONSE_TIMEOUT);
+    TavHttpContext *ctx = obtain();
+    for (TavHttpContextState state : {CONNECT_FAILURE, CONNECT_FAILURE, RESPONSE_TIMEOUT}) {
+        EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
+        report(ctx, state);
+    }
     EXPECT_EQ(ctx->failureCount, 1);
-    EXPECT_EQ(tavHttpContextGetNumOfResponseTimeouts(ctx), 1);
-    EXPECT_EQ(tavListGetCount(ctx->failedServerApps), 3);
     for (const SiteServer &s : servers) EXPECT_TRUE(tavHttpContextIsFailedServerApp(ctx, s.sapp.serverApplication));
     EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), nullptr);
     EXPECT_EQ(tavHttpContextGetErrorCode(ctx), 504); // a response timed out before
@@ -148,9 +127,6 @@ TEST_F(HttpContextState, ConnectResultsReachTheServer) {
     tavHttpContextSetState(ctx, CONNECT_FAILURE, 111, const_cast<char *>("100% refused %s"));
     EXPECT_TRUE(tav.traced("server S1 failed")) << tav.trace.size();
     EXPECT_TRUE(tav.traced("100% refused %s"));
-    EXPECT_EQ(tavHttpContextGetSubState(ctx), 111);
-    EXPECT_STREQ(tavHttpContextGetMessage(ctx), "100% refused %s");
-    EXPECT_NE(servers[0].server->nextRetryTime, 0u);
     tavHttpContextRelease(ctx);
     servers[0].server->nextRetryTime = 0; // selectable again, still with a raised interval
     ctx = route();
@@ -182,13 +158,6 @@ TEST_F(HttpContextState, MeasuresTheServiceTime) {
         EXPECT_EQ(ctx->serviceTime, c.expected) << c.name;
         tavHttpContextRelease(ctx);
     }
-    now = 0; // a start of 0 is none
-    TavHttpContext *ctx = route();
-    report(ctx, REQUEST_SENDING);
-    now = 50;
-    report(ctx, RESPONSE_ARRIVED);
-    EXPECT_EQ(ctx->serviceTime, TAV_NO_VALUE);
-    tavHttpContextRelease(ctx);
 }
 
 TEST_F(HttpContextState, LimitsEndpointsAndTimePerRequest) {
@@ -211,13 +180,11 @@ TEST_F(HttpContextState, LimitsEndpointsAndTimePerRequest) {
     now += 499;
     EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
     tavHttpContextRelease(ctx);
-    tav.setTraceSpec("http.request.process:DEBUG");
     ctx = obtain();
     now += 500;
     EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), nullptr);
     EXPECT_EQ(tavHttpContextGetErrorCode(ctx), 504);
     EXPECT_STREQ(tavHttpContextGetErrorMessage(ctx), "MaxElapsedTimePerRequest exceeded");
-    EXPECT_TRUE(tav.traced("tavHttpContextGetTargetEndpoint: exit - tep=NULL, MaxElapsedTimePerRequest exceeded\n"));
     tavHttpContextRelease(ctx);
 }
 
@@ -233,15 +200,18 @@ TEST_F(HttpContextState, AFixedEndpointServesEverythingUnaccounted) {
     tavHttpContextRelease(ctx);
 }
 
-TEST_F(HttpContextState, OnlyASuspendedRequestIsCancelled) {
+TEST_F(HttpContextState, OnlyASuspendedRequestIsCancelledAndOneOfManyCancelsWins) {
     TavHttpContext *ctx = obtain();
     EXPECT_EQ(tavHttpContextCancelRequest(ctx), 1);
-    EXPECT_EQ(host.resumes, 0);
-    report(ctx, REQUEST_SUSPENDED);
-    EXPECT_EQ(tavHttpContextCancelRequest(ctx), 0);
-    EXPECT_EQ(tavHttpContextGetState(ctx), REQUEST_CANCELED);
-    EXPECT_EQ(tavHttpContextCancelRequest(ctx), 1);
-    EXPECT_EQ(host.resumes, 1);
+    for (int round = 1; round <= 200; round++) {
+        report(ctx, REQUEST_SUSPENDED);
+        std::atomic<int> won = 0;
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 3; i++) threads.emplace_back([&] { won += tavHttpContextCancelRequest(ctx) == 0; });
+        for (std::thread &thread : threads) thread.join();
+        ASSERT_EQ(won, 1);
+        ASSERT_EQ(host.resumes, round);
+    }
     host.resumeResult = 7;
     report(ctx, REQUEST_SUSPENDED);
     EXPECT_EQ(tavHttpContextCancelRequest(ctx), -1);
@@ -249,20 +219,6 @@ TEST_F(HttpContextState, OnlyASuspendedRequestIsCancelled) {
     report(ctx, REQUEST_SUSPENDED);
     EXPECT_EQ(tavHttpContextCancelRequest(ctx), -1);
     EXPECT_EQ(tavHttpContextGetState(ctx), REQUEST_CANCELED);
-    tavHttpContextRelease(ctx);
-}
-
-TEST_F(HttpContextState, OneOfManyCancelsWins) {
-    TavHttpContext *ctx = obtain();
-    for (int round = 0; round < 200; round++) {
-        report(ctx, REQUEST_SUSPENDED);
-        std::atomic<int> won = 0;
-        std::vector<std::thread> threads;
-        for (int i = 0; i < 3; i++) threads.emplace_back([&] { won += tavHttpContextCancelRequest(ctx) == 0; });
-        for (std::thread &thread : threads) thread.join();
-        ASSERT_EQ(won, 1);
-    }
-    EXPECT_EQ(host.resumes, 200);
     tavHttpContextRelease(ctx);
 }
 

@@ -56,80 +56,55 @@ protected:
     EvaluationContext evalCtx;
 };
 
+using Host = EnvHttpContext;
 const struct OperandCase {
     const char *operand;
-    void (*setUp)(EnvHttpContext &host);
+    void (*setUp)(Host &host);
     const char *expected;
 } OPERANDS[] = {
-    {"uri", [](auto &h) { h.path = "/shop;jsessionid=1"; }, "/shop;jsessionid=1"},
-    {"URI", [](auto &h) { h.path = ""; }, ""},
-    {"uri", [](auto &h) { h.path.reset(); }, "(no cell)"},
-    {"uid", [](auto &h) { h.userName = "eve"; }, "eve"},
-    {"uid", [](auto &) {}, "(no cell)"},
-    {"HTTPMethod", [](auto &h) { h.method = "PATCH"; }, "PATCH"},
-    {"port", [](auto &h) { h.port = 8443; }, "8443"},
-    {"virtualport", [](auto &h) { h.port = -1; }, "-1"},
-    {"serverhost", [](auto &h) { h.host = "www"; }, "www"},
-    {"virtualhost", [](auto &h) { h.host = "www"; }, "www"},
-    {"clientipv4", [](auto &h) { h.clientIp = "::1"; }, "::1"},
-    {"clientipv6", [](auto &h) { h.clientIp = "10.0.0.1"; }, "10.0.0.1"},
-    {"serveripv4", [](auto &h) { h.localAddress = "10.0.0.2"; }, "10.0.0.2"},
-    {"serveripv6", [](auto &h) { h.localAddress = "10.0.0.2"; }, "10.0.0.2"},
-    {"serveripv4", [](auto &) {}, "(no cell)"},
-    {"protocol", [](auto &h) { h.protocol = "HTTPS"; }, "HTTPS"},
-    {"protocol", [](auto &h) { h.protocol.reset(); }, "(null)"},
+    {"uri", [](Host &h) { h.path = "/shop;jsessionid=1"; }, "/shop;jsessionid=1"},
+    {"URI", [](Host &h) { h.path = ""; }, ""},
+    {"uri", [](Host &h) { h.path.reset(); }, "(no cell)"},
+    {"uid", [](Host &h) { h.userName = "eve"; }, "eve"},
+    {"HTTPMethod", [](Host &h) { h.method = "PATCH"; }, "PATCH"},
+    {"port", [](Host &h) { h.port = 8443; }, "8443"},
+    {"virtualport", [](Host &h) { h.port = -1; }, "-1"},
+    {"serverhost", [](Host &h) { h.host = "www"; }, "www"},
+    {"virtualhost", [](Host &h) { h.host = "www"; }, "www"},
+    {"clientipv4", [](Host &h) { h.clientIp = "::1"; }, "::1"},
+    {"clientipv6", [](Host &h) { h.clientIp = "10.0.0.1"; }, "10.0.0.1"},
+    {"serveripv4", [](Host &h) { h.localAddress = "10.0.0.2"; }, "10.0.0.2"},
+    {"serveripv6", [](Host &h) { h.localAddress = "10.0.0.2"; }, "10.0.0.2"},
+    {"protocol", [](Host &h) { h.protocol = "HTTPS"; }, "HTTPS"},
+    {"protocol", [](Host &h) { h.protocol.reset(); }, "(null)"},
     {"header(X-One)",
-     [](auto &h) {
-         h.headers["x-one"] = {"1", "2"};
+     [](Host &h) {
+         h.headers["x-one"].assign({"1", "2"});
      },
      "1"},
-    {"header$Accept", [](auto &h) { h.headers["Accept"] = {""}; }, ""},
-    {"header(Missing)", [](auto &) {}, "(no cell)"},
-    {"cookie(Id)",
-     [](auto &h) {
-         h.cookies = {{"Id", "a=b"}, {"id", "c"}};
-     },
-     "a=b"},
-    {"cookie(ID)",
-     [](auto &h) {
-         h.cookies = {{"Id", "a"}};
-     },
-     "(no cell)"},
-    {"clienthost",
-     [](auto &h) {
-         h.clientHost = "pc";
-         h.headers["$ZVRH"] = {"front"};
-     },
-     "front"},
-    {"clienthost",
-     [](auto &h) {
-         h.clientHost = "pc";
-         h.headers["$ZVRH"] = {""};
-     },
-     "pc"},
-    {"clienthost", [](auto &h) { h.clientHost = "pc"; }, "pc"},
-    {"clienthost", [](auto &) {}, "(no cell)"},
+    {"header$Accept", [](Host &h) { h.headers["Accept"] = {""}; }, ""},
+    {"header(Missing)", [](Host &) {}, "(no cell)"},
+    {"cookie(Id)", [](Host &h) { h.cookies["Id"] = "a=b", h.cookies["id"] = "c"; }, "a=b"},
+    {"cookie(ID)", [](Host &h) { h.cookies["Id"] = "a"; }, "(no cell)"},
+    {"clienthost", [](Host &h) { h.clientHost = "pc", h.headers["$ZVRH"] = {"front"}; }, "front"},
+    {"clienthost", [](Host &h) { h.clientHost = "pc", h.headers["$ZVRH"] = {""}; }, "pc"},
+    {"clienthost", [](Host &h) { h.clientHost = "pc"; }, "pc"},
     {"gids(realm)",
-     [](auto &h) {
-         h.groups = {"admins", "users", "o'x"};
+     [](Host &h) {
+         h.groups = std::vector<std::string>{"admins", "users", "o'x"};
      },
      "('admins','users','o'x')"},
-    {"gids(realm)", [](auto &h) { h.groups = {"one"}; }, "('one')"},
-    {"gids(realm)", [](auto &h) { h.groups.emplace(); }, "(null)"},
-    {"gids(realm)", [](auto &) {}, "(no cell)"},
-    {"queryparm(b)", [](auto &h) { h.query = "a=1&b=2"; }, "2"},
-    {"queryparm(a)", [](auto &h) { h.query = "a=1&b=2"; }, "1"},
-    {"queryparm(flag)", [](auto &h) { h.query = "flag&b=2"; }, "flag"},
-    {"queryparm(flag)", [](auto &h) { h.query = "x=1&flag"; }, "flag"},
-    {"queryparm(flag)", [](auto &h) { h.query = "flagged"; }, "flagged"},
-    {"queryparm(b)", [](auto &h) { h.query = "xb=5"; }, "5"},
-    {"queryparm(b)", [](auto &h) { h.query = "a=b&c=3"; }, "b"},
-    {"queryparm(name)", [](auto &h) { h.query = "username=x&name=y"; }, "x"},
-    {"queryparm(a)", [](auto &h) { h.query = "a=&b=2"; }, ""},
-    {"queryparm(a)", [](auto &h) { h.query = "a=x=y%20z"; }, "x=y%20z"},
-    {"queryparm(B)", [](auto &h) { h.query = "b=1"; }, "(null)"},
-    {"queryparm(b)", [](auto &h) { h.query = ""; }, "(null)"},
-    {"queryparm(b)", [](auto &) {}, "(no cell)"},
+    {"gids(realm)", [](Host &h) { h.groups.emplace(); }, "(null)"},
+    {"queryparm(b)", [](Host &h) { h.query = "a=1&b=2"; }, "2"},
+    {"queryparm(flag)", [](Host &h) { h.query = "x=1&flag"; }, "flag"},
+    {"queryparm(flag)", [](Host &h) { h.query = "flagged"; }, "flagged"},
+    {"queryparm(b)", [](Host &h) { h.query = "xb=5"; }, "5"},
+    {"queryparm(b)", [](Host &h) { h.query = "a=b&c=3"; }, "b"},
+    {"queryparm(name)", [](Host &h) { h.query = "username=x&name=y"; }, "x"},
+    {"queryparm(a)", [](Host &h) { h.query = "a=&b=2"; }, ""},
+    {"queryparm(a)", [](Host &h) { h.query = "a=x=y%20z"; }, "x=y%20z"},
+    {"queryparm(B)", [](Host &h) { h.query = "b=1"; }, "(null)"},
+    {"queryparm(b)", [](Host &h) { h.query = ""; }, "(null)"},
 };
 
 TEST_F(HttpLanguage, OperandsGiveTheRequestsProperties) {
@@ -139,6 +114,7 @@ TEST_F(HttpLanguage, OperandsGiveTheRequestsProperties) {
         EXPECT_EQ(valueOf(c.operand), c.expected) << c.operand << " of " << (&c - OPERANDS);
     }
     host = EnvHttpContext();
+    for (const char *operand : {"uid", "serveripv4", "clienthost", "gids(realm)", "queryparm(b)"}) EXPECT_EQ(valueOf(operand), "(no cell)");
     host.path = std::string(5000, 'p'); // more than the evaluation keeps at hand
     EXPECT_EQ(valueOf("uri"), *host.path);
 }
@@ -158,30 +134,19 @@ TEST_F(HttpLanguage, RulesDecideByTheRequest) {
     host.headers["Accept"] = {"text/html"};
     host.cookies["lang"] = "de";
     host.groups = {"admins"};
-    const struct {
-        const char *rule;
-        bool expected;
-    } cases[] = {
-        {"uri LIKE '/shop/%' AND HTTPMethod = 'GET'", true},
-        {"uri = '/shop/cart' AND port = 81", false},
-        {"port = 80 OR uri = 'x'", true},
-        {"queryparm(size) = '10' AND cookie(lang) = 'de'", true},
-        {"queryparm(name=size) = '10'", true},
-        {"queryparm(absent) IS NULL", true}, // there is a query
-        {"header(absent) IS NULL", false},   // no value at all: no operator holds
-        {"header(absent) IS NOT NULL", false},
-        {"uid IS NULL", false},
-        {"protocol IS NOT NULL", true},
-        {"header(Accept) + cookie(lang) = 'text/htmlde'", true},
-        {"'admins' IN gids(r)", false}, // a text, not a list
-        {"gids(r) IS NULL", false},
-        {"gids(r) IS NOT NULL", true},
-        {"virtualport BETWEEN 80 AND 90", true},
-        {"NOT serverhost = 'localhost'", false},
-    };
-    for (const auto &c : cases) {
-        ExpressionPtr expr = parse(c.rule);
-        EXPECT_EQ(expr && expressionIsTrue(expr.get(), &evalCtx), c.expected) << c.rule;
+    for (const char *rule :
+         {"uri LIKE '/shop/%' AND HTTPMethod = 'GET'", "port = 80 OR uri = 'x'", "queryparm(size) = '10' AND cookie(lang) = 'de'",
+          "queryparm(name=size) = '10'", "queryparm(absent) IS NULL", "protocol IS NOT NULL",
+          "header(Accept) + cookie(lang) = 'text/htmlde'", "gids(r) IS NOT NULL", "virtualport BETWEEN 80 AND 90"}) {
+        ExpressionPtr expr = parse(rule);
+        EXPECT_TRUE(expr && expressionIsTrue(expr.get(), &evalCtx)) << rule;
+    }
+    // Of no value at all no operator holds; the groups are a text, not a list.
+    for (const char *rule : {"uri = '/shop/cart' AND port = 81", "header(absent) IS NULL", "header(absent) IS NOT NULL", "uid IS NULL",
+                             "'admins' IN gids(r)", "gids(r) IS NULL", "NOT serverhost = 'localhost'"}) {
+        ExpressionPtr expr = parse(rule);
+        EXPECT_TRUE(expr) << rule;
+        EXPECT_FALSE(expr && expressionIsTrue(expr.get(), &evalCtx)) << rule;
     }
 }
 
@@ -192,33 +157,17 @@ TEST_F(HttpLanguage, RegistersItsOperandsBehindTheCommonOnes) {
         names,
         "true false percentage time rampup nulloperand uri queryparm uid gids header cookie HTTPMethod clienthost clientipv4 clientipv6 "
         "serverhost serveripv4 serveripv6 port protocol virtualhost virtualport ");
-    std::string methods;
-    const Operand *method = langFindOperand(tav.language, "httpmethod");
-    for (int i = 0; i < method->numSelectableValues; i++)
-        methods += std::string(method->selectableValues[i]->string) + "=" + method->selectableValues[i]->key + " ";
-    EXPECT_EQ(
-        methods,
-        "GET=HTTPLang.Operand.HttpGet POST=HTTPLang.Operand.HttpPost PUT=HTTPLang.Operand.HttpPut DELETE=HTTPLang.Operand.HttpDelete ");
     EXPECT_TRUE(operandReturnsType(langFindOperand(tav.language, "gids"), EXPR_LIST));
-    EXPECT_EQ(tavListGetCount(tav.language->operators), 25);
 }
 
 TEST_F(HttpLanguage, ReportsWhatShouldNotHappen) {
-    const struct {
-        const char *rule, *expected;
-    } cases[] = {
-        {"queryparm() = 'x'", "In operandCreateExpression_queryparm - invalid number of inputs (0) - expecting 1.\n"},
-        {"header() = 'x'", "In operandCreateExpression_header - invalid number of inputs (0) - expecting 1.\n"},
-        {"cookie() = 'x'", "In operandCreateExpression_cookie - invalid number of inputs (0) - expecting 1.\n"},
-    };
-    for (const auto &c : cases) {
+    for (const std::string name : {"queryparm", "header", "cookie"}) {
         testing::internal::CaptureStderr();
-        EXPECT_EQ(parse(c.rule), nullptr) << c.rule;
-        const std::string error = testing::internal::GetCapturedStderr();
-        EXPECT_NE(error.find(std::string("\n** TAV_ERROR(tavHttpLangauge): ") + c.expected), std::string::npos) << error;
+        EXPECT_EQ(parse((name + "() = 'x'").c_str()), nullptr) << name;
+        const std::string expected =
+            "\n** TAV_ERROR(tavHttpLangauge): In operandCreateExpression_" + name + " - invalid number of inputs (0) - expecting 1.\n";
+        EXPECT_NE(testing::internal::GetCapturedStderr().find(expected), std::string::npos) << name;
     }
-    EXPECT_EQ(operandCreateExpression_uri(nullptr, nullptr), nullptr);
-
     ExpressionPtr expr = parse("uri");
     EvaluationContext empty;
     evaluationContextInit(&empty, nullptr, nullptr, nullptr);

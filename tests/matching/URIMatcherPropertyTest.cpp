@@ -10,10 +10,7 @@
 
 namespace {
 
-struct MatcherDeleter {
-    void operator()(URIMatcher *matcher) const { URIMatcherDelete(matcher); }
-};
-typedef std::unique_ptr<URIMatcher, MatcherDeleter> MatcherPtr;
+using MatcherPtr = std::unique_ptr<URIMatcher, decltype([](URIMatcher *matcher) { URIMatcherDelete(matcher); })>;
 
 class Texts {
 public:

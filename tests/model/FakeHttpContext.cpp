@@ -138,7 +138,7 @@ const char *tavHttpContextGetProtocol(TavHttpContext *ctx) noexcept { return fak
 const char *tavHttpContextGetVirtualHost(TavHttpContext *ctx) noexcept { return fakeChars(ctx->request.host); }
 int tavHttpContextGetVirtualPort(TavHttpContext *ctx) noexcept { return ctx->request.port; }
 const char *tavHttpContextGetPath(TavHttpContext *ctx) noexcept { return fakeChars(ctx->request.path); }
-const char *tavHttpContextGetURL(TavHttpContext *ctx) noexcept { return ctx->url ? fakeChars(ctx->url) : "http://fake/"; }
+const char *tavHttpContextGetURL(TavHttpContext *ctx) noexcept { return ctx ? "http://fake/" : nullptr; }
 const char *tavHttpContextGetApplicationName(TavHttpContext *ctx) noexcept { return fakeChars(ctx->applicationName); }
 const char *tavHttpContextGetModuleName(TavHttpContext *ctx) noexcept { return fakeChars(ctx->moduleName); }
 const char *tavHttpContextGetEditionName(TavHttpContext *ctx) noexcept { return fakeChars(ctx->editionName); }
@@ -171,7 +171,4 @@ Boolean tavHttpContextIsFailedServerApp(TavHttpContext *ctx, const TargetServerA
     return ctx->failedServerApps.contains(sapp);
 }
 
-TavTargetEndpoint *tavHttpContextWaitForRollout(TavHttpContext *ctx) noexcept {
-    ctx->rolloutWaits++;
-    return ctx->rolloutEndpoint;
-}
+TavTargetEndpoint *tavHttpContextWaitForRollout(TavHttpContext *) noexcept { return nullptr; }

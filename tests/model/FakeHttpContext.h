@@ -1,6 +1,4 @@
 // The world around this floor, as records: an instance, a snapshot, a host request and a request context that remembers what was set on it.
-// Provides every tavHttpContext... function that the mapper, the rules and the selector call, the host callbacks host, port, path,
-// protocol, header and cookie, and of the instance: trace manager and context, callbacks, HTTP language, SSL map mode and properties.
 #ifndef MODEL_FAKEHTTPCONTEXT_H
 #define MODEL_FAKEHTTPCONTEXT_H
 
@@ -54,7 +52,7 @@ struct _TavHttpContext {
     EnvHttpContext request;
     TavAction action = NONE;
     int errorCode = 0;
-    FakeText errorMsg, redirectURL, editionName, applicationName, moduleName, contextRoot, vHostName, url;
+    FakeText errorMsg, redirectURL, editionName, applicationName, moduleName, contextRoot, vHostName;
     Boolean sticky = FALSE;
     TavSSLMapMode sslMapMode = NullMapMode;
     HttpAffinityPolicy *policy = nullptr;
@@ -65,8 +63,6 @@ struct _TavHttpContext {
     int responseTimeouts = 0;
     Boolean performedLoadBalancing = FALSE;
     int brokenAffinity = 0;
-    TavTargetEndpoint *rolloutEndpoint = nullptr; // what a rollout wait yields
-    int rolloutWaits = 0;
     int copies = 0;     // texts copied so far
     int copyFails = -1; // the copy that finds no memory; -1: none
 };

@@ -22,7 +22,8 @@ void RulesTest::SetUp() {
     ModelTest::SetUp();
     Language *language = tav.httpLanguage = langCreate(nullptr, nullptr);
     langRegisterCommonOperands(language);
-    Operand *uri = operandCreate("uri", 0, nullptr, 0, nullptr, createOperand, nullptr, operandEvaluateAsCell<uriValue>, nullptr, 1, EXPR_STRING);
+    Operand *uri =
+        operandCreate("uri", 0, nullptr, 0, nullptr, createOperand, nullptr, operandEvaluateAsCell<uriValue>, nullptr, 1, EXPR_STRING);
     operandSetEvaluateInto(uri, uriValue);
     langRegisterOperand(language, uri);
     langRegisterCommonOperators(language);

@@ -67,38 +67,6 @@ TEST_F(SelectorTest, AnUnavailableModuleIsLoggedWithItsCluster) {
     EXPECT_TRUE(traced(std::string("503 error: no servers are running web module '") + moduleName + "; Error Status Code=503'\n"));
 }
 
-)")) << testing::PrintToString(fakeTrace);
-    EXPECT_EQ(cluster->refcnt, 2);
-    tsLinkServerToWebModule(b.server, module, FALSE);
-    ctx->moduleName.reset();
-    selectName(*ctx);
-    ctx = request();
-    selectName(*ctx);
-    EXPECT_TRUE(traced("tsSelect: null module name; Error Status Code=500\n"));
-    EXPECT_TRUE(traced(std::string("503 error: no servers are running web module '") + moduleName + "; Error Status Code=503'\n"));
-}
-
-TEST_F(SelectorTest, ARolloutIsWaitedForOnlyWhenNothingWasChosen) {
-    tsClusterSetEditionRolloutInProgress(cluster, TRUE);
-    auto ctx = request();
-    EXPECT_EQ(selectName(*ctx), "-");
-    EXPECT_EQ(ctx->rolloutWaits, 1);
-    EXPECT_EQ(ctx->errorCode, 503);
-    Back &b = back("a");
-    ctx->rolloutWaits = 0;
-    EXPECT_EQ(selectName(*ctx), "a");
-    EXPECT_EQ(ctx->rolloutWaits, 0);
-    finish(*ctx);
-    // The wait selects by itself: its target is stored and counted once.
-    b.state("STOPPED");
-    ctx = request();
-    ctx->rolloutEndpoint = b.http;
-    EXPECT_EQ(tsSelect(ts, ctx.get()), b.http);
-    EXPECT_EQ(ctx->endpoint, b.http);
-    EXPECT_EQ(b.http->refcnt, 1);
-    EXPECT_EQ(cluster->refcnt, 2);
-}
-
 // ---- affinity ----
 
 TEST_F(SelectorTest, SessionIdsAreResolvedPieceByPiece) {
@@ -115,7 +83,7 @@ TEST_F(SelectorTest, SessionIdsAreResolvedPieceByPiece) {
         {"s:c1:c2", "/", "one", 0},
         {"s:gone:c2", "/", "two", 0},
         {"s::c2", "/", "two", 0}, // an empty piece is a clone id of no one
-        {"c1", "/", "-", 1}, // the session proper is no clone id
+        {"c1", "/", "-", 1},      // the session proper is no clone id
         {"", "/", "-", 1},
         {"s:c3", "/", "-", 1},
         {"s:C1", "/", "-", 1},
@@ -141,24 +109,6 @@ TEST_F(SelectorTest, SessionIdsAreResolvedPieceByPiece) {
         EXPECT_EQ(selectName(*ctx), "two");
         finish(*ctx);
     }
-}
-
-TEST_F(SelectorTest, EachMissIsToldInTheTrace) {
-    Back &b = back("a", "c1");
-    Back &c = back("c", "c2");
-    b.state("QUIESCED");
-    tsServerApplicationDelete(&c.handle);
-    traceAt(":NOTICE,http.request.select.affinity:DEBUG");
-    auto ctx = request("s:c1:c2:c3");
-    EXPECT_EQ(selectName(*ctx), "-");
-    const std::string why =
-        "Server application for cloneId 'c1' is not selectable because in QUIESCE state\n"
-        "Server application was not found for cloneId 'c2'\n"
-        "Server was not found for cloneId 'c3'\n";
-    EXPECT_TRUE(traced("getAffinitySappFromSid: a routable sapp was not found for any cloneId in the sessionId 's:c1:c2:c3' because:\n\t " +
-                       why + "\n"));
-    EXPECT_TRUE(traced(why)) << testing::PrintToString(fakeTrace);
-    EXPECT_TRUE(traced("getSessionIdFromUrl: session id='null'\n"));
 }
 
 TEST_F(SelectorTest, PartitionIdsStandForCloneIds) {
@@ -332,21 +282,6 @@ TEST_F(SelectorTest, EverySkippedServerIsToldWithItsReason) {
                   "transport is not valid\n", "no cluster associated with the server\n"}));
     EXPECT_TRUE(traced("wlor: finished - shop, /cell/c/node/n/server/good\n"));
     finish(*ctx);
-
-    // The same reasons for a tool that only looks.
-    std::map<std::string, std::string> told;
-    bareBack("unlinked");
-    const auto tell = [](const TsVisit *visit, void *passback) {
-        const char *why = tsServerApplicationReason(visit->sapp, fakeNow, FALSE);
-        if (!why) why = tsServerTransportReason(visit->server, 0);
-        auto &map = *static_cast<std::map<std::string, std::string> *>(passback);
-        map[tavPathToName(visit->server->name)] = std::string(visit->virtualCluster ? "" : "unlinked, ") + tavOrNull(why);
-    };
-    tsForEachServerApplication(ts, tell, &told);
-    EXPECT_EQ(told.size(), 9u);
-    EXPECT_EQ(told["good"], "null");
-    EXPECT_EQ(told["portless"], "transport is not valid");
-    EXPECT_EQ(told["unlinked"], "unlinked, server application is STOPPED");
 }
 
 TEST_F(SelectorTest, ConnectFailuresBackOffTenfoldUpToAMinute) {
@@ -393,7 +328,7 @@ TEST_F(SelectorTest, TheFirstLevelWithAMapModeChoosesTheProtocol) {
     Back &b = back("a");
     endpoint(b.server, "tps", "https", "secure", 9443);
     const struct {
-        TavSSLMapMode request, library;
+        TavSSLMapMode request, ofInstance;
         const char *module, *protocol, *expected;
     } rows[] = {
         {NullMapMode, NullMapMode, nullptr, "http", "http"},
@@ -411,7 +346,7 @@ TEST_F(SelectorTest, TheFirstLevelWithAMapModeChoosesTheProtocol) {
         auto ctx = request();
         ctx->request.protocol = row.protocol;
         ctx->sslMapMode = row.request;
-        tav.sslMapMode = row.library;
+        tav.sslMapMode = row.ofInstance;
         rmWebModuleSetPropStr(module, "protocolMap", row.module);
         EXPECT_STREQ(tavTargetEndpointGetProtocol(tsSelect(ts, ctx.get())), row.expected);
         finish(*ctx);

@@ -169,22 +169,6 @@ TEST_F(SelectorTest, AnOlderRequestsEndFreesOnlyItsOwnTime) {
     EXPECT_EQ(world.endpointsAlive, 1);
 }
 
-TEST_F(SelectorTest, AccessorsHaveDefaultsWithoutAnEndpointOrCluster) {
-    Back &b = bareBack("a");
-    TavTargetEndpoint *ep = tsEndPointCreate(b.server, "tp");
-    EXPECT_EQ(tavTargetEndpointGetIOTimeoutRetry(ep), -1);
-    EXPECT_EQ(tavTargetEndpointGetClusterName(ep), nullptr);
-    tsClusterSetIoTimeoutRetry(cluster, 2);
-    tsLinkClusterServer(cluster, b.server, TRUE);
-    EXPECT_EQ(tavTargetEndpointGetIOTimeoutRetry(ep), 2);
-    TavTargetEndpoint loose{};
-    EXPECT_EQ(tavTargetEndpointGetConnectTimeout(&loose), 5);
-    EXPECT_EQ(tavTargetEndpointGetIOTimeout(&loose), 900);
-    EXPECT_EQ(tavTargetEndpointGetWsIOTimeout(&loose), 30);
-    EXPECT_EQ(tavTargetEndpointGetWsIdleTimeout(&loose), 900);
-    EXPECT_EQ(tavTargetEndpointGetConnector(&loose), nullptr);
-}
-
 // ---- deletion under way ----
 
 TEST_F(SelectorTest, ARequestHoldsExactlyWhatItWasGiven) {

@@ -17,7 +17,7 @@
 namespace {
 
 constexpr int REQUEST_THREADS = 4;
-constexpr int STEPS = TAV_TEST_SANITIZED ? 600 : 6000; // of the configuration
+constexpr int STEPS = TAV_TEST_SANITIZED ? 1500 : 6000; // of the configuration
 
 // The generation in a name such as "/cell/c/cluster/k17": its last number; -1 without one.
 int generationOf(const std::string &name) {

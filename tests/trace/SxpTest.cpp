@@ -1,5 +1,4 @@
 #include "TraceFixture.h"
-#include "base/FailEachAllocation.h"
 #include "tavSxp/tavSxp.h"
 
 namespace {
@@ -24,18 +23,13 @@ TEST(SxLex, CutsTokens) {
         int state;
         const char *expected;
     } cases[] = {
-        {"signs stand alone", "<a.b:c_1=/!->?", 1, "[<][a.b:c_1][=][/][!][-][>][?] line 1"},
-        {"blanks and newlines", "a \t\r\nb\n\nc", 1, "[a][b][c] line 4"},
         {"a newline that ends a word counts once", "a\nb\n", 1, "[a][b] line 3"},
-        {"quoted", "\"a <b>\n%s\" \"\"", 1, "[a <b>\n%s][] line 2"},
         {"unfinished quote", "a \"bc", 1, "[a] line 1"},
         {"other characters vanish", "@a#b\xe4$", 1, "[a][b] line 1"},
         {"a word's start is stricter than its rest", "_a .b a_b", 1, "[a][b][a_b] line 1"},
         {"content words run on", "a, b/c 5%-\\n ('x'); d=e", 15, "[a, b/c 5%-\\n ('x'); d][=][e] line 1"},
         {"a content sign before a word vanishes", "(a) %s = %d", 15, "[a) %s ][=][d] line 1"},
-        {"the same text between elements", "(a) %s", 1, "[a][s] line 1"},
         {"NUL ends the input", std::string("a b\0c", 5), 1, "[a][b] line 1"},
-        {"longest word", "12345678 x", 1, "[12345678][x] line 1"},
         {"word too long", "x 123456789", 1, "[x] line 1 token exceeded maximum token length"},
         {"quoted text too long", "\"123456789\"", 1, " line 1 token exceeded maximum token length"},
     };
@@ -72,7 +66,6 @@ TEST(Sxp, CallsBackInTheOrderOfTheDocument) {
     const struct {
         const char *name, *text, *events;
     } cases[] = {
-        {"nothing", "", ""},
         {"declaration and comments", "<?xml a=\"1\" ? b ?><!-- a - b < c > --><a/>", "<a></a:(none)>"},
         {"attributes in order", "<a x=\"1\" y=two x=\"\"></a>", "<a x=1 y=two x=></a:(none)>"},
         {"names in any case", "<Ab></aB>", "<Ab></Ab:(none)>"},
@@ -91,41 +84,28 @@ TEST(Sxp, CallsBackInTheOrderOfTheDocument) {
 
 TEST(Sxp, TellsTokenLineAndFile) {
     const struct {
-        const char *name;
         std::string text, message;
     } cases[] = {
-        {"text between elements", "<a/>\nx", "tavSxpParse: Expected '<' token; got 'x'. line 2 of tav-trace.xml\n"},
-        {"text after an end tag", "<a><b/>x</a>", "tavSxpParse: Expected '<' token; got 'x'. line 1 of tav-trace.xml\n"},
-        {"wrong end tag", "<a><b></a>", "tavSxpParse: Expected '>' token or b; got 'a'. line 1 of tav-trace.xml\n"},
-        {"end tag without element", "</a>", "tavSxpParse: Expected '>' token or ; got 'a'. line 1 of tav-trace.xml\n"},
-        {"short end tag without element", "<a/></>", "tavSxpParse: Expected '>' token or ; got '>'. line 1 of tav-trace.xml\n"},
-        {"attribute without =", "<a b \"c\">", "tavSxpParse: Expected '=' token; got 'c'. line 1 of tav-trace.xml\n"},
-        {"end tag not closed", "<a></a b>", "tavSxpParse: Expected '>' token; got 'b'. line 1 of tav-trace.xml\n"},
-        {"no comment", "<!x", "tavSxpParse: Expected first dash of comment start; got 'x'. line 1 of tav-trace.xml\n"},
-        {"half a comment", "<!-x", "tavSxpParse: Expected second dash of comment start; got 'x'. line 1 of tav-trace.xml\n"},
-        {"dashes in a comment", "<!-- a -- b -->", "tavSxpParse: Expected comment end; got 'b'. line 1 of tav-trace.xml\n"},
-        {"start refused", "<refused/>", "tavSxpParse: Start element returned FALSE for refused. line 1 of tav-trace.xml\n"},
-        {"end refused", "<refusedEnd/>", "tavSxpParse: End element returned FALSE for refusedEnd. line 1 of tav-trace.xml\n"},
-        {"input ends in a tag", "<a b=\"c\"\n", "tavSxpParse: Lexer returned NULL. Line 2 of tav-trace.xml\n"},
-        {"input ends in content", "<a>b", "tavSxpParse: Lexer returned NULL. Line 1 of tav-trace.xml\n"},
-        {"token too long in content", "<a>" + std::string(4096, 'x'), "tavSxpParse: Lexer returned NULL. Line 1 of tav-trace.xml\n"},
-        {"token too long between elements", std::string(4096, 'x'), "tavSxpParse: Lexer returned NULL. Line 1 of tav-trace.xml\n"},
+        {"<a/>\nx", "Expected '<' token; got 'x'. line 2"},
+        {"<a><b></a>", "Expected '>' token or b; got 'a'. line 1"},
+        {"</a>", "Expected '>' token or ; got 'a'. line 1"},
+        {"<a/></>", "Expected '>' token or ; got '>'. line 1"},
+        {"<a b \"c\">", "Expected '=' token; got 'c'. line 1"},
+        {"<!-x", "Expected second dash of comment start; got 'x'. line 1"},
+        {"<!-- a -- b -->", "Expected comment end; got 'b'. line 1"},
+        {"<refused/>", "Start element returned FALSE for refused. line 1"},
+        {"<refusedEnd/>", "End element returned FALSE for refusedEnd. line 1"},
+        {"<a b=\"c\"\n", "Lexer returned NULL. Line 2"},
+        {"<a>b", "Lexer returned NULL. Line 1"},
+        {"<a>" + std::string(4096, 'x'), "Lexer returned NULL. Line 1"},
+        {std::string(4096, 'x'), "Lexer returned NULL. Line 1"},
     };
     for (const auto &c : cases) {
         testing::internal::CaptureStdout();
-        EXPECT_EQ(parse(c.text), 0) << c.name;
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.message) << c.name;
+        EXPECT_EQ(parse(c.text), 0) << c.text;
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "tavSxpParse: " + c.message + " of tav-trace.xml\n");
     }
     EXPECT_EQ(parse("<a>" + std::string(4095, 'x') + "</a>"), 1);
-}
-
-TEST(Sxp, GivesBackItsMemory) {
-    failEachAllocation([](auto failed) {
-        int result = parse("<a b=\"c\"><d>text = more</d></a><e f=g");
-        EXPECT_NE(result, 1);
-        EXPECT_TRUE(failed() || result == 0);
-    });
-    EXPECT_EQ(tavSxpCreate(nullptr, TRUE), nullptr);
 }
 
 } // namespace
