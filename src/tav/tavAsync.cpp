@@ -16,6 +16,9 @@
 
 namespace {
 
+// Grows with every thread whose end is waited for.
+constinit std::atomic<unsigned int> endedThreads{0};
+
 struct AsyncWork {
     void *obj;
     AsyncCallbackFcn callback;
@@ -28,7 +31,8 @@ void discardWork(AsyncWork *work) noexcept {
 }
 
 // Moves everything queued to `mine`, waiting once when there is nothing. Returns false when the thread is to end.
-bool takeQueue(Tav *tav, TavList *mine) noexcept {
+// `awaited`: tavDestroy waits for the end.
+bool takeQueue(Tav *tav, TavList *mine, bool *awaited) noexcept {
     TavCondition *cond = tav->asyncWorkCondition;
     tavConditionObtainLock(cond, "tavAsyncThread");
     if (tavListIsEmpty(tav->asyncWorkQueue) && !tav->asyncStopping) tavConditionWait(cond);
@@ -37,6 +41,7 @@ bool takeQueue(Tav *tav, TavList *mine) noexcept {
     std::swap(mine->tail, tav->asyncWorkQueue->tail);
     std::swap(mine->count, tav->asyncWorkQueue->count);
     const bool goOn = !tav->asyncStopping || !tavListIsEmpty(mine);
+    *awaited = tav->asyncAwaited;
     tavConditionReleaseLock(cond);
     return goOn;
 }
@@ -44,15 +49,20 @@ bool takeQueue(Tav *tav, TavList *mine) noexcept {
 void tavAsyncThread(void *arg) noexcept {
     Tav *tav = static_cast<Tav *>(arg);
     TavList mine = {nullptr, nullptr, nullptr, 0};
-    while (takeQueue(tav, &mine)) {
+    bool awaited = false;
+    while (takeQueue(tav, &mine, &awaited)) {
         while (auto *work = static_cast<AsyncWork *>(tavListRemoveHead(&mine))) {
             work->callback(tav, work->obj);
             tavFree(work);
         }
     }
-    tav->asyncRunning.store(0);
-    tav->asyncRunning.notify_all();
+    // Who waits holds references of its own: the thread's goes first, so that the last one is dropped where the host can see it. The
+    // store is the last touch of the instance; the counter that wakes outlives it.
     tavReleaseRef(tav, "tavAsyncThread");
+    if (!awaited) return;
+    tav->asyncRunning.store(0);
+    ++endedThreads;
+    endedThreads.notify_all();
 }
 
 // The handle of a thread is its identifier.
@@ -77,14 +87,16 @@ Boolean tavAsyncStart(Tav *tav) noexcept {
 }
 
 void tavAsyncStop(Tav *tav) noexcept {
+    // After a fork the child has no such thread; on the thread itself there is nothing to wait for.
+    const bool waits = tav->asyncPid == getpid() && !onAsyncThread(tav);
     tavConditionObtainLock(tav->asyncWorkCondition, "tavDestroy2");
     tav->asyncStopping = true;
+    tav->asyncAwaited = waits;
     tavConditionSignal(tav->asyncWorkCondition);
     tavConditionReleaseLock(tav->asyncWorkCondition);
-    // After a fork the child has no such thread; on the thread itself there is nothing to wait for.
-    if (tav->asyncPid != getpid() || onAsyncThread(tav)) return;
+    if (!waits) return;
     TavControlPause pause("tavDestroy2");
-    while (tav->asyncRunning.load() != 0) tav->asyncRunning.wait(1);
+    for (unsigned int seen = endedThreads; tav->asyncRunning != 0; seen = endedThreads) endedThreads.wait(seen);
 }
 
 void tavProcessAsync(Tav *tav, void *obj, AsyncCallbackFcn handler, void (*discard)(void *obj)) noexcept {

@@ -95,8 +95,9 @@ struct _Tav {
     TavHashMap *trustedProxySet;  // the list's texts, for the look-up
     std::atomic<Boolean> selectEndpointByVHost;
     std::atomic<int> partitionCount; // entries of the partition table
+    bool asyncAwaited;               // tavDestroy waits for the thread; likewise
     bool asyncStopping;              // guarded by the async condition's lock
-    std::atomic<int> asyncRunning;   // 1 while the thread is in its loop
+    std::atomic<int> asyncRunning;   // not 0 while the thread is in its loop
     pid_t asyncPid;                  // of the process that started the thread
     TrSpec *noticeTraceSpec;         // ":NOTICE" compiled once, for requests to copy
     std::atomic<bool> terminateQueued;

@@ -42,13 +42,12 @@ bool processBegin(TavProcess *process) noexcept {
 }
 
 void processEnd(TavProcess *process) noexcept {
-    Tav *tav = process->tav;
+    // Never the last reference: whoever destroys the instance waits for this loop, and needs the control lock to go on.
+    tavReleaseRef(process->tav, "processEnd");
     process->loopIsHere = false;
     process->state = PS_NOT_RUNNING;
     process->state.notify_all();
     tavControlUnlock();
-    // The process object is the instance's: nothing of it may be touched from here on.
-    tavReleaseRef(tav, "processEnd");
 }
 
 bool processIsStopping(const TavProcess *process) noexcept { return process->state == PS_STOPPING; }
