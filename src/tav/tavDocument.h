@@ -12,6 +12,7 @@
 typedef enum TavObjectHandlerParmType { RoutingInfo = 0, ParentMandatory = 1, ParentOptional = 2 } TavObjectHandlerParmType;
 
 typedef void Object;
+// `name` is a shared text (tavSharedText.h), so that an object which keeps it needs no copy.
 typedef Object *(*CreateFcn)(void *parentOrSnapshot, const char *name, TavConnector *connector);
 typedef Boolean (*SetPropStrFcn)(Object *object, const char *name, const char *value);
 typedef Boolean (*SetPropIntFcn)(Object *object, const char *name, int value);
@@ -46,8 +47,9 @@ typedef struct RelationshipHandler {
 struct _ObjectWrapper {
     const ObjectHandler *handler;
     Object *object;   // null: the object went with its parent
-    const char *name; // borrowed: the object map's own key
+    const char *name; // shared text, counted; the object map's key
 
+    TavHashEle entry;          // in the object map; its key is `name`
     ObjectWrapper *firstChild; // wrappers whose objects go with this one, newest first
     ObjectWrapper *next;       // sibling
     ObjectWrapper **link;      // what points to this one among its siblings; null: no parent
@@ -106,7 +108,7 @@ Boolean objectHandlerAcceptsParent(const ObjectHandler *child, const ObjectHandl
 
 // ---- wrappers (control lock held); see also tavObjectMap.h ----
 // They live in the snapshot's slabs: one allocation for many, none for a removal.
-// Borrows `name`. Null without memory.
+// Becomes another holder of `name`, a shared text. Null without memory.
 ObjectWrapper *objectWrapperCreate(TavRoutingInfo *ri, const ObjectHandler *handler, Object *object, const char *name) noexcept;
 void objectWrapperDelete(TavRoutingInfo *ri, ObjectWrapper *wrapper) noexcept;        // the objects that go with it and its own too
 void objectWrapperDeleteWrapper(TavRoutingInfo *ri, ObjectWrapper *wrapper) noexcept; // the wrapper only; null ignored

@@ -4,6 +4,7 @@
 #include "tavInternal.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavUtil/tavMemory.h"
+#include "tavUtil/tavSharedText.h"
 #include "tavUtil/tavString.h"
 #include "tr/tr.h"
 
@@ -17,10 +18,9 @@ TargetSelector *selectorOf(void *snapshot) noexcept { return static_cast<TavRout
 
 Object *tavCellCreate(void *snapshot, const char *name, TavConnector *) noexcept {
     auto *ri = static_cast<TavRoutingInfo *>(snapshot);
-    TavText copy(tavStrdup(name));
-    Cell *cell = copy ? tavNewRecord<Cell>(copy.get(), ri->tav, ri) : nullptr;
+    Cell *cell = tavNewRecord<Cell>(nullptr, ri->tav, ri);
     if (!cell) return nullptr;
-    copy.release();
+    cell->name = tavSharedTextObtain(name);
     ri->cell = cell;
     return cell;
 }
@@ -36,7 +36,7 @@ void tavCellDelete(Object *object) noexcept {
     auto *cell = static_cast<Cell *>(object);
     if (!cell) return;
     if (cell->ri->cell == cell) cell->ri->cell = nullptr;
-    tavFree(cell->name);
+    tavSharedTextRelease(cell->name);
     tavDestroyRecord(cell);
 }
 
@@ -47,7 +47,7 @@ Object *tavNodeCreate(void *snapshot, const char *name, TavConnector *) noexcept
 Object *tavClusterCreate(void *snapshot, const char *name, TavConnector *) noexcept { return tsClusterCreate(selectorOf(snapshot), name); }
 
 Object *tavServerCreate(void *node, const char *name, TavConnector *connector) noexcept {
-    return tsServerCreate(static_cast<TargetNode *>(node), name, connector);
+    return tsServerCreateShared(static_cast<TargetNode *>(node), name, connector);
 }
 
 // ---- server applications: the object is a handle, so that a record that went with its server is never followed ----
@@ -55,7 +55,7 @@ Object *tavServerCreate(void *node, const char *name, TavConnector *connector) n
 Object *tavServerApplicationCreate(void *server, const char *name, TavConnector *connector) noexcept {
     auto *handle = tavNewRecord<TavServerApplication>();
     if (!handle) return nullptr;
-    if (tsServerApplicationCreate(static_cast<TargetServer *>(server), name, connector, handle)) return handle;
+    if (tsServerApplicationCreateShared(static_cast<TargetServer *>(server), name, connector, handle)) return handle;
     tavDestroyRecord(handle);
     return nullptr;
 }
@@ -75,7 +75,7 @@ void tavServerApplicationRelease(Object *object) noexcept {
 // ---- endpoints ----
 
 Object *tavEndPointCreate(void *server, const char *name, TavConnector *) noexcept {
-    return tsEndPointCreate(static_cast<TargetServer *>(server), name);
+    return tsEndPointCreateShared(static_cast<TargetServer *>(server), name);
 }
 
 Boolean tavEndPointInit(Object *endpoint) noexcept { return tsEndPointInit(static_cast<TavTargetEndpoint *>(endpoint)); }

@@ -5,6 +5,7 @@
 
 #include "tavJsonWalk.h"
 #include "tavTargetSelector/tavTargetSelector.h"
+#include "tavUtil/tavSharedText.h"
 #include "tavUtil/tavString.h"
 
 namespace {
@@ -32,13 +33,14 @@ ObjectWrapper *createObject(const EntryView *entry, const ObjectName *name, cons
     if (handler->parmType == ParentMandatory && !(parent = mandatoryParent(entry, name, above, info))) return nullptr;
     void *argument = parent ? parent->object : static_cast<void *>(info->ri);
     if (handler->parmType == ParentOptional) argument = parent = parentOf(name, above, info);
-    Object *object = handler->create(argument, entry->name, info->c);
+    const TavSharedText shared(tavObjectMapShareName(info->ri, name));
+    Object *object = shared ? handler->create(argument, shared.get(), info->c) : nullptr;
     if (!object) {
         DOC_REFUSE(info, "object", "failed to create %s object: %s\n", entry->type, entry->name);
         info->failed = TRUE;
         return nullptr;
     }
-    ObjectWrapper *wrapper = tavObjectMapAdd(info->ri, name, handler, object, parent);
+    ObjectWrapper *wrapper = tavObjectMapAdd(info->ri, name, shared.get(), handler, object, parent);
     if (wrapper) return wrapper;
     if (DeleteFcn discard = handler->delete_ ? handler->delete_ : handler->release) discard(object);
     info->failed = TRUE;

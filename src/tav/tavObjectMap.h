@@ -1,5 +1,8 @@
 // The snapshot's map of configuration objects: full name to wrapper, and which objects go with which.
 //
+// A name is kept once: the wrapper holds it as a shared text, the map's key is that text, and the object may hold it too.
+// The map's entries are part of the wrappers.
+//
 // A wrapper whose type needs a parent stands in its parent's list of children. When the parent is deleted, the children's objects go with
 // it; their wrappers stay in the map as tombstones (no object) until an add or a delete of the same name meets them.
 #ifndef TAV_TAVOBJECTMAP_H
@@ -27,9 +30,11 @@ inline bool objectNameHasParent(const ObjectName *name, const char *parent, size
 // All with the control lock held. Returned wrappers are borrowed until they are removed.
 ObjectWrapper *tavObjectMapFind(const TavRoutingInfo *ri, const ObjectName *name) noexcept;       // tombstones too; null when absent
 ObjectWrapper *tavObjectMapFindParent(const TavRoutingInfo *ri, const ObjectName *name) noexcept; // null for a tombstone
-// Puts an object into the map, in the place of a tombstone if there is one, below `parent` (may be null). Null without memory: the object
-// stays the caller's.
-ObjectWrapper *tavObjectMapAdd(TavRoutingInfo *ri, const ObjectName *name, const ObjectHandler *handler, Object *object,
+// The name as a shared text (null without memory): that of the map, when it has a wrapper of that name. The caller releases it.
+char *tavObjectMapShareName(const TavRoutingInfo *ri, const ObjectName *name) noexcept;
+// Puts an object into the map, in the place of a tombstone if there is one, below `parent` (may be null); `shared` is the name from
+// tavObjectMapShareName (the map becomes another holder). Null without memory: the object stays the caller's.
+ObjectWrapper *tavObjectMapAdd(TavRoutingInfo *ri, const ObjectName *name, const char *shared, const ObjectHandler *handler, Object *object,
                                ObjectWrapper *parent) noexcept;
 // Takes the wrapper out of the map and deletes it with its object (objectWrapperDelete), or without.
 void tavObjectMapDelete(TavRoutingInfo *ri, const ObjectName *name) noexcept;

@@ -3,10 +3,11 @@
 
 #include "tavObjectMap.h"
 #include "tavUtil/tavMemory.h"
+#include "tavUtil/tavSharedText.h"
 
 namespace {
 
-constexpr size_t SLAB_WRAPPERS = 80; // a page
+constexpr size_t SLAB_WRAPPERS = 51; // a page
 
 } // namespace
 
@@ -100,7 +101,7 @@ ObjectWrapper *objectWrapperCreate(TavRoutingInfo *ri, const ObjectHandler *hand
     if (!ri->freeWrappers && !addSlab(ri)) return nullptr;
     ObjectWrapper *wrapper = ri->freeWrappers;
     ri->freeWrappers = wrapper->next;
-    *wrapper = {handler, object, name, nullptr, nullptr, nullptr};
+    *wrapper = {handler, object, tavSharedTextObtain(name), {}, nullptr, nullptr, nullptr};
     return wrapper;
 }
 
@@ -113,6 +114,7 @@ void objectWrapperDelete(TavRoutingInfo *ri, ObjectWrapper *wrapper) noexcept {
 void objectWrapperDeleteWrapper(TavRoutingInfo *ri, ObjectWrapper *wrapper) noexcept {
     if (!wrapper) return;
     unlinkFromParent(wrapper);
+    tavSharedTextRelease(wrapper->name);
     *wrapper = {};
     wrapper->next = ri->freeWrappers;
     ri->freeWrappers = wrapper;
@@ -128,7 +130,12 @@ ObjectWrapper *tavObjectMapFindParent(const TavRoutingInfo *ri, const ObjectName
     return parent && parent->object ? parent : nullptr;
 }
 
-ObjectWrapper *tavObjectMapAdd(TavRoutingInfo *ri, const ObjectName *name, const ObjectHandler *handler, Object *object,
+char *tavObjectMapShareName(const TavRoutingInfo *ri, const ObjectName *name) noexcept {
+    const ObjectWrapper *wrapper = tavObjectMapFind(ri, name);
+    return wrapper ? tavSharedTextObtain(wrapper->name) : tavSharedTextCreate(name->text);
+}
+
+ObjectWrapper *tavObjectMapAdd(TavRoutingInfo *ri, const ObjectName *name, const char *shared, const ObjectHandler *handler, Object *object,
                                ObjectWrapper *parent) noexcept {
     if (ObjectWrapper *tombstone = tavObjectMapFind(ri, name)) {
         unlinkFromParent(tombstone);
@@ -137,32 +144,36 @@ ObjectWrapper *tavObjectMapAdd(TavRoutingInfo *ri, const ObjectName *name, const
         linkBelow(tombstone, parent);
         return tombstone;
     }
-    ObjectWrapper *wrapper = objectWrapperCreate(ri, handler, object, name->text);
+    ObjectWrapper *wrapper = objectWrapperCreate(ri, handler, object, shared);
     if (!wrapper) return nullptr;
-    if (tavHashPut2(ri->objectMap, name->text, name->hash, wrapper)) {
-        objectWrapperDeleteWrapper(ri, wrapper);
-        return nullptr;
-    }
-    wrapper->name = tavHashFindEle(ri->objectMap, name->text, name->length, name->hash)->key;
+    wrapper->entry = {nullptr, name->hash, wrapper->name, wrapper};
+    tavHashLink(ri->objectMap, &wrapper->entry);
     linkBelow(wrapper, parent);
     return wrapper;
 }
 
-void tavObjectMapDelete(TavRoutingInfo *ri, const ObjectName *name) noexcept {
-    auto *wrapper = static_cast<ObjectWrapper *>(tavHashPut2(ri->objectMap, name->text, name->hash, nullptr));
-    if (wrapper) objectWrapperDelete(ri, wrapper);
+static ObjectWrapper *takeOut(TavRoutingInfo *ri, const ObjectName *name) noexcept {
+    ObjectWrapper *wrapper = tavObjectMapFind(ri, name);
+    if (wrapper) tavHashUnlink(ri->objectMap, &wrapper->entry);
+    return wrapper;
 }
 
-void tavObjectMapDeleteWrapper(TavRoutingInfo *ri, const ObjectName *name) noexcept {
-    objectWrapperDeleteWrapper(ri, static_cast<ObjectWrapper *>(tavHashPut2(ri->objectMap, name->text, name->hash, nullptr)));
+void tavObjectMapDelete(TavRoutingInfo *ri, const ObjectName *name) noexcept {
+    if (ObjectWrapper *wrapper = takeOut(ri, name)) objectWrapperDelete(ri, wrapper);
 }
+
+void tavObjectMapDeleteWrapper(TavRoutingInfo *ri, const ObjectName *name) noexcept { objectWrapperDeleteWrapper(ri, takeOut(ri, name)); }
 
 void tavObjectMapRelease(TavRoutingInfo *ri) noexcept {
+    tavHashMapForget(ri->objectMap); // the entries go with the wrappers
+    tavHashMapDestroy(ri->objectMap);
+    ri->objectMap = nullptr;
     while (ObjectWrapperSlab *slab = ri->wrapperSlabs) {
-        for (ObjectWrapper &wrapper : slab->wrappers) releaseObject(&wrapper);
+        for (ObjectWrapper &wrapper : slab->wrappers) {
+            releaseObject(&wrapper);
+            tavSharedTextRelease(wrapper.name);
+        }
         ri->wrapperSlabs = slab->next;
         tavFree(slab);
     }
-    tavHashMapDestroy(ri->objectMap);
-    ri->objectMap = nullptr;
 }

@@ -11,7 +11,7 @@
 typedef struct _ObjectWrapper ObjectWrapper;
 
 typedef struct _Cell {
-    char *name;
+    char *name;         // shared text, counted
     Tav *tav;           // borrowed
     TavRoutingInfo *ri; // borrowed: the snapshot
 } Cell;

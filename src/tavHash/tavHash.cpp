@@ -6,9 +6,11 @@
 //
 // Keys are copied into the entry's own block. That block stays outside the allocation counter, which counts what callers make. Values
 // belong to the caller until the map is cleaned or destroyed; a put hands back what it displaced. Entries are unlinked before their value
-// is destroyed, so a value's destructor may use the map. Not locked.
+// is destroyed, so a value's destructor may use the map. A map may instead link entries that are part of its caller's records
+// (tavHashLink). Not locked.
 #include "tavHash/tavHash.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -168,6 +170,26 @@ void *tavHashPut2(TavHashMap *hm, const char *key, int hash, void *val) noexcept
     if (!*link) return val;
     hm->count++;
     return nullptr;
+}
+
+void tavHashLink(TavHashMap *hm, TavHashEle *ele) noexcept {
+    if (hm->count > hm->max) grow(hm);
+    ele->next = nullptr;
+    *findLink(hm, ele->key, ele->hash) = ele;
+    hm->count++;
+}
+
+void tavHashUnlink(TavHashMap *hm, const TavHashEle *ele) noexcept {
+    TavHashEle **link = bucketOf(hm, ele->hash);
+    while (*link != ele) link = &(*link)->next;
+    *link = ele->next;
+    hm->count--;
+}
+
+void tavHashMapForget(TavHashMap *hm) noexcept {
+    if (!hm) return;
+    std::fill_n(hm->array, static_cast<size_t>(hm->max) + 1, nullptr);
+    hm->count = 0;
 }
 
 TavHashIterator *tavHashIteratorCreate(TavHashMap *hm) noexcept {

@@ -15,7 +15,7 @@ typedef void (*TavHashDestructorFcn)(void *val);
 typedef struct _TavHashEle {
     struct _TavHashEle *next;
     int hash;
-    const char *key; // owned, in the element's own block
+    const char *key; // owned, in the element's own block, unless the element is the caller's
     void *val;
 } TavHashEle;
 
@@ -53,6 +53,11 @@ const TavHashEle *tavHashFindEle(const TavHashMap *hm, const char *key, size_t l
 // returns null. Without memory the new value is returned unless it was stored.
 void *tavHashPut(TavHashMap *hm, const char *key, void *val) noexcept;
 void *tavHashPut2(TavHashMap *hm, const char *key, int hash, void *val) noexcept;
+// For a map whose entries are all the caller's own memory. tavHashLink never fails: the caller has set hash, key and value, and the key is
+// not in the map. tavHashMapForget empties the map and leaves the entries alone; it must come before the map is destroyed.
+void tavHashLink(TavHashMap *hm, TavHashEle *ele) noexcept;
+void tavHashUnlink(TavHashMap *hm, const TavHashEle *ele) noexcept; // an entry of this map
+void tavHashMapForget(TavHashMap *hm) noexcept;                     // null ignored
 
 TavHashIterator *tavHashIteratorCreate(TavHashMap *hm) noexcept; // returns new
 void tavHashIteratorStart(TavHashMap *hm, TavHashIterator *it) noexcept;

@@ -78,11 +78,20 @@ TavListEle *tavListAddTail(TavList *list, void *object) noexcept { return insert
 
 TavListEle *tavListInsertBefore(TavList *list, TavListEle *ele, void *object) noexcept { return insert(list, ele, object); }
 
-void *tavListRemove(TavList *list, TavListEle *ele) noexcept {
-    if (!ele || tavListIsEmpty(list)) return nullptr;
+void tavListLinkTail(TavList *list, TavListEle *ele, void *object) noexcept {
+    ele->object = object;
+    link(list, ele, nullptr);
+}
+
+void tavListUnlink(TavList *list, TavListEle *ele) noexcept {
     (ele->prev ? ele->prev->next : list->head) = ele->next;
     (ele->next ? ele->next->prev : list->tail) = ele->prev;
     list->count--;
+}
+
+void *tavListRemove(TavList *list, TavListEle *ele) noexcept {
+    if (!ele || tavListIsEmpty(list)) return nullptr;
+    tavListUnlink(list, ele);
     void *object = ele->object;
     tavFree(ele);
     return object;

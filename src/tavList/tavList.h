@@ -40,6 +40,11 @@ void tavListDelete(TavList *list, TavListEle *ele) noexcept;
 void *tavListRemoveHead(TavList *list) noexcept;
 void *tavListRemoveTail(TavList *list) noexcept;
 
+// For elements that are the caller's own memory: linked at the tail without fail, taken out only by tavListUnlink. The list must be empty
+// of them before it is cleaned or destroyed.
+void tavListLinkTail(TavList *list, TavListEle *ele, void *object) noexcept;
+void tavListUnlink(TavList *list, TavListEle *ele) noexcept; // an element of this list
+
 TavListEle *tavListFind(const TavList *list, const void *object) noexcept;  // by identity
 TavListEle *tavListFindStr(const TavList *list, const char *text) noexcept; // a list of texts
 void *tavListFindAndRemove(TavList *list, void *object) noexcept;           // the object, or null

@@ -17,6 +17,7 @@
 // endpoints are made or dropped. Connectors are told after it (TsScope).
 #include "tavTargetSelector/tavTargetSelector.h"
 
+#include <algorithm>
 #include <iterator>
 
 #include "tavRequestMapper/tavHttpAffinityPolicy.h"
@@ -31,15 +32,20 @@ TsScope::TsScope(TavLock *lock, const char *who) noexcept TAV_NO_ANALYSIS : lock
 
 TsScope::~TsScope() noexcept TAV_NO_ANALYSIS {
     tavLockRelease(lock_);
-    if (notices_ || deadServerApplications_ || deadServers_) settle();
+    if (begun_.first || ended_.first || deadServerApplications_ || deadServers_) settle();
+}
+
+void TsScope::send(Notices &notices, Boolean begun) const noexcept {
+    while (TsNotice *notice = notices.first) {
+        notices.first = notice->next;
+        if (!muted_) tavConnectorPostRoutingChange(notice->connector, notice->path, begun, TRUE);
+        tsNoticeDelete(notice);
+    }
 }
 
 void TsScope::settle() noexcept {
-    while (TsNotice *notice = notices_) {
-        notices_ = notice->next;
-        if (!muted_) tavConnectorPostRoutingChange(notice->connector, notice->path, notice->add, TRUE);
-        tsNoticeDelete(notice);
-    }
+    send(begun_, TRUE);
+    send(ended_, FALSE);
     while (TargetServerApplication *sapp = deadServerApplications_) {
         deadServerApplications_ = sapp->nextDead;
         if (sapp->connector) tavConnectorReleaseRef(sapp->connector, "server application");
@@ -52,11 +58,11 @@ void TsScope::settle() noexcept {
     }
 }
 
-void TsScope::notify(TsNotice *notice) noexcept {
+void TsScope::Notices::add(TsNotice *notice) noexcept {
     if (!notice) return;
     notice->next = nullptr;
-    *lastNotice_ = notice;
-    lastNotice_ = &notice->next;
+    *last = notice;
+    last = &notice->next;
 }
 
 void TsScope::bury(TargetServerApplication *sapp) noexcept {
@@ -71,15 +77,10 @@ void TsScope::bury(TargetServer *server) noexcept {
 
 // ---- notices ----
 
-TsNotice *tsNoticeCreate(const TargetServerApplication *sapp, Boolean add) noexcept {
-    const size_t length = strlen(sapp->path) + 1;
-    auto *notice = static_cast<TsNotice *>(tavMalloc(sizeof(TsNotice) + length));
+TsNotice *tsNoticeCreate(const TargetServerApplication *sapp) noexcept {
+    auto *notice = tavNewRecord<TsNotice>(nullptr, sapp->connector, nullptr);
     if (!notice) return nullptr;
-    char *path = reinterpret_cast<char *>(notice + 1);
-    memcpy(path, sapp->path, length);
-    notice->path = path;
-    notice->add = add;
-    notice->connector = sapp->connector;
+    notice->path = tavSharedTextObtain(sapp->path);
     if (notice->connector) tavConnectorObtainRef(notice->connector, "routing change");
     return notice;
 }
@@ -87,7 +88,8 @@ TsNotice *tsNoticeCreate(const TargetServerApplication *sapp, Boolean add) noexc
 void tsNoticeDelete(TsNotice *notice) noexcept {
     if (!notice) return;
     if (notice->connector) tavConnectorReleaseRef(notice->connector, "routing change");
-    tavFree(notice);
+    tavSharedTextRelease(notice->path);
+    tavDestroyRecord(notice);
 }
 
 // ---- membership ----
@@ -95,11 +97,7 @@ void tsNoticeDelete(TsNotice *notice) noexcept {
 Boolean tsMemberAdd(TsMember **chain, TavList *list, void *container, void *object) noexcept {
     auto *member = tavNewRecord<TsMember>();
     if (!member) return FALSE;
-    member->ele = tavListAddTail(list, object);
-    if (!member->ele) {
-        tavDestroyRecord(member);
-        return FALSE;
-    }
+    tavListLinkTail(list, &member->ele, object);
     member->list = list;
     member->container = container;
     member->next = *chain;
@@ -118,8 +116,25 @@ TsMember *tsMemberFindOldest(TsMember *chain, const void *container) noexcept {
 void tsMemberDrop(TsMember **chain, TsMember *member) noexcept {
     while (*chain != member) chain = &(*chain)->next;
     *chain = member->next;
-    tavListRemove(member->list, member->ele);
+    tavListUnlink(member->list, &member->ele);
     tavDestroyRecord(member);
+}
+
+// ---- states ----
+
+namespace {
+constexpr const char *usualStates[] = {"STARTED", "STOPPED", "AFFINITY", "QUIESCING", "QUIESCED"};
+} // namespace
+
+char *tsStateCopy(const char *state) noexcept {
+    for (const char *usual : usualStates) {
+        if (tavStrEquals(usual, state)) return const_cast<char *>(usual);
+    }
+    return tavStrdup(state);
+}
+
+void tsStateFree(char *state) noexcept {
+    if (std::find(std::begin(usualStates), std::end(usualStates), state) == std::end(usualStates)) tavFree(state);
 }
 
 // ---- names of values ----

@@ -74,17 +74,21 @@ static void changed(TavTargetEndpoint *endpoint, TsEndPointPeriod *next, char *o
 // ---- life ----
 
 TavTargetEndpoint *tsEndPointCreate(TargetServer *server, const char *name) noexcept {
+    return tsEndPointCreateShared(server, TavSharedText(tavSharedTextCreate(name)).get());
+}
+
+TavTargetEndpoint *tsEndPointCreateShared(TargetServer *server, const char *name) noexcept {
     if (!server || !name) return nullptr;
     auto *endpoint = tavNewRecord<TavTargetEndpoint>();
     if (!endpoint) return nullptr;
     endpoint->refcnt = 1;
     endpoint->server = server;
     endpoint->attachedIndex = -1;
-    endpoint->name = tavStrdup(name);
+    endpoint->name = tavSharedTextObtain(name);
     endpoint->current = endpoint->oldest = tavNewRecord<TsEndPointPeriod>();
     endpoint->spare = tavNewRecord<TsEndPointPeriod>();
     TsScope scope(server->selector->lock, "tsEndPointCreate");
-    if (!endpoint->name || !endpoint->current || !endpoint->spare) {
+    if (!endpoint->current || !endpoint->spare) {
         endPointFree(endpoint);
         return nullptr;
     }
@@ -169,7 +173,7 @@ void endPointFree(TavTargetEndpoint *endpoint) noexcept {
         freePeriod(endpoint, period);
     }
     tavDestroyRecord(endpoint->spare);
-    tavFree(endpoint->name);
+    tavSharedTextRelease(endpoint->name);
     tavFree(endpoint->host);
     tavFree(endpoint->sslProfile);
     tavFree(endpoint->namedEndpoint);

@@ -6,6 +6,7 @@
 
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavUtil/tavMemory.h"
+#include "tavUtil/tavSharedText.h"
 #include "tavUtil/tavString.h"
 #include "tavUtil/tavStringBuffer.h"
 #include "tr/tr.h"
@@ -20,14 +21,13 @@ extern TsLockToken tsSelectorLock;
 struct _TsNotice {
     TsNotice *next;
     TavConnector *connector; // counted
-    Boolean add;
-    const char *path; // in the same block
+    const char *path;        // shared text, counted
 };
-TsNotice *tsNoticeCreate(const TargetServerApplication *sapp, Boolean add) noexcept; // returns new, null without memory
-void tsNoticeDelete(TsNotice *notice) noexcept;                                      // null ignored; not under the lock
+TsNotice *tsNoticeCreate(const TargetServerApplication *sapp) noexcept; // returns new, null without memory
+void tsNoticeDelete(TsNotice *notice) noexcept;                         // null ignored; not under the lock
 
 // Holds the selector lock. What must not happen under it waits here and is done right after the release, on the same thread: notices are
-// sent in the order they came, then the connectors of freed records are let go.
+// sent (routes that began, then routes that ended, each in the order they came), then the connectors of freed records are let go.
 class TAV_SCOPED_CAPABILITY TsScope {
 public:
     TsScope(TavLock *lock, const char *who) noexcept TAV_ACQUIRES(tsSelectorLock);
@@ -35,17 +35,24 @@ public:
     TsScope(const TsScope &) = delete;
     TsScope &operator=(const TsScope &) = delete;
 
-    void notify(TsNotice *notice) noexcept;            // takes it; null ignored
-    void bury(TargetServerApplication *sapp) noexcept; // takes a record of which only the connector is left
-    void bury(TargetServer *server) noexcept;          // the same
-    void mute() noexcept { muted_ = true; }            // notices are dropped instead of sent
+    void notifyBegun(TsNotice *notice) noexcept { begun_.add(notice); } // takes it; null ignored
+    void notifyEnded(TsNotice *notice) noexcept { ended_.add(notice); } // the same
+    void bury(TargetServerApplication *sapp) noexcept;                  // takes a record of which only the connector is left
+    void bury(TargetServer *server) noexcept;                           // the same
+    void mute() noexcept { muted_ = true; }                             // notices are dropped instead of sent
 
 private:
+    struct Notices {
+        TsNotice *first = nullptr;
+        TsNotice **last = &first;
+        void add(TsNotice *notice) noexcept;
+    };
     void settle() noexcept;
+    void send(Notices &notices, Boolean begun) const noexcept;
 
     TavLock *lock_;
-    TsNotice *notices_ = nullptr;
-    TsNotice **lastNotice_ = &notices_;
+    Notices begun_;
+    Notices ended_;
     TargetServerApplication *deadServerApplications_ = nullptr;
     TargetServer *deadServers_ = nullptr;
     bool muted_ = false;
@@ -55,12 +62,16 @@ private:
 struct _TsMember {
     TsMember *next; // of the same record, younger ones first
     TavList *list;
-    TavListEle *ele;
+    TavListEle ele;
     void *container; // whose list it is
 };
 Boolean tsMemberAdd(TsMember **chain, TavList *list, void *container, void *object) noexcept; // at the tail; FALSE without memory
 TsMember *tsMemberFindOldest(TsMember *chain, const void *container) noexcept;                // null when there is none
 void tsMemberDrop(TsMember **chain, TsMember *member) noexcept;                               // leaves the list and frees the member
+
+// ---- states: most records are in one of a few, whose texts cost nothing ----
+char *tsStateCopy(const char *state) noexcept; // null for null or without memory; not to be written to
+void tsStateFree(char *state) noexcept;        // null ignored
 
 // ---- nodes and clusters ----
 void nodeRelease(TargetNode *node) noexcept TS_LOCKED; // one reference; frees at zero
@@ -80,9 +91,8 @@ void serverRelease(TsScope &scope, TargetServer *server) noexcept TS_LOCKED;
 void serverFree(TsScope &scope, TargetServer *server) noexcept TS_LOCKED;
 // Settles which endpoint each protocol gets, after any change of the endpoints.
 void serverChooseEndPoints(TargetServer *server) noexcept TS_LOCKED;
-inline TargetServerApplication *serverFindServerApplication(const TargetServer *server, const char *name) noexcept TS_LOCKED {
-    return static_cast<TargetServerApplication *>(tavHashGet(server->serverApplicationMap, name));
-}
+// The first of its list with that name that was not deleted, or null.
+TargetServerApplication *serverFindServerApplication(const TargetServer *server, const char *name) noexcept TS_LOCKED;
 
 // ---- server applications ----
 Boolean serverApplicationSetState(TsScope &scope, TargetServerApplication *sapp, const char *state) noexcept TS_LOCKED;

@@ -8,19 +8,6 @@ static void initCalculators(TargetServer *server) noexcept {
     tavTimeoutCalcInit(&server->timeoutCalc, TS_TIMEOUT_INTERVAL);
 }
 
-// Everything that needs memory. FALSE: some of it is missing.
-static Boolean serverFill(TargetServer *server, const char *name) noexcept {
-    server->name = tavStrdup(name);
-    server->state = tavStrdup("STOPPED");
-    for (TavList *&list : server->endPoints) list = tavListCreate(nullptr);
-    server->linkRequests = tavListCreate(linkRequestDelete);
-    server->serverApplications = tavListCreate(nullptr);
-    server->serverApplicationMap = tavHashMapCreate();
-    server->healthPolicies = tavListCreate(hmHealthPolicyLinkDelete);
-    return server->name && server->state && server->endPoints[0] && server->endPoints[1] && server->linkRequests &&
-           server->serverApplications && server->serverApplicationMap && server->healthPolicies;
-}
-
 static void chain(TargetServer *server) noexcept TS_LOCKED {
     TargetSelector *ts = server->selector;
     server->next = ts->firstServer;
@@ -34,6 +21,10 @@ static void unchain(TargetServer *server) noexcept TS_LOCKED {
 }
 
 TargetServer *tsServerCreate(TargetNode *node, const char *name, TavConnector *connector) noexcept {
+    return tsServerCreateShared(node, TavSharedText(tavSharedTextCreate(name)).get(), connector);
+}
+
+TargetServer *tsServerCreateShared(TargetNode *node, const char *name, TavConnector *connector) noexcept {
     if (!node || !name) return nullptr;
     auto *server = tavNewRecord<TargetServer>();
     if (!server) return nullptr;
@@ -46,14 +37,13 @@ TargetServer *tsServerCreate(TargetNode *node, const char *name, TavConnector *c
     server->maxConnections = 99999;
     server->nextRetryInterval = TS_FIRST_RETRY_INTERVAL;
     initCalculators(server);
-    const Boolean complete = serverFill(server, name);
+    server->name = tavSharedTextObtain(name);
+    server->state = tsStateCopy("STOPPED");
+    for (int i = 0; i < TS_PROTOCOLS; i++) server->endPoints[i] = &server->endPointLists[i];
+    server->serverApplications = &server->serverApplicationList;
     TsScope scope(server->selector->lock, "tsServerCreate");
     node->refcnt++;
     chain(server);
-    if (!complete) {
-        serverFree(scope, server);
-        return nullptr;
-    }
     serverRecomputeSelectability(server);
     return server;
 }
@@ -100,6 +90,8 @@ void serverChooseEndPoints(TargetServer *server) noexcept {
 Boolean tsLinkServerToHealthPolicy(TargetServer *server, HealthPolicy *policy, Boolean add) noexcept {
     if (!server || !policy) return FALSE;
     TsScope scope(server->selector->lock, "tsLinkServerToHealthPolicy");
+    if (!server->healthPolicies) server->healthPolicies = tavListCreate(hmHealthPolicyLinkDelete);
+    if (!server->healthPolicies) return !add;
     hmLinkServerToHealthPolicy(server->selector->tav, server, server->healthPolicies, policy, add);
     return TRUE;
 }
@@ -126,7 +118,6 @@ static void freeServerApplications(TsScope &scope, TargetServer *server) noexcep
     server->serverApplicationMap = nullptr; // so that no server application looks for its successor
     for (TargetServerApplication *sapp : TavListRange<TargetServerApplication>(server->serverApplications))
         serverApplicationFree(scope, sapp);
-    tavListDestroy(server->serverApplications);
 }
 
 static void freeEndPoints(TargetServer *server) noexcept TS_LOCKED {
@@ -134,12 +125,12 @@ static void freeEndPoints(TargetServer *server) noexcept TS_LOCKED {
         server->firstEndPoint = endpoint->next;
         endPointFree(endpoint);
     }
-    for (TavList *list : server->endPoints) tavListDestroy(list);
+    for (TavList *list : server->endPoints) tavListClean(list);
 }
 
 static void freeTexts(TargetServer *server) noexcept TS_LOCKED {
-    tavFree(server->name);
-    tavFree(server->state);
+    tavSharedTextRelease(server->name);
+    tsStateFree(server->state);
     tavFree(server->cloneId);
     tavFree(server->sessionAffinityCookies);
 }

@@ -33,31 +33,58 @@ static void sappRecomputeSelectability(TargetServerApplication *sapp) noexcept T
     sapp->reasonForNoAffinity = row.noAffinity;
 }
 
-// ---- the map of a server's applications by name ----
+// ---- a server's applications by name ----
+
+static constexpr int MAPPED_FROM = 8; // fewer are walked
+
+static TargetServerApplication *walkForName(const TargetServer *server, const char *name) noexcept TS_LOCKED {
+    for (TargetServerApplication *sapp : TavListRange<TargetServerApplication>(server->serverApplications)) {
+        if (!sapp->deleted && tavStrEquals(sapp->name, name)) return sapp;
+    }
+    return nullptr;
+}
+
+TargetServerApplication *serverFindServerApplication(const TargetServer *server, const char *name) noexcept {
+    if (!server->serverApplicationMap) return walkForName(server, name);
+    return static_cast<TargetServerApplication *>(tavHashGet(server->serverApplicationMap, name));
+}
 
 // Of several with one name the first of the list that was not deleted is found.
 static void mapRepair(TargetServer *server, const char *name) noexcept TS_LOCKED {
+    tavHashPut(server->serverApplicationMap, name, walkForName(server, name));
+}
+
+static Boolean mapAdd(TavHashMap *map, TargetServerApplication *sapp) noexcept TS_LOCKED {
+    return tavHashGet(map, sapp->name) || tavHashPut(map, sapp->name, sapp) != sapp;
+}
+
+// FALSE without memory: there is no map then.
+static Boolean mapCreate(TargetServer *server) noexcept TS_LOCKED {
+    TavHashMapPtr map(tavHashMapCreate());
+    if (!map) return FALSE;
     for (TargetServerApplication *sapp : TavListRange<TargetServerApplication>(server->serverApplications)) {
-        if (!sapp->deleted && tavStrEquals(sapp->name, name)) {
-            tavHashPut(server->serverApplicationMap, name, sapp);
-            return;
-        }
+        if (!sapp->deleted && !mapAdd(map.get(), sapp)) return FALSE;
     }
-    tavHashPut(server->serverApplicationMap, name, nullptr);
+    server->serverApplicationMap = map.release();
+    return TRUE;
 }
 
 // FALSE without memory.
 static Boolean attach(TargetServerApplication *sapp) noexcept TS_LOCKED {
     TargetServer *server = sapp->server;
-    sapp->ele = tavListAddTail(server->serverApplications, sapp);
-    if (!sapp->ele) return FALSE;
-    if (tavHashGet(server->serverApplicationMap, sapp->name)) return TRUE;
-    return tavHashPut(server->serverApplicationMap, sapp->name, sapp) != sapp;
+    tavListLinkTail(server->serverApplications, &sapp->ele, sapp);
+    if (server->serverApplicationMap) return mapAdd(server->serverApplicationMap, sapp);
+    return tavListGetCount(server->serverApplications) < MAPPED_FROM || mapCreate(server);
 }
 
 // ---- life ----
 
 Boolean tsServerApplicationCreate(TargetServer *server, const char *path, TavConnector *connector, TavServerApplication *handle) noexcept {
+    return tsServerApplicationCreateShared(server, TavSharedText(tavSharedTextCreate(path)).get(), connector, handle);
+}
+
+Boolean tsServerApplicationCreateShared(TargetServer *server, const char *path, TavConnector *connector,
+                                        TavServerApplication *handle) noexcept {
     handle->stale = TRUE;
     handle->serverApplication = nullptr;
     handle->lock = nullptr;
@@ -66,15 +93,15 @@ Boolean tsServerApplicationCreate(TargetServer *server, const char *path, TavCon
     if (!sapp) return FALSE;
     sapp->refcnt = 1;
     sapp->server = server;
-    sapp->path = tavStrdup(path);
-    sapp->name = sapp->path ? tavPathToName(sapp->path) : nullptr;
-    sapp->state = tavStrdup("STOPPED");
+    sapp->path = tavSharedTextObtain(path);
+    sapp->name = tavPathToName(sapp->path);
+    sapp->state = tsStateCopy("STOPPED");
     sapp->reasonForNoLoadBalancing = reasonAtCreation;
     sapp->reasonForNoAffinity = reasonAtCreation;
     sapp->connector = connector;
     if (connector) tavConnectorObtainRef(connector, "server application");
     TsScope scope(server->selector->lock, "tsServerApplicationCreate");
-    if (!sapp->path || !sapp->state || !attach(sapp)) {
+    if (!attach(sapp)) {
         serverApplicationFree(scope, sapp);
         return FALSE;
     }
@@ -106,7 +133,7 @@ static void logRoutability(const TargetServerApplication *sapp, Boolean was) noe
 
 void serverApplicationSettleRoute(TsScope &scope, TargetServerApplication *sapp) noexcept {
     if (!sapp->routable || !sapp->reasonForNoAffinity || sapp->outstandingRequestCount > 0) return;
-    scope.notify(sapp->endNotice);
+    scope.notifyEnded(sapp->endNotice);
     sapp->endNotice = nullptr;
     sapp->routable = FALSE;
 }
@@ -115,20 +142,21 @@ Boolean serverApplicationSetState(TsScope &scope, TargetServerApplication *sapp,
     if (tavStrEquals(sapp->state, state) || (!sapp->state && !state)) return TRUE;
     const Boolean was = sapp->routable;
     const bool becomes = !was && !rowOfState(state).noAffinity;
-    TavText copy(tavStrdup(state));
-    TsNotice *addNotice = becomes ? tsNoticeCreate(sapp, TRUE) : nullptr;
-    TsNotice *endNotice = becomes ? tsNoticeCreate(sapp, FALSE) : nullptr;
+    char *copy = tsStateCopy(state);
+    TsNotice *addNotice = becomes ? tsNoticeCreate(sapp) : nullptr;
+    TsNotice *endNotice = becomes ? tsNoticeCreate(sapp) : nullptr;
     if ((state && !copy) || (becomes && (!addNotice || !endNotice))) {
         tsNoticeDelete(addNotice); // never the last reference: the server application has its own
         tsNoticeDelete(endNotice);
+        tsStateFree(copy);
         return FALSE;
     }
-    tavFree(sapp->state);
-    sapp->state = copy.release();
+    tsStateFree(sapp->state);
+    sapp->state = copy;
     sappRecomputeSelectability(sapp);
     if (becomes) {
         serverApplicationRetryLinks(sapp);
-        scope.notify(addNotice);
+        scope.notifyBegun(addNotice);
         sapp->endNotice = endNotice;
         sapp->routable = TRUE;
     }
@@ -186,7 +214,7 @@ void tsServerApplicationDelete(TavServerApplication *handle) noexcept {
 void serverApplicationForget(TargetServerApplication *sapp) noexcept {
     sapp->deleted = TRUE;
     while (sapp->memberships) virtualClusterRemove(static_cast<VirtualCluster *>(sapp->memberships->container), sapp);
-    if (serverFindServerApplication(sapp->server, sapp->name) == sapp) mapRepair(sapp->server, sapp->name);
+    if (tavHashGet(sapp->server->serverApplicationMap, sapp->name) == sapp) mapRepair(sapp->server, sapp->name);
 }
 
 void serverApplicationRelease(TsScope &scope, TargetServerApplication *sapp) noexcept {
@@ -195,12 +223,12 @@ void serverApplicationRelease(TsScope &scope, TargetServerApplication *sapp) noe
 
 void serverApplicationFree(TsScope &scope, TargetServerApplication *sapp) noexcept {
     if (sapp->tavServerApplication) unlinkHandle(sapp->tavServerApplication);
-    if (sapp->routable) scope.notify(sapp->endNotice);
-    if (sapp->ele) {
+    if (sapp->routable) scope.notifyEnded(sapp->endNotice);
+    if (sapp->ele.object) {
         serverApplicationForget(sapp);
-        tavListRemove(sapp->server->serverApplications, sapp->ele);
+        tavListUnlink(sapp->server->serverApplications, &sapp->ele);
     }
-    tavFree(sapp->path);
-    tavFree(sapp->state);
+    tavSharedTextRelease(sapp->path);
+    tsStateFree(sapp->state);
     scope.bury(sapp);
 }

@@ -84,14 +84,15 @@ static void setStarted(TargetServer *server, Boolean started) noexcept TS_LOCKED
 
 Boolean serverSetState(TargetServer *server, const char *state) noexcept {
     if (!state) return TRUE;
-    char *copy = tavStrdup(state);
+    char *copy = tsStateCopy(state);
     if (!copy) return FALSE;
     TargetSelector *ts = server->selector;
-    const TavText old(server->state);
+    char *old = server->state;
     server->state = copy;
-    if (!tavStrEquals(old.get(), state)) TR_LOG(ts->trCtx, ts->serverStateRec, state, tavOrNull(old.get()), server->name);
-    switchHostObjects(server, tavStrEquals(old.get(), "STOPPED"), tavStrEquals(state, "STOPPED"));
-    setStarted(server, tavStrEquals(state, "STARTED"));
+    if (!tavStrEquals(old, copy)) TR_LOG(ts->trCtx, ts->serverStateRec, copy, tavOrNull(old), server->name);
+    switchHostObjects(server, tavStrEquals(old, "STOPPED"), tavStrEquals(copy, "STOPPED"));
+    tsStateFree(old);
+    setStarted(server, tavStrEquals(copy, "STARTED"));
     if (server->started) return TRUE;
     // Two zero samples: whatever this server had triggered ends.
     hmCheckHealthPolicies(ts->tav, nullptr, server, server->healthPolicies, 0, 0);

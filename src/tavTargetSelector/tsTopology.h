@@ -40,8 +40,9 @@ Boolean tsLinkClusterServer(Cluster *cluster, TargetServer *server, Boolean add)
 void tsClusterDelete(Cluster *cluster) noexcept; // null ignored
 
 // ---- servers ----
-TargetServer *tsServerCreate(TargetNode *node, const char *name, TavConnector *connector) noexcept; // counts the connector; borrowed
-Boolean tsServerInit(TargetServer *server) noexcept;                                                // its node sees it from here on
+TargetServer *tsServerCreate(TargetNode *node, const char *name, TavConnector *connector) noexcept;       // counts the connector; borrowed
+TargetServer *tsServerCreateShared(TargetNode *node, const char *name, TavConnector *connector) noexcept; // holds `name`, a shared text
+Boolean tsServerInit(TargetServer *server) noexcept;                                                      // its node sees it from here on
 // Getters without a lock. Texts are borrowed: name and clone id as long as the server is held, the others by the configuration thread only.
 TavServerType tsServerGetType(const TargetServer *server) noexcept;
 const char *tsServerGetName(const TargetServer *server) noexcept;
@@ -73,6 +74,9 @@ void tsServerDelete(TargetServer *server) noexcept; // null ignored
 // ---- server applications (the configuration's object is the handle) ----
 // Fills `handle`, which the caller keeps; counts the connector. FALSE without memory: the handle is then stale.
 Boolean tsServerApplicationCreate(TargetServer *server, const char *path, TavConnector *connector, TavServerApplication *handle) noexcept;
+// The same, holding `path`, a shared text, instead of a copy.
+Boolean tsServerApplicationCreateShared(TargetServer *server, const char *path, TavConnector *connector,
+                                        TavServerApplication *handle) noexcept;
 Boolean tsServerApplicationInit(TavServerApplication *handle) noexcept; // nothing to do
 // The handle of the server application of that simple name, borrowed, or null.
 TavServerApplication *tsServerGetTavServerApplication(TargetServer *server, const char *name) noexcept;
@@ -85,7 +89,8 @@ void tsServerApplicationDelete(TavServerApplication *handle) noexcept; // the ha
 void tsServerApplicationForgetHandle(TavServerApplication *handle) noexcept;
 
 // ---- endpoints ----
-TavTargetEndpoint *tsEndPointCreate(TargetServer *server, const char *name) noexcept; // borrowed; null without server, name or memory
+TavTargetEndpoint *tsEndPointCreate(TargetServer *server, const char *name) noexcept;       // borrowed; null without server, name or memory
+TavTargetEndpoint *tsEndPointCreateShared(TargetServer *server, const char *name) noexcept; // holds `name`, a shared text
 // Attaches the endpoint to its server. FALSE: neither "http" nor "https" (not attached), or the host gave no object (attached).
 Boolean tsEndPointInit(TavTargetEndpoint *endpoint) noexcept;
 const char *tsEndPointGetName(const TavTargetEndpoint *endpoint) noexcept; // no lock, like the next four

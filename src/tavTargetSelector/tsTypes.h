@@ -94,13 +94,13 @@ struct _Cluster {
 };
 
 struct _TargetServer {
-    char *name;
+    char *name; // shared text, counted
     std::atomic<TavServerType> type{TAVSERVERTYPE_UNKNOWN};
     int refcnt;
     TargetNode *node; // counted
     TargetSelector *selector;
-    TavConnector *connector; // counted
-    char *state;
+    TavConnector *connector;              // counted
+    char *state;                          // see tsStateCopy
     std::atomic<char *> cloneId{nullptr}; // set once
     char *sessionAffinityCookies;
     std::atomic<Boolean> cloneSeparatorChange{FALSE};
@@ -116,34 +116,36 @@ struct _TargetServer {
     MaintenanceMode maintenanceMode;
     const char *reasonForNoLoadBalancing; // constant texts; null: selectable
     const char *reasonForNoAffinity;
-    TavList *endPoints[TS_PROTOCOLS];
+    TavList *endPoints[TS_PROTOCOLS]; // in the record, like serverApplications
     int outstandingRequestCount;
     TavTime nextRetryInterval;
     TavTime nextRetryTime;                   // 0: at any time
     std::atomic<Cluster *> cluster{nullptr}; // counted
-    TavList *linkRequests;                   // of LinkServerToWebModuleRequest, owned
+    TavList *linkRequests;                   // of LinkServerToWebModuleRequest, owned; null until the first
     TavList *serverApplications;
-    TavList *healthPolicies; // of HealthPolicyLink, owned
+    TavList *healthPolicies; // of HealthPolicyLink, owned; null until the first
     TavTime avgResponseTime; // ms
     TavAvgCalc avgResponseTimeCalc;
     TavTimeoutCalc timeoutCalc;
     // private
     TavTargetEndpoint *usualEndPoint[TS_PROTOCOLS]; // selectEndpointFromServer without virtual hosts; kept up by tsServerChooseEndPoints
-    TavHashMap *serverApplicationMap;               // name to the first living server application of that name
+    TavHashMap *serverApplicationMap;               // name to the first living one of that name; null while they are few
     TavTargetEndpoint *firstEndPoint;               // every endpoint made for the server, attached or not
     TsMember *memberships;                          // every place in a cluster's list
     TavListEle *nodeEle;                            // place in the node's servers; null until initialised
     TargetServer *next;                             // among all servers of the selector
     TargetServer *prev;
+    TavList endPointLists[TS_PROTOCOLS];
+    TavList serverApplicationList;
     Boolean deleted; // by the configuration: not found by clone id, in no virtual cluster
 };
 
 struct _TargetServerApplication {
     const char *name; // inside `path`
-    char *path;
+    char *path;       // shared text, counted
     int refcnt;
     TargetServer *server;
-    char *state;
+    char *state;                          // see tsStateCopy
     const char *reasonForNoLoadBalancing; // constant texts; null: selectable
     const char *reasonForNoAffinity;
     Boolean routable; // the connector was told so
@@ -153,7 +155,7 @@ struct _TargetServerApplication {
     // private
     TsNotice *endNotice;               // in stock while routable: saying that the route ended needs no memory
     TsMember *memberships;             // the virtual clusters that list it
-    TavListEle *ele;                   // place in the server's list
+    TavListEle ele;                    // place in the server's list; without an object: in none
     TargetServerApplication *nextDead; // waiting for its connector to be let go
     Boolean deleted;                   // by the configuration: not found by name, in no virtual cluster
 };
@@ -176,7 +178,7 @@ struct _TsEndPointPeriod {
 };
 
 struct _TavTargetEndpoint {
-    char *name;
+    char *name; // shared text, counted
     int refcnt;
     TargetServer *server;
     std::atomic<char *> host{nullptr};

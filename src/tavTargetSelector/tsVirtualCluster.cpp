@@ -165,13 +165,21 @@ static LinkResult tryLink(TargetServer *server, const LinkServerToWebModuleReque
     return LinkResult::Linked;
 }
 
+// Keeps the request until its server application comes. FALSE without memory: it is gone.
+static Boolean deferLink(TargetServer *server, LinkServerToWebModuleRequest *request) noexcept TS_LOCKED {
+    if (!server->linkRequests) server->linkRequests = tavListCreate(linkRequestDelete);
+    if (server->linkRequests) return tavListAddTail(server->linkRequests, request) != nullptr; // a failing add frees the request
+    linkRequestDelete(request);
+    return FALSE;
+}
+
 static Boolean addLink(TargetServer *server, LinkServerToWebModuleRequest *request) noexcept TS_LOCKED {
     TargetSelector *ts = server->selector;
     const LinkResult result = tryLink(server, request);
     if (result == LinkResult::NoServerApplication) {
         TR_DEBUG(ts->trCtx, ts->controlRec, "virtualClusterAdd: defer because sapp '%s' was not found for server '%s'\n", request->appName,
                  server->name);
-        return tavListAddTail(server->linkRequests, request) != nullptr; // a failing add frees the request
+        return deferLink(server, request);
     }
     linkRequestDelete(request);
     return result == LinkResult::Linked;

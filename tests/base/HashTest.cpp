@@ -85,6 +85,30 @@ TEST_F(HashTest, OrderIsBucketThenChainAndGrowingTurnsChains) {
     EXPECT_EQ(keys(hm).substr(0, 13), "a65 a1 a33 c ") << "each moved entry goes to the head of its new chain";
 }
 
+TEST_F(HashTest, LinkedEntriesStandWherePutOnesWouldAndStayTheCallers) {
+    const TavHashMapPtr put(tavHashMapCreate());
+    TavHashEle own[40];
+    std::string names[40];
+    for (int i = 0; i < 40; i++) {
+        names[i] = std::to_string(i);
+        own[i] = {&own[0], tavHashCompute(names[i].c_str()), names[i].c_str(), TWO};
+        tavHashLink(hm, &own[i]);
+        tavHashPut(put.get(), names[i].c_str(), TWO);
+    }
+    EXPECT_EQ(keys(hm), keys(put.get()));
+    EXPECT_EQ(hm->max, put->max);
+    for (int i = 0; i < 40; i += 3) {
+        tavHashUnlink(hm, &own[i]);
+        tavHashPut(put.get(), names[i].c_str(), nullptr);
+    }
+    EXPECT_EQ(keys(hm), keys(put.get()));
+    EXPECT_EQ(tavHashGet(hm, "3"), nullptr);
+    EXPECT_EQ(tavHashFindEle(hm, "10", 2, own[10].hash), &own[10]);
+    tavHashMapForget(hm);
+    EXPECT_EQ(keys(hm), "");
+    EXPECT_EQ(own[10].val, TWO);
+}
+
 TEST_F(HashTest, CleansByPrefixAfterUnlinking) {
     static TavHashMap *looked;
     looked = hm;

@@ -55,6 +55,19 @@ TEST_F(ListTest, AddsAndRemovesAtEveryPlace) {
     EXPECT_EQ(contents(list), "c");
 }
 
+TEST_F(ListTest, LinksElementsOfTheCallersBetweenItsOwn) {
+    TavListEle own[2];
+    tavListLinkTail(list, &own[0], A);
+    tavListAddTail(list, B);
+    tavListLinkTail(list, &own[1], C);
+    EXPECT_EQ(contents(list), "abc");
+    tavListUnlink(list, &own[0]);
+    EXPECT_EQ(contents(list), "bc");
+    tavListUnlink(list, &own[1]);
+    EXPECT_EQ(contents(list), "b");
+    EXPECT_EQ(destroyed, "");
+}
+
 TEST_F(ListTest, FindsByIdentity) {
     char twin[] = "a";
     EXPECT_TRUE(tavListAddUnique(list, A));

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/FailEachAllocation.h"
+#include "tavUtil/tavSharedText.h"
 #include "tavUtil/tavStringBuffer.h"
 
 TEST(Memory, ClearsBlocksAndEndsTexts) {
@@ -48,6 +49,28 @@ TEST(Memory, ReplaceKeepsTheOldTextWithoutMemory) {
         EXPECT_TRUE(tavReplaceStr(&text, nullptr));
         EXPECT_EQ(text, nullptr);
     });
+}
+
+TEST(SharedText, IsOneTextUntilTheLastHolderLetsGo) {
+    const int before = tavGetMemCount();
+    char source[] = "name";
+    char *text = tavSharedTextCreate(source);
+    source[0] = 'x';
+    EXPECT_EQ(tavSharedTextObtain(text), text);
+    EXPECT_EQ(tavGetMemCount(), before + 1);
+    tavSharedTextRelease(text);
+    EXPECT_STREQ(text, "name");
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; i++)
+        threads.emplace_back([text] {
+            for (int n = 0; n < 1000; n++) tavSharedTextRelease(tavSharedTextObtain(text));
+        });
+    for (auto &thread : threads) thread.join();
+    tavSharedTextRelease(text);
+    EXPECT_EQ(tavGetMemCount(), before);
+    EXPECT_EQ(tavSharedTextCreate(nullptr), nullptr);
+    EXPECT_EQ(tavSharedTextObtain(nullptr), nullptr);
+    tavSharedTextRelease(nullptr);
 }
 
 TEST(StringBuffer, GrowsToTheLargerOfTwiceAndOldPlusText) {

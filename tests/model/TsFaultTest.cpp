@@ -40,6 +40,20 @@ TEST_F(SelectorTest, AFailedAllocationIsAResultAndLeavesNothingBehind) {
     });
 }
 
+TEST_F(SelectorTest, WithoutMemoryAServerApplicationIsRefusedAndTheOthersAreStillFound) {
+    failEachAllocation([this](auto failed) {
+        TargetServer *server = tsServerCreate(node, "/s", nullptr);
+        TavServerApplication handles[12];
+        for (int i = 0; server && i < 12; i++) {
+            const std::string path = "/s/" + std::to_string(i);
+            const bool created = tsServerApplicationCreate(server, path.c_str(), nullptr, &handles[i]);
+            EXPECT_TRUE(created || failed());
+            EXPECT_EQ(tsServerGetTavServerApplication(server, path.c_str() + 3), created ? &handles[i] : nullptr);
+        }
+        tsServerDelete(server);
+    });
+}
+
 // Reads every argument of a trace line.
 static int formatOnly(const TrContext *ctx, va_list args) {
     char text[4096];

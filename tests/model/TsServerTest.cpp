@@ -151,6 +151,26 @@ TEST_F(SelectorTest, DeletingARoutableServerApplicationEndsItsRouteOnceItsReques
     tsServerApplicationForgetHandle(&again); // handles may be freed before the snapshot, too
 }
 
+TEST_F(SelectorTest, AServersApplicationsAreFoundByNameHoweverMany) {
+    for (const int count : {2, 7, 30}) {
+        TargetServer *server = tsServerCreate(node, "/many", &connector);
+        std::vector<TavServerApplication> handles(static_cast<size_t>(count) * 2);
+        const auto name = [count](size_t i) { return "app" + std::to_string(i % static_cast<size_t>(count)); };
+        const auto create = [&](size_t i) { tsServerApplicationCreate(server, ("/many/" + name(i)).c_str(), nullptr, &handles[i]); };
+        const auto found = [&](size_t i) { return tsServerGetTavServerApplication(server, name(i).c_str()); };
+        for (size_t i = 0; i < handles.size(); i++) create(i);
+        for (size_t i = 0; i < handles.size(); i++) EXPECT_EQ(found(i), &handles[i % static_cast<size_t>(count)]) << "the first of a name";
+        tsServerApplicationDelete(&handles[0]);
+        EXPECT_EQ(found(0), &handles[static_cast<size_t>(count)]);
+        tsServerApplicationDelete(&handles[static_cast<size_t>(count)]);
+        EXPECT_EQ(found(0), nullptr);
+        create(0);
+        EXPECT_EQ(found(0), handles.data());
+        EXPECT_EQ(tsServerGetTavServerApplication(server, "app"), nullptr);
+        tsServerDelete(server);
+    }
+}
+
 TEST_F(SelectorTest, ADeletedServerTakesItsApplicationsAlong) {
     Back &a = back("a");
     tsServerDelete(a.server);
