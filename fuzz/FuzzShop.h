@@ -17,6 +17,7 @@ public:
 
 private:
     FuzzShop();
+    void settle();
 };
 
 #endif

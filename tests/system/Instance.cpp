@@ -33,6 +33,11 @@ constexpr size_t MOST_PENDING = 65536;
 std::mutex mutex;
 Pending pending[MOST_PENDING];
 size_t pendingCount;
+struct Alarm {
+    void (*fn)(void *);
+    void *arg;
+};
+std::vector<Alarm> alarms; // that nobody has let ring yet
 std::atomic<int> endpoints;
 char client;
 
@@ -92,7 +97,11 @@ EnvCallBacks systemCallBacks() {
     env.http.connector.sendRequest = keepRequest;
     env.targetEndpoint.create = createEndpoint;
     env.targetEndpoint.delete_ = deleteEndpoint;
-    env.alarm = [](void (*)(void *), void *, int) { return -1; };
+    env.alarm = [](void (*fn)(void *), void *arg, int) {
+        const std::lock_guard<std::mutex> guard(mutex);
+        alarms.push_back({fn, arg});
+        return 0;
+    };
     env.trace.printf = [](const TrContext *, va_list) { return 0; };
     return env;
 }
@@ -110,6 +119,12 @@ void systemAnswerReports() {
 void systemAnswerNone() {
     for (std::vector<Pending> taken; !(taken = takePending(false)).empty();)
         for (const Pending &each : taken) each.callback(nullptr, each.passback);
+    std::vector<Alarm> ringing;
+    {
+        const std::lock_guard<std::mutex> guard(mutex);
+        ringing.swap(alarms);
+    }
+    for (const Alarm &alarm : ringing) alarm.fn(alarm.arg);
 }
 
 int systemHostEndpoints() { return endpoints; }
@@ -131,13 +146,14 @@ bool systemThreadsBackTo(int count) {
     return false;
 }
 
-SystemInstance::SystemInstance(const EnvCallBacks &env) {
+SystemInstance::SystemInstance(const EnvCallBacks &env, void (*beforeStart)(Tav *tav)) {
     static char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
     EnvCallBacks table = env;
     tav = tavCreate(&table, nullptr, catalogue);
     if (!tav) return;
     group = tavConnectorGroupCreate(tav, "g");
     connector = group ? tavConnectorCreate(group, "http://127.0.0.1:1") : nullptr;
+    if (beforeStart) beforeStart(tav);
     tavStart(tav, -1);
 }
 

@@ -13,7 +13,7 @@
 EnvCallBacks systemCallBacks();
 // Answers every request that the transport holds and is not a poll: a report of routes or health is taken (status 200).
 void systemAnswerReports();
-// Tells everyone who still waits for an answer that there is none.
+// Tells everyone who still waits for an answer that there is none, and lets the alarms ring that were set by then.
 void systemAnswerNone();
 // Host endpoint objects that were made and not yet deleted.
 int systemHostEndpoints();
@@ -23,7 +23,8 @@ bool systemThreadsBackTo(int count);
 
 class SystemInstance {
 public:
-    explicit SystemInstance(const EnvCallBacks &env = systemCallBacks());
+    // `beforeStart` gets the instance with its group.
+    explicit SystemInstance(const EnvCallBacks &env = systemCallBacks(), void (*beforeStart)(Tav *tav) = nullptr);
     ~SystemInstance(); // destroys the instance and answers what was pending
     SystemInstance(const SystemInstance &) = delete;
     SystemInstance &operator=(const SystemInstance &) = delete;

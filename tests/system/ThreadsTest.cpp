@@ -1,6 +1,7 @@
 // Requests on several threads while the configuration changes under them in every way: what a request sees belongs together, everything is
 // given back, and (under the sanitizers) no two threads meet where they must not.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -263,6 +264,27 @@ TEST_F(Threads, EveryChangeUnderRequests) {
     // Nobody is under way: every count has come back.
     const std::string dump = instance.dump();
     for (size_t at = 0; (at = dump.find("\"outstandingRequests\": ", at)) != std::string::npos; at++) EXPECT_EQ(dump[at + 23], '0') << dump;
+}
+
+// The same in a worker that a daemon feeds.
+TEST_F(Threads, EveryChangeUnderRequestsOfAWorker) {
+    static std::string path;
+    path = "/tmp/tav-threads-test-" + std::to_string(getpid());
+    SystemInstance daemon(systemCallBacks(), [](Tav *tav) { ASSERT_EQ(tavMarkAsServerProcess(tav, path.data(), getuid()), 0); });
+    ASSERT_EQ(daemon.give(shop::document(1)), 1);
+    SystemInstance worker(systemCallBacks(), [](Tav *tav) { ASSERT_EQ(tavMarkAsClientProcess(tav, path.data()), 0); });
+    EnvHttpContext request = shop::request("/shop/cart");
+    for (int i = 0; i < 20000 && shop::decide(worker.tav, request).server.empty(); i++) usleep(1000);
+    visitWhile(worker.tav, [&] {
+        Operator operator_(daemon, 11);
+        for (int i = 0; i < STEPS / 4; i++) operator_.step(i);
+        // What the daemon sent last arrives last.
+        daemon.give(shop::document(9999, 100000));
+        const auto arrived = [&] { return generationOf(shop::decide(worker.tav, request).server) == 9999; };
+        for (int i = 0; i < 20000 && !arrived(); i++) usleep(1000);
+        EXPECT_TRUE(arrived());
+    });
+    unlink(path.c_str());
 }
 
 TEST_F(Threads, StopAndStartUnderRequests) {
