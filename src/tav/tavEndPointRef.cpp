@@ -50,10 +50,6 @@ EndPointRef *tavEndPointRefObtain(Tav *tav, TavTargetEndpoint *endpoint) noexcep
     return ref;
 }
 
-void tavEndPointRefAddHolder(EndPointRef *ref) noexcept {
-    if (ref) ref->refcnt.fetch_add(1, std::memory_order_relaxed);
-}
-
 namespace {
 
 // Drops one of several holders without the lock; false when this may be the last one.

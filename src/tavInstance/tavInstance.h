@@ -61,7 +61,6 @@ typedef struct _EndPointRef EndPointRef;
 // Finds or makes the shared host object of the endpoint's name and counts one holder; null when the host gives none. Returns the counted
 // reference record; tavEndPointRefGet gives the host's object.
 EndPointRef *tavEndPointRefObtain(Tav *tav, TavTargetEndpoint *endpoint) noexcept;
-void tavEndPointRefAddHolder(EndPointRef *ref) noexcept; // one more holder of a record that is already held
 void tavEndPointRefRelease(Tav *tav, EndPointRef *ref) noexcept; // the last holder's release calls targetEndpoint.delete_
 // The name no longer leads to `ref` (its endpoint changed): the next obtain makes a new host object; holders keep the old one.
 void tavEndPointRefDetach(Tav *tav, EndPointRef *ref) noexcept;

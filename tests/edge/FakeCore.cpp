@@ -150,7 +150,6 @@ FAKE_WEAK void tavConnectorObtainRef(TavConnector *, const char *) noexcept {}
 FAKE_WEAK void tavConnectorReleaseRef(TavConnector *, const char *) noexcept {}
 FAKE_WEAK void tavConnectorPostRoutingChange(TavConnector *, const char *, Boolean, Boolean) noexcept {}
 FAKE_WEAK EndPointRef *tavEndPointRefObtain(Tav *, TavTargetEndpoint *) noexcept { return nullptr; }
-FAKE_WEAK void tavEndPointRefAddHolder(EndPointRef *) noexcept {}
 FAKE_WEAK void tavEndPointRefRelease(Tav *, EndPointRef *) noexcept {}
 FAKE_WEAK void tavEndPointRefDetach(Tav *, EndPointRef *) noexcept {}
 FAKE_WEAK EnvTargetEndpoint *tavEndPointRefGet(const EndPointRef *) noexcept { return nullptr; }

@@ -50,11 +50,6 @@ EndPointRef *tavEndPointRefObtain(Tav *, TavTargetEndpoint *endpoint) noexcept {
     return ref;
 }
 
-void tavEndPointRefAddHolder(EndPointRef *ref) noexcept {
-    const std::lock_guard guard(worldMutex);
-    ref->holders++;
-}
-
 static void forget(EndPointRef *ref) {
     auto found = world.endpointByName.find(ref->host.name);
     if (found != world.endpointByName.end() && found->second == ref) world.endpointByName.erase(found);
