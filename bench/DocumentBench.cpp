@@ -12,8 +12,8 @@
 #include <tav/tav.h>
 
 #include "tav/tavRecord.h"
-#include "tav/tavRoutingInfo.h"
 #include "tavConnector/tavConnector.h"
+#include "tavSnapshot/tavRoutingInfo.h"
 
 namespace {
 

@@ -1,7 +1,8 @@
 # Warnings, sanitizers and the rule that turns a floor's folders into an object library.
 
 add_library(tav_options INTERFACE)
-target_compile_options(tav_options INTERFACE -Wall -Wextra -Wpedantic -Wno-flexible-array-extensions -Wno-unknown-warning-option
+target_compile_options(tav_options INTERFACE -Wall -Wextra -Wpedantic
+  $<$<NOT:$<CXX_COMPILER_ID:GNU>>:-Wno-flexible-array-extensions -Wno-unknown-warning-option>
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Wno-missing-field-initializers>
   $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:GNU>>:-Wshadow=local> # scoped enumerators count as shadows with gcc's wider one
   $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:Clang>>:-Wshadow -Wthread-safety>

@@ -5,8 +5,8 @@
 #include "FuzzShop.h"
 #include "FuzzTarget.h"
 #include "tav/tavControl.h"
-#include "tav/tavObjectMap.h"
-#include "tav/tavRoutingInfo.h"
+#include "tavObjects/tavObjectMap.h"
+#include "tavSnapshot/tavRoutingInfo.h"
 
 namespace {
 

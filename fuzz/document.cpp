@@ -5,7 +5,7 @@
 #include "FuzzShop.h"
 #include "FuzzTarget.h"
 #include "tav/tavControl.h"
-#include "tav/tavRoutingInfo.h"
+#include "tavSnapshot/tavRoutingInfo.h"
 
 namespace {
 

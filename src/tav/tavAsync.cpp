@@ -10,7 +10,7 @@
 #include "tavConnector/tavConnector.h"
 #include "tavControl.h"
 #include "tavInternal.h"
-#include "tavIpc.h"
+#include "tavProcess/tavIpc.h"
 #include "tavUtil/tavMemory.h"
 #include "tr/tr.h"
 

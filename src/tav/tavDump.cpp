@@ -5,7 +5,7 @@
 #include "tavControl.h"
 #include "tavRecord.h"
 #include "tavRequestMapper/tavRequestMapper.h"
-#include "tavRoutingInfo.h"
+#include "tavSnapshot/tavRoutingInfo.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavUtil/tavMemory.h"
 

@@ -12,10 +12,10 @@
 #include "tavInternal.h"
 #include "tavLanguage/tavLanguage.h"
 #include "tavMultiProcess/tavMultiProcess.h"
-#include "tavObjectMap.h"
-#include "tavRoutingInfo.h"
+#include "tavObjects/tavObjectMap.h"
+#include "tavProcess/tavSapp.h"
 #include "tavRule/tavRule.h"
-#include "tavSapp.h"
+#include "tavSnapshot/tavRoutingInfo.h"
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavString.h"
 #include "tavUtil/tavTime.h"
@@ -231,8 +231,7 @@ void tavDestroy(Tav *tav) TAV_NOEXCEPT {
 void tavObtainRef(Tav *tav, const char *reason) TAV_NOEXCEPT {
     if (!tav) return;
     const int count = ++tav->refcnt;
-    TR_TRACE(tav->trCtx, tav->processRec, TR_DEBUG_LEVEL, "Obtained reference to tav, refcnt: %d, reason: %s\n", count,
-             tavOrNull(reason));
+    TR_TRACE(tav->trCtx, tav->processRec, TR_DEBUG_LEVEL, "Obtained reference to tav, refcnt: %d, reason: %s\n", count, tavOrNull(reason));
 }
 
 namespace {

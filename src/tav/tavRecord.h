@@ -1,4 +1,4 @@
-// The instance's record. Only src/tav sees it; everyone else asks tavInstance/tavInstance.h.
+// The instance's record. Only the top floor sees it; everyone else asks tavInstance/tavInstance.h.
 #ifndef TAV_TAVRECORD_H
 #define TAV_TAVRECORD_H
 

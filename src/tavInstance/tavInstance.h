@@ -1,5 +1,5 @@
 // What any module may ask of the instance and of a snapshot: plain getters, implemented by the core. Everything here may be called from
-// any thread; what drives the instance stays in src/tav.
+// any thread; what drives the instance stays in the top floor.
 #ifndef TAVINSTANCE_TAVINSTANCE_H
 #define TAVINSTANCE_TAVINSTANCE_H
 

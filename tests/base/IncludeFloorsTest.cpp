@@ -18,7 +18,7 @@ const std::string FLOORS[] = {" tavUtil tavList tavHash tavLock tavThread tavPro
                               " tavUrl URIMatcher vHost VHostMatcher tavURLMatcher ",
                               " tavRule tavRequestMapper tavTargetSelector tavHealthMonitor ",
                               " tavHttpContext tavHttpLanguage tavHttpClient tavConnector tavMultiProcess ",
-                              " tav "};
+                              " tavSnapshot tavObjects tavDocument tavProcess tav "};
 
 // -1: in no floor.
 int floorOf(const std::string &folder) {

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "edge/FakeHost.h"
-#include "tav/tavDocument.h"
 #include "tav/tavRecord.h"
+#include "tavDocument/tavDocument.h"
 #include "tavUtil/tavTime.h"
 
 class CoreFixture : public testing::Test {

@@ -7,7 +7,7 @@
 
 #include "base/FailEachAllocation.h"
 #include "core/CoreFixture.h"
-#include "tav/tavObjectMap.h"
+#include "tavObjects/tavObjectMap.h"
 #include "tavUtil/tavMemory.h"
 
 namespace {

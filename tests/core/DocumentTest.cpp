@@ -2,9 +2,9 @@
 #include <gmock/gmock.h>
 
 #include "core/CoreFixture.h"
-#include "tav/tavRoutingInfo.h"
-#include "tav/tavStoredDocument.h"
+#include "tavDocument/tavStoredDocument.h"
 #include "tavRequestMapper/tavRequestMapper.h"
+#include "tavSnapshot/tavRoutingInfo.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavURLMatcher/tavURLMatcher.h"
 #include "tavUtil/tavMemory.h"

@@ -8,9 +8,9 @@
 
 #include "core/RecordingTransport.h"
 #include "tav/tavControl.h"
-#include "tav/tavRoutingInfo.h"
 #include "tavConnector/tavConnector.h"
 #include "tavHealthMonitor/tavHealthMonitor.h"
+#include "tavSnapshot/tavRoutingInfo.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavUtil/tavMemory.h"
 

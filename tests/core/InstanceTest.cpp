@@ -10,11 +10,11 @@
 #include <functional>
 
 #include "core/CoreFixture.h"
-#include "tav/tavEndPointRef.h"
 #include "tav/tavInternal.h"
-#include "tav/tavRoutingInfo.h"
 #include "tavHttpContext/tavInstanceForContext.h"
 #include "tavMultiProcess/tavMultiProcess.h"
+#include "tavSnapshot/tavEndPointRef.h"
+#include "tavSnapshot/tavRoutingInfo.h"
 #include "tavUtil/tavMemory.h"
 #include "tr/tr.h"
 

@@ -10,10 +10,10 @@
 
 #include "core/CoreFixture.h"
 #include "tav/tavControl.h"
-#include "tav/tavIpc.h"
-#include "tav/tavRoutingInfo.h"
-#include "tav/tavSapp.h"
 #include "tavConnector/tavConnector.h"
+#include "tavProcess/tavIpc.h"
+#include "tavProcess/tavSapp.h"
+#include "tavSnapshot/tavRoutingInfo.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavUtil/tavMemory.h"
 

@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "tav/tavRoutingInfo.h"
 #include "tavRequestMapper/tavRequestMapper.h"
+#include "tavSnapshot/tavRoutingInfo.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 
 struct EnvTargetEndpoint {

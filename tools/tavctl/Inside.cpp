@@ -4,12 +4,12 @@
 
 #include <cstring>
 
-#include "tav/tavDocument.h"
-#include "tav/tavRoutingInfo.h"
+#include "tavDocument/tavDocument.h"
 #include "tavHttpContext/tavHttpContext.h"
 #include "tavLanguage/tavExpression.h"
 #include "tavRequestMapper/tavRequestMapper.h"
 #include "tavRule/tavRule.h"
+#include "tavSnapshot/tavRoutingInfo.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavURLMatcher/tavURLMatcher.h"
 #include "tavUtil/tavMemory.h"

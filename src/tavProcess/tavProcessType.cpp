@@ -1,5 +1,5 @@
 // Standalone, daemon or worker: the marks, the socket's data and the daemon's request limit.
-#include "tavInternal.h"
+#include "tav/tavInternal.h"
 #include "tavMultiProcess/tavMultiProcess.h"
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavString.h"

@@ -2,7 +2,7 @@
 #ifndef TAV_TAVHANDLERS_H
 #define TAV_TAVHANDLERS_H
 
-#include "tavDocument.h"
+#include "tavObjectHandler.h"
 
 // ---- topology ----
 Object *tavCellCreate(void *snapshot, const char *name, TavConnector *connector) noexcept;

@@ -4,8 +4,8 @@
 
 #include <jansson.h>
 
+#include "tav/tavRecord.h"
 #include "tavMultiProcess/tavMultiProcess.h"
-#include "tavRecord.h"
 
 // All with the control lock held; nothing happens without the process object.
 

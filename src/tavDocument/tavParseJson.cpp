@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tav/tavRecord.h"
 #include "tavDocument.h"
-#include "tavRecord.h"
 #include "tavUtil/tavString.h"
 #include "tr/tr.h"
 

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "tavConnector/tavConnector.h"
-#include "tavDocument.h"
+#include "tavDocument/tavDocument.h"
 #include "tavUtil/tavMemory.h"
 #include "tr/tr.h"
 

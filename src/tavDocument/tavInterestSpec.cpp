@@ -1,8 +1,8 @@
 // The interest specification: what a connector group asks its controller for. JSON-like text in single quotes; quotes inside a condition
 // are escaped. Built once per group, so later changes of the group's settings do not show in it.
+#include "tav/tavControl.h"
+#include "tav/tavRecord.h"
 #include "tavConnector/tavConnector.h"
-#include "tavControl.h"
-#include "tavRecord.h"
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavStringBuffer.h"
 

@@ -1,7 +1,7 @@
 // Object handlers of cells, nodes, clusters, servers and what stands on a server, and of health policies.
+#include "tav/tavInternal.h"
 #include "tavHandlers.h"
 #include "tavHealthMonitor/tavHealthMonitor.h"
-#include "tavInternal.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavSharedText.h"

@@ -4,7 +4,8 @@
 
 #include <cstring>
 
-#include "tavObjectMap.h"
+#include "tavDocument.h"
+#include "tavObjects/tavObjectMap.h"
 #include "tr/tr.h"
 
 // Nesting of entries and of arrays that is followed; the threads of a host's transport may have small stacks.

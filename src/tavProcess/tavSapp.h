@@ -4,9 +4,9 @@
 
 #include <jansson.h>
 
+#include "tav/tavRecord.h"
 #include "tavHash/tavHash.h"
 #include "tavList/tavList.h"
-#include "tavRecord.h"
 
 typedef struct TavRoutingSapp {
     char *sapp;              // the server application's name

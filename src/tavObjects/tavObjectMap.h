@@ -8,7 +8,7 @@
 #ifndef TAV_TAVOBJECTMAP_H
 #define TAV_TAVOBJECTMAP_H
 
-#include "tavDocument.h"
+#include "tavObjectHandler.h"
 
 // A full name taken apart in one pass: its length and hash, and those of its parent.
 typedef struct ObjectName {

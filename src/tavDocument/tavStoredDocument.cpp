@@ -6,7 +6,7 @@
 
 #include <cstring>
 
-#include "tavRecord.h"
+#include "tav/tavRecord.h"
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavString.h"
 

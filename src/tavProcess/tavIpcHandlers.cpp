@@ -1,10 +1,10 @@
 // What the daemon and the workers do with each other's messages. All under the control lock.
 #include "tavConnector/tavConnector.h"
-#include "tavDocument.h"
+#include "tavDocument/tavDocument.h"
 #include "tavHealthMonitor/tavHealthMonitor.h"
 #include "tavIpc.h"
-#include "tavRoutingInfo.h"
 #include "tavSapp.h"
+#include "tavSnapshot/tavRoutingInfo.h"
 #include "tr/tr.h"
 
 #define IPC_TRACE(tav, ...) TR_TRACE((tav)->trCtx, (tav)->ipcProcessRec, TR_DEBUG_LEVEL, __VA_ARGS__)

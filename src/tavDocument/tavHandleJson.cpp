@@ -9,11 +9,11 @@
 // that runs out of memory half way is made good by a rebuild. Everything runs with the control lock held.
 #include <cstring>
 
-#include "tavControl.h"
+#include "tav/tavControl.h"
+#include "tav/tavRecord.h"
 #include "tavHealthMonitor/tavHealthMonitor.h"
-#include "tavIpc.h"
 #include "tavJsonWalk.h"
-#include "tavRecord.h"
+#include "tavProcess/tavIpc.h"
 #include "tavStoredDocument.h"
 #include "tavUtil/tavMemory.h"
 #include "tr/tr.h"

@@ -8,7 +8,7 @@
 
 #include <tav/endpoint.h>
 
-#include "tavRecord.h"
+#include "tav/tavRecord.h"
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavString.h"
 #include "tr/tr.h"

@@ -6,9 +6,9 @@
 // whole, when it becomes and ceases to be the current one. A rule that comes to a snapshot in use joins at once.
 //
 // All of it happens under the control lock, but for a snapshot whose last request ends: by then its trace rules have left.
+#include "tav/tavRecord.h"
 #include "tavHandlers.h"
 #include "tavObjectMap.h"
-#include "tavRecord.h"
 #include "tavRequestMapper/tavRequestMapper.h"
 #include "tavRule/tavRule.h"
 #include "tavTargetSelector/tavTargetSelector.h"

@@ -5,12 +5,12 @@
 // requests read without a lock is sealed by then.
 #include "tavRoutingInfo.h"
 
+#include "tav/tavRecord.h"
 #include "tavConnector/tavConnector.h"
-#include "tavDocument.h"
-#include "tavHandlers.h"
-#include "tavIpc.h"
-#include "tavObjectMap.h"
-#include "tavRecord.h"
+#include "tavDocument/tavDocument.h"
+#include "tavObjects/tavHandlers.h"
+#include "tavObjects/tavObjectMap.h"
+#include "tavProcess/tavIpc.h"
 #include "tavRequestMapper/tavRequestMapper.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavURLMatcher/tavURLMatcher.h"
@@ -43,8 +43,7 @@ TavRoutingInfo *tavRoutingInfoCreate(Tav *tav) noexcept {
     ri->refCount = 1;
     ri->complete = TRUE;
     tavObtainRef(tav, "tavRoutingInfoCreate");
-    if ((ri->objectMap = tavHashMapCreate()) && (ri->requestMapper = rmCreate(ri)) && (ri->targetSelector = tsCreate(ri)))
-        return ri;
+    if ((ri->objectMap = tavHashMapCreate()) && (ri->requestMapper = rmCreate(ri)) && (ri->targetSelector = tsCreate(ri))) return ri;
     snapshotDelete(ri);
     return nullptr;
 }
