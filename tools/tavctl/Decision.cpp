@@ -39,8 +39,8 @@ const char *actionName(TavAction action) {
     }
 }
 
-RoutedRequest::RoutedRequest(Engine &engine, EnvHttpContext request)
-    : request_(std::make_unique<EnvHttpContext>(std::move(request))), context_(tavHttpContextObtain(engine.tav(), request_.get())) {
+RoutedRequest::RoutedRequest(Tav *tav, EnvHttpContext request)
+    : request_(std::make_unique<EnvHttpContext>(std::move(request))), context_(tavHttpContextObtain(tav, request_.get())) {
     if (!context_) throw Fault("the library gives no request context");
     traceInFull(context_.get());
 }

@@ -16,7 +16,7 @@ namespace tavctl {
 // Holds a request context; releases it when destroyed, which must be before the engine goes.
 class RoutedRequest {
 public:
-    RoutedRequest(Engine &engine, EnvHttpContext request); // throws Fault
+    RoutedRequest(Tav *tav, EnvHttpContext request); // throws Fault
     RoutedRequest(RoutedRequest &&) = default;
     RoutedRequest &operator=(RoutedRequest &&) = default;
 

@@ -59,16 +59,6 @@ EnvCallBacks callBacks() {
     return env;
 }
 
-Tav *createInstance() {
-    EnvCallBacks env = callBacks();
-    FILE *catalogue = fmemopen(const_cast<unsigned char *>(tavctlCatalogue), tavctlCatalogueSize, "r");
-    if (!catalogue) throw Fault("the trace catalogue cannot be opened");
-    Tav *tav = tavCreate(&env, catalogue, nullptr);
-    fclose(catalogue);
-    if (!tav) throw Fault("the library could not be started");
-    return tav;
-}
-
 // The last text that is an error or a warning.
 std::string refusalText(const TraceLines &lines) {
     for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
@@ -80,7 +70,18 @@ std::string refusalText(const TraceLines &lines) {
 
 } // namespace
 
-Engine::Engine() : tav_(createInstance()) {
+Tav *createInstance(EnvCallBacks &env) {
+    FILE *catalogue = fmemopen(const_cast<unsigned char *>(tavctlCatalogue), tavctlCatalogueSize, "r");
+    if (!catalogue) throw Fault("the trace catalogue cannot be opened");
+    Tav *tav = tavCreate(&env, catalogue, nullptr);
+    fclose(catalogue);
+    if (!tav) throw Fault("the library could not be started");
+    return tav;
+}
+
+Engine::Engine() {
+    EnvCallBacks env = callBacks();
+    tav_ = createInstance(env);
     group_ = tavConnectorGroupCreate(tav_, "scenario");
     connector_ = group_ ? tavConnectorCreate(group_, "http://scenario.invalid/") : nullptr;
     if (connector_ && tavStart(tav_, -1) == 0) return;

@@ -21,6 +21,9 @@ struct DocumentFinding {
     std::string text;
 };
 
+// Creates an instance with the trace catalogue that is part of the program. Throws Fault.
+Tav *createInstance(EnvCallBacks &env);
+
 class Engine {
 public:
     Engine(); // throws Fault

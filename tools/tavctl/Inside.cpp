@@ -2,8 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 
+#include "tav/tavControl.h"
 #include "tavDocument/tavDocument.h"
 #include "tavHttpContext/tavHttpContext.h"
 #include "tavLanguage/tavExpression.h"
@@ -29,6 +31,14 @@ long long applyObserved(TavConnector *connector, const std::string &document, st
 }
 
 json_t *storedDocument(TavConnector *connector) { return tavConnectorGetJSON(connector); }
+
+long long appliedVersion(TavConnectorGroup *group) {
+    const TavControlScope control("appliedVersion");
+    long long version = -1;
+    for (TavListEle *ele = tavListGetHead(group->connectorList); ele; ele = tavListGetNext(ele))
+        version = std::max<long long>(version, tavConnectorGetVersion(static_cast<TavConnector *>(tavListEleGetObject(ele))));
+    return version;
+}
 
 // ---- requests ----
 

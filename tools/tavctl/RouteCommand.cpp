@@ -30,7 +30,7 @@ struct RouteOptions {
 };
 
 void routeOnce(Engine &engine, const RouteOptions &options, const RuleNames &names, int number, const std::string &url) {
-    RoutedRequest request(engine, options.request.request(url));
+    RoutedRequest request(engine.tav(), options.request.request(url));
     request.decide();
     if (!options.json) return printDecision(request, names, options.explain);
     const Json json = request.toJson(std::to_string(number));
@@ -69,7 +69,7 @@ void routeRepeatedly(Engine &engine, const RouteOptions &options, int &number, c
             open.front().report(RESPONSE_SENT);
             open.pop_front();
         }
-        RoutedRequest &routed = open.emplace_back(engine, request);
+        RoutedRequest &routed = open.emplace_back(engine.tav(), request);
         routed.decide();
         if (options.json)
             out("{}\n", jsonLine(routed.toJson(std::to_string(number++)).get()));

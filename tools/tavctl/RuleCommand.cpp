@@ -50,7 +50,7 @@ void printOutcome(const std::string &expression, const RuleOutcome &outcome, con
 }
 
 bool readOne(Engine &engine, const RuleReader &reader, const std::string &expression, EnvHttpContext request, bool json) {
-    const RoutedRequest routed(engine, std::move(request));
+    const RoutedRequest routed(engine.tav(), std::move(request));
     const RuleOutcome outcome = reader.read(expression, routed.context());
     if (json)
         out("{}\n", jsonLine(outcomeJson(outcome).get()));

@@ -108,7 +108,7 @@ void Scenario::property(const json_t *line) {
 
 void Scenario::request(const json_t *line) {
     const std::string id = textOf(line, "id");
-    RoutedRequest routed(engine_, requestFromJson(json_object_get(line, "request")));
+    RoutedRequest routed(engine_.tav(), requestFromJson(json_object_get(line, "request")));
     routed.decide();
     if (const auto old = requests_.find(id); old != requests_.end()) {
         replaced_.push_back(std::move(old->second));

@@ -104,6 +104,8 @@ bool readBalance(std::string_view text, TraceStory &story) {
 TraceRecording::TraceRecording(TraceLines &lines) { recording = &lines; }
 TraceRecording::~TraceRecording() { recording = nullptr; }
 
+bool recordingTrace() { return recording != nullptr; }
+
 int traceHook(const TrContext *ctx, va_list args) {
     if (!recording) return 0;
     const char *format = trContextGetFormat(ctx);

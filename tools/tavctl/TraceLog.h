@@ -25,6 +25,8 @@ public:
     TraceRecording &operator=(const TraceRecording &) = delete;
 };
 
+// Is a TraceRecording alive on this thread?
+bool recordingTrace();
 // The hook for EnvCallBacks.trace.printf.
 int traceHook(const TrContext *ctx, va_list args);
 

@@ -8,7 +8,7 @@ _tavctl() {
         cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} words=("${COMP_WORDS[@]}") cword=$COMP_CWORD
     fi
 
-    local commands='route check test rule dump interests'
+    local commands='route check test rule dump interests watch'
     local command='' i
     for ((i = 1; i < cword; i++)); do
         case " $commands " in *" ${words[i]} "*) command=${words[i]} && break ;; esac
@@ -19,7 +19,7 @@ _tavctl() {
     fi
 
     case $prev in
-    -c | --config | -d | --delta | --file)
+    -c | --config | -d | --delta | --file | --daemon | --worker)
         mapfile -t COMPREPLY < <(compgen -f -- "$cur")
         return
         ;;
@@ -34,7 +34,9 @@ _tavctl() {
         compopt -o nospace 2>/dev/null
         return
         ;;
-    -H | --header | -b | --cookie | --client | --request | --repeat | --in-flight | --fail-under) return ;;
+    -H | --header | -b | --cookie | --client | --request | --repeat | --in-flight | --fail-under | --controller | --group | --group-property | --wait | --every | --for | --trace)
+        return
+         ;;
     esac
 
     local configuration='-c --config -d --delta -p --property'
@@ -47,6 +49,10 @@ _tavctl() {
     rule) options+=" $request --request --file --json" ;;
     dump) options+=" $configuration" ;;
     interests) options+=' --admin' ;;
+    watch)
+        options+=" $request -p --property --controller --group --group-property --wait --daemon --worker --request --every --all --for
+            --trace --json"
+        ;;
     esac
     if [[ $cur == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$cur")
