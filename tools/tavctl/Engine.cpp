@@ -3,58 +3,26 @@
 #include <fmt/format.h>
 
 #include <cstdio>
-#include <mutex>
 
 #include "Fault.h"
+#include "HostInstance.h"
 #include "Inside.h"
 #include "Json.h"
 #include "ScenarioHost.h"
+#include "SilentTransport.h"
 #include "TraceLog.h"
 
 // The trace catalogue, generated from share/tav-trace.xml.
 extern "C" const unsigned char tavctlCatalogue[];
 extern "C" const size_t tavctlCatalogueSize;
 
-struct EnvConnectorClient {
-    char unused;
-};
-
 namespace tavctl {
 
 namespace {
 
-// ---- a transport that never answers ----
-
-struct PendingRequest {
-    TavHttpResponseCallBack callback;
-    TavHttpResponseContext *passback;
-};
-std::mutex pendingMutex;
-std::vector<PendingRequest> pendingRequests;
-
-int acceptRequest(EnvConnectorClient *, const char *, const char *, const char *, int, TavHttpResponseCallBack callback,
-                  TavHttpResponseContext *passback) {
-    const std::lock_guard<std::mutex> lock(pendingMutex);
-    pendingRequests.push_back({callback, passback});
-    return 0;
-}
-
-// Each accepted request ends once, without a response.
-void endPendingRequests() {
-    std::vector<PendingRequest> ended;
-    {
-        const std::lock_guard<std::mutex> lock(pendingMutex);
-        ended.swap(pendingRequests);
-    }
-    for (const PendingRequest &request : ended) request.callback(nullptr, request.passback);
-}
-
 EnvCallBacks callBacks() {
     EnvCallBacks env = scenarioHostCallBacks();
-    env.http.connector.open = [](TavConnector *) { return new EnvConnectorClient; };
-    env.http.connector.sendRequest = acceptRequest;
-    env.http.connector.freeResponse = [](TavHttpResponse *) {};
-    env.http.connector.close = [](EnvConnectorClient *client) { delete client; };
+    tavhost::useSilentTransport(env);
     env.trace.printf = traceHook;
     return env;
 }
@@ -89,12 +57,7 @@ Engine::Engine() {
     throw Fault("the library could not be started");
 }
 
-Engine::~Engine() {
-    tavStop(tav_);
-    endPendingRequests();
-    tavDestroy(tav_);
-    endPendingRequests();
-}
+Engine::~Engine() { tavhost::endInstance(tav_); }
 
 long long Engine::apply(const std::string &document, std::vector<DocumentFinding> *findings) {
     TraceLines lines;

@@ -5,23 +5,24 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdint>
 #include <cstring>
 
 #include "Engine.h"
 #include "Fault.h"
+#include "HostInstance.h"
 #include "Inside.h"
 #include "Json.h"
 #include "ScenarioHost.h"
 #include "TraceLog.h"
+#include "TraceText.h"
 
 namespace tavctl {
 
 namespace {
 
 constexpr const char *EVENT_TRACE = ":NOTICE,control.json.received:DEBUG,control.json.sent:DEBUG,control.ipc:DEBUG";
-constexpr const char *RECEIVED_ID = "TAV0101D", *SENT_ID = "TAV0103D", *STATE_IDS[] = {"TAV0001N", "TAV0002N"};
+constexpr std::string_view RECEIVED_ID = "TAV0101D", SENT_ID = "TAV0103D", STATE_IDS[] = {"TAV0001N", "TAV0002N"};
 
 // The library's callbacks know of no owner: there is one instance, and it tells this log.
 EventLog *eventLog = nullptr;
@@ -78,43 +79,33 @@ void tellDaemonMessage(int type) {
 
 // ---- the trace hook ----
 
-std::string formatted(const char *format, va_list args) {
-    char *text = nullptr;
-    const int length = vasprintf(&text, format, args);
-    if (length < 0) return {};
-    std::string result(text, static_cast<size_t>(length));
-    free(text);
-    while (result.ends_with('\n')) result.pop_back();
-    return result;
-}
-
-bool tellDocuments(const TrContext *ctx, const char *format, va_list args) {
+bool tellDocuments(const TrContext *ctx, va_list args) {
     const std::string_view id = trContextGetMessageId(ctx);
     if (id == RECEIVED_ID) return tellReceived(va_arg(args, const char *)), true;
+    const std::string text = tavhost::traceText(ctx, args).text;
     if (id == SENT_ID) {
-        const std::string text = formatted(format, args);
         const size_t body = text.find('{');
         return body != std::string::npos ? tellSent(text.c_str() + body) : void(), true;
     }
     int type = 0;
-    if (sscanf(formatted(format, args).c_str(), "tavClientProcessHandleMessage - message type %d", &type) != 1) return false;
+    if (sscanf(text.c_str(), "tavClientProcessHandleMessage - message type %d", &type) != 1) return false;
     return tellDaemonMessage(type), true;
 }
 
 int tellTrace(const TrContext *ctx, va_list args) {
     if (recordingTrace()) return traceHook(ctx, args);
-    if (!eventLog) return 0;
-    const char *format = trContextGetFormat(ctx), *level = trContextGetLevel(ctx), *id = trContextGetMessageId(ctx);
-    if (!format || !level || std::any_of(std::begin(STATE_IDS), std::end(STATE_IDS), [&](const char *state) { return !strcmp(state, id); }))
-        return 0;
+    if (!eventLog || !trContextGetFormat(ctx)) return 0;
     va_list again;
     va_copy(again, args);
-    const bool told = tellDocuments(ctx, format, again);
+    const bool told = tellDocuments(ctx, again);
     va_end(again);
-    if (told || (!traceAll && trLevelNameToIndex(level) > trLevelNameToIndex("NOTICE"))) return 0;
-    const std::string text = formatted(format, args);
-    eventLog->tell("library", fmt::format("{} {}{}", level, strcmp(id, "-1") != 0 ? std::string(id) + " " : "", text),
-                   {{"level", level}, {"id", id}, {"text", text}});
+    if (told) return 0;
+    const auto [level, id, text] = tavhost::traceText(ctx, args);
+    if (std::find(std::begin(STATE_IDS), std::end(STATE_IDS), id) != std::end(STATE_IDS)) return 0;
+    if (!traceAll && level > trLevelNameToIndex("NOTICE")) return 0;
+    const std::string name = trLevelIndexToName(level);
+    eventLog->tell("library", fmt::format("{} {}{}{}", name, id, id.empty() ? "" : " ", text),
+                   {{"level", name}, {"id", id}, {"text", text}});
     return 0;
 }
 
@@ -131,62 +122,55 @@ EnvCallBacks callBacks() {
     return env;
 }
 
-std::pair<std::string, std::string> nameAndValue(const std::string &property) {
-    const size_t equals = property.find('=');
-    if (equals == std::string::npos) throw Fault(fmt::format("property '{}': write NAME=VALUE", property));
-    return {property.substr(0, equals), property.substr(equals + 1)};
+tavhost::Process processOf(const LiveOptions &options) {
+    if (!options.daemon.empty()) return tavhost::Process::Daemon;
+    return options.worker.empty() ? tavhost::Process::Standalone : tavhost::Process::Worker;
+}
+
+std::vector<tavhost::NameValue> nameValues(const std::vector<std::string> &properties) {
+    std::vector<tavhost::NameValue> result;
+    for (const std::string &property : properties) {
+        const size_t equals = property.find('=');
+        if (equals == std::string::npos) throw Fault(fmt::format("property '{}': write NAME=VALUE", property));
+        result.push_back({property.substr(0, equals), property.substr(equals + 1)});
+    }
+    return result;
+}
+
+tavhost::HostOptions hostOptions(const LiveOptions &options) {
+    tavhost::HostOptions host;
+    host.properties = nameValues(options.properties);
+    host.groups = {{options.group, options.controllers, nameValues(options.groupProperties), options.wait}};
+    host.socketPath = options.daemon + options.worker;
+    host.socketUid = getuid();
+    host.traceSpec = options.trace.empty() ? EVENT_TRACE : std::string(EVENT_TRACE) + "," + options.trace;
+    return host;
 }
 
 } // namespace
 
-LiveInstance::LiveInstance(const LiveOptions &options, EventLog &log) {
+LiveInstance::LiveInstance(const LiveOptions &options, EventLog &log) : group_(options.group) {
+    const tavhost::HostOptions host = hostOptions(options);
     traceAll = !options.trace.empty();
     documentEvent = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (documentEvent < 0) throw Fault("no event descriptor is left");
     EnvCallBacks env = callBacks();
     tav_ = createInstance(env);
     try {
-        configure(options, &log);
+        tavhost::configureInstance(tav_, host, processOf(options));
     } catch (...) {
-        eventLog = nullptr;
         tavDestroy(tav_);
         close(documentEvent);
         throw;
     }
-    tavStart(tav_, -1);
+    eventLog = &log;
+    tavhost::startInstance(tav_, host, 0);
 }
 
 LiveInstance::~LiveInstance() {
-    tavStop(tav_);
-    tavDestroy(tav_);
+    tavhost::endInstance(tav_);
     eventLog = nullptr;
     close(documentEvent);
-}
-
-void LiveInstance::configure(const LiveOptions &options, EventLog *log) {
-    const std::string trace = options.trace.empty() ? EVENT_TRACE : std::string(EVENT_TRACE) + "," + options.trace;
-    if (tavSetTraceSpec(tav_, trace.c_str()) != 0) throw Fault(fmt::format("trace specification '{}' does not parse", options.trace));
-    eventLog = log;
-    for (const std::string &property : options.properties) {
-        const auto [name, value] = nameAndValue(property);
-        if (tavPropertySet(tavGetProperties(tav_), name.c_str(), value.c_str(), TRUE) == -1)
-            throw Fault(fmt::format("property '{}': the library refused it", property));
-    }
-    group_ = tavConnectorGroupCreate(tav_, options.group.c_str());
-    if (!group_) throw Fault("the connector group could not be made");
-    for (const std::string &property : options.groupProperties) {
-        const auto [name, value] = nameAndValue(property);
-        if (!tavConnectorGroupSetProperty(group_, name.c_str(), value.c_str()))
-            throw Fault(fmt::format("property '{}' is none of a connector group", name));
-    }
-    if (options.wait > 0) tavConnectorGroupSetWaitTime(group_, options.wait);
-    for (const std::string &url : options.controllers) {
-        if (!tavConnectorCreate(group_, url.c_str())) throw Fault(fmt::format("controller '{}' could not be added", url));
-    }
-    std::string socket = options.daemon + options.worker;
-    if (!options.daemon.empty() && tavMarkAsServerProcess(tav_, socket.data(), getuid()) != 0)
-        throw Fault("the daemon could not be set up");
-    if (!options.worker.empty() && tavMarkAsClientProcess(tav_, socket.data()) != 0) throw Fault("the worker could not be set up");
 }
 
 int LiveInstance::documentFd() const { return documentEvent; }
@@ -196,6 +180,6 @@ void LiveInstance::forgetDocuments() {
     if (read(documentEvent, &count, sizeof count) < 0) return; // there were none
 }
 
-long long LiveInstance::version() const { return appliedVersion(group_); }
+long long LiveInstance::version() const { return appliedVersion(tavFindConnectorGroup(tav_, group_.c_str())); }
 
 } // namespace tavctl

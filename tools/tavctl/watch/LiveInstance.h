@@ -39,10 +39,8 @@ public:
     long long version() const;
 
 private:
-    void configure(const LiveOptions &options, EventLog *log);
-
     Tav *tav_ = nullptr;
-    TavConnectorGroup *group_ = nullptr;
+    std::string group_;
 };
 
 } // namespace tavctl

@@ -1,0 +1,102 @@
+#include "HostInstance.h"
+
+#include <fstream>
+#include <sstream>
+
+#include "SilentTransport.h"
+
+namespace tavhost {
+
+namespace {
+
+constexpr const char *FILE_GROUP = "file", *FILE_URL = "http://file.invalid/";
+
+void applyProperties(Tav *tav, const HostOptions &options) {
+    for (const auto &[name, value] : options.properties) {
+        if (tavPropertySet(tavGetProperties(tav), name.c_str(), value.c_str(), TRUE) == -1)
+            throw HostFault("the property '" + name + "' is not known, or its value '" + value + "' is refused");
+    }
+}
+
+TavConnectorGroup *createGroup(Tav *tav, const std::string &name) {
+    TavConnectorGroup *group = tavConnectorGroupCreate(tav, name.c_str());
+    if (!group) throw HostFault("the controller group '" + name + "' cannot be created");
+    return group;
+}
+
+void addController(TavConnectorGroup *group, const std::string &url) {
+    if (!tavConnectorCreate(group, url.c_str())) throw HostFault("the controller '" + url + "' cannot be added");
+}
+
+void addGroup(Tav *tav, const ControllerGroup &configured) {
+    TavConnectorGroup *group = createGroup(tav, configured.name);
+    for (const auto &[name, value] : configured.properties) {
+        if (!tavConnectorGroupSetProperty(group, name.c_str(), value.c_str()))
+            throw HostFault("'" + name + "' is no property of a controller group");
+    }
+    if (configured.wait > 0) tavConnectorGroupSetWaitTime(group, configured.wait);
+    for (const std::string &url : configured.urls) addController(group, url);
+}
+
+void markProcess(Tav *tav, const HostOptions &options, Process process) {
+    std::string socket = options.socketPath;
+    if (process == Process::Daemon && tavMarkAsServerProcess(tav, socket.data(), options.socketUid) != 0)
+        throw HostFault("the daemon cannot be set up");
+    if (process == Process::Worker && tavMarkAsClientProcess(tav, socket.data()) != 0) throw HostFault("the worker cannot be set up");
+}
+
+std::string readFile(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    if (!file || !(text << file.rdbuf())) throw HostFault("the configuration file '" + path + "' cannot be read");
+    return text.str();
+}
+
+void applyFile(Tav *tav, const HostOptions &options) {
+    const std::string text = readFile(options.configFile);
+    TavConnector *connector = tavConnectorGroupFindConnector(tavFindConnectorGroup(tav, FILE_GROUP), FILE_URL);
+    if (text.find('\0') != std::string::npos || tavHandleJsonFromRestService(text.c_str(), connector) == -1)
+        throw HostFault("the configuration file '" + options.configFile + "' is no configuration document");
+}
+
+} // namespace
+
+void configureInstance(Tav *tav, const HostOptions &options, Process process) {
+    if (!options.traceSpec.empty() && tavSetTraceSpec(tav, options.traceSpec.c_str()) != 0)
+        throw HostFault("the trace specification '" + options.traceSpec + "' does not parse");
+    applyProperties(tav, options);
+    for (const ControllerGroup &group : options.groups) addGroup(tav, group);
+    if (!options.configFile.empty()) addController(createGroup(tav, FILE_GROUP), FILE_URL);
+    markProcess(tav, options, process);
+}
+
+Tav *createInstance(EnvCallBacks env, const HostOptions &options, Process process) {
+    if (!options.configFile.empty()) useSilentTransport(env);
+    std::string catalogue = options.catalogue;
+    Tav *tav = tavCreate(&env, nullptr, catalogue.data());
+    if (!tav) throw HostFault("the library cannot be started with the trace catalogue '" + options.catalogue + "'");
+    try {
+        configureInstance(tav, options, process);
+    } catch (...) {
+        tavDestroy(tav);
+        throw;
+    }
+    return tav;
+}
+
+void startInstance(Tav *tav, const HostOptions &options, int seconds) {
+    if (!options.configFile.empty()) {
+        tavStart(tav, -1);
+        return applyFile(tav, options);
+    }
+    tavStart(tav, seconds > 0 ? seconds + 1 : -1);
+}
+
+void endInstance(Tav *tav) {
+    tavStop(tav);
+    endSilentRequests();
+    tavDestroy(tav);
+    endSilentRequests();
+}
+
+} // namespace tavhost

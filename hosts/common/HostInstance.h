@@ -1,0 +1,34 @@
+// A library instance set up from a host's configuration.
+#ifndef TAV_HOSTS_HOSTINSTANCE_H
+#define TAV_HOSTS_HOSTINSTANCE_H
+
+#include <tav/tav.h>
+
+#include <stdexcept>
+
+#include "HostOptions.h"
+
+namespace tavhost {
+
+// Why an instance cannot be set up, in words for the person who wrote the configuration.
+class HostFault : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// Creates the instance with its groups, properties and process type, in state STOPPED. Returns new (tavDestroy()). Throws HostFault.
+// With `configFile` the instance has one group of its own that asks nobody: the file is applied by startInstance().
+Tav *createInstance(EnvCallBacks env, const HostOptions &options, Process process);
+
+// The same for an instance that exists already, as yet without groups.
+void configureInstance(Tav *tav, const HostOptions &options, Process process);
+
+// Starts the instance. With a configuration file applies that; otherwise waits at most `seconds` for the first configuration (0: does not
+// wait). Throws HostFault when the file is refused.
+void startInstance(Tav *tav, const HostOptions &options, int seconds);
+
+// Stops and destroys it.
+void endInstance(Tav *tav);
+
+} // namespace tavhost
+
+#endif

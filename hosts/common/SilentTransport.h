@@ -1,0 +1,16 @@
+// A transport that accepts every request and answers none: for instances whose configuration comes from files.
+#ifndef TAV_HOSTS_SILENTTRANSPORT_H
+#define TAV_HOSTS_SILENTTRANSPORT_H
+
+#include <tav/env.h>
+
+namespace tavhost {
+
+void useSilentTransport(EnvCallBacks &env);
+// Ends every accepted request without a response. Call it after tavStop() and after tavDestroy(), with no callback of the library on the
+// stack: it drops the last references that the requests hold.
+void endSilentRequests();
+
+} // namespace tavhost
+
+#endif
