@@ -99,4 +99,21 @@ void endInstance(Tav *tav) {
     endSilentRequests();
 }
 
+void checkOptions(EnvCallBacks env, const HostOptions &options) {
+    useSilentTransport(env);
+    env.stateChange = {};
+    env.targetEndpoint = {};
+    if (options.groups.empty() == options.configFile.empty())
+        throw HostFault(options.groups.empty() ? "neither a controller nor a configuration file is given"
+                                               : "a configuration file and a controller exclude each other");
+    Tav *tav = createInstance(env, options, Process::Standalone);
+    try {
+        if (!options.configFile.empty()) startInstance(tav, options, 0);
+    } catch (...) {
+        endInstance(tav);
+        throw;
+    }
+    endInstance(tav);
+}
+
 } // namespace tavhost

@@ -22,6 +22,9 @@ Tav *createInstance(EnvCallBacks env, const HostOptions &options, Process proces
 // The same for an instance that exists already, as yet without groups.
 void configureInstance(Tav *tav, const HostOptions &options, Process process);
 
+// Tries the options out with an instance that asks nobody and marks no process; a configuration file is applied. Throws HostFault.
+void checkOptions(EnvCallBacks env, const HostOptions &options);
+
 // Starts the instance. With a configuration file applies that; otherwise waits at most `seconds` for the first configuration (0: does not
 // wait). Throws HostFault when the file is refused.
 void startInstance(Tav *tav, const HostOptions &options, int seconds);

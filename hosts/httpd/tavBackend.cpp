@@ -1,0 +1,115 @@
+// The proxy worker of an endpoint: mod_proxy's pool of connections to it.
+//
+// The library shares one host object among all endpoints of one name and deletes it when no snapshot and no request refers to it any more,
+// so that a worker lives as long as somebody can forward through it. Creation and deletion come under the library's locks, from any thread.
+#include <cstdlib>
+#include <cstring>
+
+#include "modProxy.h"
+#include "tavModule.h"
+
+struct EnvTargetEndpoint {
+    apr_pool_t *pool;
+    const char *base; // "http://host:port"
+    proxy_worker *worker;
+};
+
+namespace modtav {
+
+namespace {
+
+server_rec *workerServer = nullptr;
+
+proxy_server_conf *proxyConf(server_rec *server) {
+    return static_cast<proxy_server_conf *>(ap_get_module_config(server->module_config, &proxy_module));
+}
+
+const char *baseOf(apr_pool_t *pool, TavTargetEndpoint *endpoint) {
+    const char *host = tavTargetEndpointGetHostName(endpoint);
+    const bool literal = host && strchr(host, ':') && *host != '[';
+    return apr_psprintf(pool, literal ? "%s://[%s]:%d" : "%s://%s:%d", tavTargetEndpointGetProtocol(endpoint), host ? host : "",
+                        tavTargetEndpointGetPort(endpoint));
+}
+
+apr_interval_time_t seconds(int count) { return apr_time_from_sec(count); }
+
+void setTimeouts(proxy_worker_shared *worker, TavTargetEndpoint *endpoint) {
+    if (const int connect = tavTargetEndpointGetConnectTimeout(endpoint); connect > 0) {
+        worker->conn_timeout = seconds(connect);
+        worker->conn_timeout_set = 1;
+    }
+    if (const int io = tavTargetEndpointGetIOTimeout(endpoint); io > 0) {
+        worker->timeout = seconds(io);
+        worker->timeout_set = 1;
+    }
+    if (const int idle = tavTargetEndpointGetPersistentTimeout(endpoint); idle > 0) worker->ttl = seconds(idle);
+}
+
+// The library marks endpoints that fail and tries them again in its own time.
+void leaveFailuresToTheLibrary(proxy_worker_shared *worker) {
+    worker->status |= PROXY_WORKER_IGNORE_ERRORS;
+    worker->retry = 0;
+    worker->retry_set = 1;
+}
+
+apr_status_t freeShared(void *data) {
+    auto *worker = static_cast<proxy_worker *>(data);
+    if (worker->s && worker->s->was_malloced) free(worker->s);
+    worker->s = nullptr;
+    return APR_SUCCESS;
+}
+
+// Null when mod_proxy refuses the endpoint.
+proxy_worker *createWorker(apr_pool_t *pool, const char *base, TavTargetEndpoint *endpoint) {
+    auto *conf = static_cast<proxy_server_conf *>(apr_pmemdup(pool, proxyConf(workerServer), sizeof(proxy_server_conf)));
+    conf->workers = apr_array_make(pool, 1, sizeof(proxy_worker)); // the server's own workers are fixed when it starts
+    proxy_worker *worker = nullptr;
+    if (const char *fault = ap_proxy_define_worker(pool, &worker, nullptr, conf, base, 1)) {
+        ap_log_error(APLOG_MARK, APLOG_ERR, 0, workerServer, "%s: %s", base, fault);
+        return nullptr;
+    }
+    apr_pool_cleanup_register(pool, worker, freeShared, apr_pool_cleanup_null);
+    setTimeouts(worker->s, endpoint);
+    leaveFailuresToTheLibrary(worker->s);
+    apr_cpystrn(worker->s->upgrade, "websocket", sizeof worker->s->upgrade);
+    return ap_proxy_initialize_worker(worker, workerServer, pool) == APR_SUCCESS ? worker : nullptr;
+}
+
+EnvTargetEndpoint *createEndpoint(TavTargetEndpoint *endpoint) {
+    apr_pool_t *pool = nullptr;
+    if (apr_pool_create(&pool, nullptr) != APR_SUCCESS) return nullptr;
+    apr_pool_tag(pool, "tav endpoint");
+    const char *base = baseOf(pool, endpoint);
+    proxy_worker *worker = createWorker(pool, base, endpoint);
+    if (!worker) {
+        apr_pool_destroy(pool);
+        return nullptr;
+    }
+    return new (apr_palloc(pool, sizeof(EnvTargetEndpoint))) EnvTargetEndpoint{pool, base, worker};
+}
+
+int deleteEndpoint(EnvTargetEndpoint *backend) {
+    if (backend) apr_pool_destroy(backend->pool);
+    return 0;
+}
+
+} // namespace
+
+void backendServer(server_rec *server) { workerServer = server; }
+
+void setEndpointCallBacks(EnvCallBacks &env) { env.targetEndpoint = {createEndpoint, deleteEndpoint}; }
+
+int proxyTo(request_rec *r, TavTargetEndpoint *endpoint) {
+    const EnvTargetEndpoint *backend = tavTargetEndpointGetEnvTargetEndpoint(endpoint);
+    if (!backend) return HTTP_SERVICE_UNAVAILABLE;
+    r->proxyreq = PROXYREQ_REVERSE;
+    const int canonical = proxy_run_canon_handler(r, apr_pstrcat(r->pool, backend->base, r->uri, nullptr));
+    if (canonical != OK) return canonical == DECLINED ? HTTP_INTERNAL_SERVER_ERROR : canonical;
+    char *url = r->filename + strlen("proxy:");
+    const int status = proxy_run_scheme_handler(r, backend->worker, proxyConf(r->server), url, nullptr, 0);
+    if (status != DECLINED) return status;
+    ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, r, "no module forwards to %s: load mod_proxy_http", backend->base);
+    return HTTP_INTERNAL_SERVER_ERROR;
+}
+
+} // namespace modtav

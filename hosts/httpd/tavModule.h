@@ -1,0 +1,124 @@
+// mod_tav: what its files share.
+//
+//   mod_tav.cpp          the module record and the hooks
+//   tavDirectives.cpp    directives and merged configuration
+//   tavProcesses.cpp     the daemon's process and the library in the children
+//   tavRequest.cpp       a request and its decision, from translation to logging
+//   tavCallBacks.cpp     the request as the library sees it
+//   tavForward.cpp       a decided request on its way to its endpoint
+//   tavBackend.cpp       the proxy worker of an endpoint
+//   tavLog.cpp           the library's messages in the error log
+#ifndef TAV_HOSTS_HTTPD_TAVMODULE_H
+#define TAV_HOSTS_HTTPD_TAVMODULE_H
+
+#define AP_HAVE_DESIGNATED_INITIALIZER 1 // typed functions in the table of directives
+#include <httpd.h>
+// httpd.h must come first
+#include <apr_strings.h>
+#include <http_config.h>
+#include <http_connection.h>
+#include <http_core.h>
+#include <http_log.h>
+#include <http_protocol.h>
+#include <http_request.h>
+#include <tav/tav.h>
+#include <util_filter.h>
+
+#include "HostOptions.h"
+
+extern "C" __attribute__((visibility("default"))) module AP_MODULE_DECLARE_DATA tav_module;
+APLOG_USE_MODULE(tav);
+
+namespace modtav {
+
+inline constexpr const char *HANDLER = "tav-handler";
+
+// ---- configuration ----
+
+// Of a server or virtual host. Only `enabled` may stand in a virtual host; the rest is the main server's.
+struct ServerConfig {
+    int enabled = -1; // -1: not said
+    tavhost::HostOptions host;
+    int startTimeout = 10; // s that a new child waits for its first configuration
+};
+
+// An object that lives as long as the pool.
+template <typename T, typename... Args>
+T *poolNew(apr_pool_t *pool, Args &&...args) {
+    T *object = new T(static_cast<Args &&>(args)...);
+    apr_pool_cleanup_register(
+        pool, object,
+        [](void *data) -> apr_status_t {
+            delete static_cast<T *>(data);
+            return APR_SUCCESS;
+        },
+        apr_pool_cleanup_null);
+    return object;
+}
+
+ServerConfig *serverConfig(server_rec *server);
+bool anyServerEnabled(server_rec *mainServer);
+void *createServerConfig(apr_pool_t *pool, server_rec *server);
+void *mergeServerConfig(apr_pool_t *pool, void *base, void *added);
+extern const command_rec directives[];
+
+// ---- processes ----
+
+int postConfig(apr_pool_t *config, apr_pool_t *log, apr_pool_t *temporary, server_rec *server);
+void childInit(apr_pool_t *pool, server_rec *server);
+Tav *instance(); // of this child; null: there is none
+
+// ---- messages ----
+
+// The library's trace hook: to the error log of the main server at the matching level, message id first.
+int traceHook(const TrContext *ctx, va_list args);
+void traceTo(server_rec *server);
+// What the library must trace so that everything LogLevel asks for is there.
+const char *traceSpecOf(const server_rec *server);
+
+// ---- requests ----
+
+// How far the request is with the endpoint that is being tried.
+enum class Phase { Idle, Connecting, Sending, Waiting, Answered };
+
+} // namespace modtav
+
+// The library's handle of a request.
+struct EnvHttpContext {
+    request_rec *r;
+    TavHttpContext *ctx = nullptr;
+    bool withUser = false; // decided after authentication
+    int tries = 0;         // endpoints tried
+    modtav::Phase phase = modtav::Phase::Idle;
+    bool affinityBroken = false; // its session went to another server
+
+    void report(TavHttpContextState state, const char *msg = nullptr);
+};
+
+namespace modtav {
+
+EnvHttpContext *requestOf(request_rec *r); // null: not one of ours
+int translateName(request_rec *r);
+int mapToStorage(request_rec *r);
+int fixups(request_rec *r);
+int logTransaction(request_rec *r);
+void setRequestCallBacks(EnvCallBacks &env);
+
+// ---- forwarding ----
+
+int handleRequest(request_rec *r);
+int proxyCreateRequest(request_rec *r, request_rec *backend);
+int preConnection(conn_rec *c, void *socket);
+void registerFilters();
+
+// ---- endpoints ----
+
+// In the library's table: makes and deletes the host's object of an endpoint.
+void setEndpointCallBacks(EnvCallBacks &env);
+// Hands the request to mod_proxy; an HTTP status, OK or DONE.
+int proxyTo(request_rec *r, TavTargetEndpoint *endpoint);
+void backendServer(server_rec *server); // whose proxy settings new workers take
+
+} // namespace modtav
+
+#endif

@@ -1,0 +1,214 @@
+// The daemon's process, and the library in the children.
+//
+// The parent keeps one daemon running: it polls the controllers and feeds the children over a Unix socket. It is started with the
+// configuration, ends with it, and is started again when it dies. With a fixed configuration file there is no daemon: each child applies
+// the file itself. An instance is created after the fork, because its threads do not survive one.
+#include <ap_mpm.h>
+#include <apr_signal.h>
+#include <http_core.h>
+#include <mod_unixd.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <unixd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <ctime>
+
+#include "HostInstance.h"
+#include "tavModule.h"
+
+namespace modtav {
+
+namespace {
+
+Tav *childInstance = nullptr;
+
+EnvCallBacks callBacks() {
+    EnvCallBacks env{};
+    env.version = TAV_ENV_VERSION;
+    setRequestCallBacks(env);
+    env.trace.printf = traceHook;
+    env.threadInit = [] { apr_setup_signal_thread(); };
+    return env;
+}
+
+bool needsDaemon(const tavhost::HostOptions &options) { return options.configFile.empty(); }
+
+void logFault(server_rec *server, const char *what, const std::exception &fault) {
+    ap_log_error(APLOG_MARK, APLOG_CRIT | APLOG_NOERRNO, 0, server, "%s: %s", what, fault.what());
+}
+
+// ---- the daemon ----
+
+struct Daemon {
+    apr_proc_t process;
+    apr_pool_t *pool;
+    server_rec *server;
+};
+
+volatile sig_atomic_t libraryEnded = 0;
+
+void prepareSignals(sigset_t *signals) {
+    for (const int ignored : {SIGHUP, SIGUSR1, SIGUSR2, SIGWINCH, SIGPIPE, SIGINT}) apr_signal(ignored, SIG_IGN);
+    for (const int standard : {SIGTERM, SIGCHLD}) apr_signal(standard, SIG_DFL);
+    sigemptyset(signals);
+    sigaddset(signals, SIGTERM);
+    pthread_sigmask(SIG_SETMASK, signals, nullptr);
+}
+
+// Until the parent ends it, or the library has served its share of requests and wants a fresh process.
+void waitForEnd(const sigset_t *signals) {
+    const timespec step{1, 0};
+    while (!libraryEnded && sigtimedwait(signals, nullptr, &step) == -1 && (errno == EAGAIN || errno == EINTR)) continue;
+}
+
+[[noreturn]] void runDaemon(server_rec *server) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    sigset_t signals;
+    prepareSignals(&signals);
+    if (ap_unixd_setup_child() != 0) _exit(APEXIT_CHILDFATAL);
+    traceTo(server);
+    EnvCallBacks env = callBacks();
+    env.stateChange.tav = [](Tav *, TavComponentState state, char *) { libraryEnded = state == STOPPED; };
+    const tavhost::HostOptions &options = serverConfig(server)->host;
+    try {
+        Tav *tav = tavhost::createInstance(env, options, tavhost::Process::Daemon);
+        tavhost::startInstance(tav, options, 0);
+        waitForEnd(&signals);
+        tavhost::endInstance(tav);
+    } catch (const std::exception &fault) {
+        logFault(server, "the daemon cannot run", fault);
+        _exit(APEXIT_CHILDFATAL);
+    }
+    _exit(0);
+}
+
+int startDaemon(Daemon *daemon);
+
+bool serverGoesOn() {
+    int state = 0;
+    return ap_mpm_query(AP_MPMQ_MPM_STATE, &state) == APR_SUCCESS && state != AP_MPMQ_STOPPING;
+}
+
+void restartDaemon(Daemon *daemon, int status) {
+    if (WIFEXITED(status) && WEXITSTATUS(status) == APEXIT_CHILDFATAL) {
+        ap_log_error(APLOG_MARK, APLOG_CRIT, 0, daemon->server, "the daemon cannot run; routing goes on with the last configuration");
+        return;
+    }
+    ap_log_error(APLOG_MARK, APLOG_NOTICE, 0, daemon->server, "the daemon ended; starting it again");
+    startDaemon(daemon);
+}
+
+void maintainDaemon(int reason, void *data, int status) {
+    auto *daemon = static_cast<Daemon *>(data);
+    switch (reason) {
+        case APR_OC_REASON_DEATH:
+        case APR_OC_REASON_LOST:
+            apr_proc_other_child_unregister(daemon);
+            if (serverGoesOn()) restartDaemon(daemon, status);
+            break;
+        case APR_OC_REASON_RESTART:
+            apr_proc_other_child_unregister(daemon);
+            break;
+        case APR_OC_REASON_UNREGISTER:
+            kill(daemon->process.pid, SIGTERM);
+            break;
+        default:
+            break;
+    }
+}
+
+int startDaemon(Daemon *daemon) {
+    const apr_status_t forked = apr_proc_fork(&daemon->process, daemon->pool);
+    if (forked == APR_INCHILD) runDaemon(daemon->server);
+    if (forked != APR_INPARENT) {
+        ap_log_error(APLOG_MARK, APLOG_CRIT, forked, daemon->server, "the daemon cannot be started");
+        return HTTP_INTERNAL_SERVER_ERROR;
+    }
+    apr_pool_note_subprocess(daemon->pool, &daemon->process, APR_KILL_AFTER_TIMEOUT);
+    apr_proc_other_child_register(&daemon->process, maintainDaemon, daemon, nullptr, daemon->pool);
+    return OK;
+}
+
+// ---- configuration ----
+
+// The socket stands in a folder of the user that the server runs as, so that the daemon can make it.
+int prepareSocket(apr_pool_t *pool, server_rec *server) {
+    tavhost::HostOptions &options = serverConfig(server)->host;
+    options.socketUid = ap_unixd_config.user_id;
+    if (!options.socketPath.empty()) return OK;
+    const char *folder = ap_runtime_dir_relative(pool, "tav");
+    if (mkdir(folder, 0700) != 0 && errno != EEXIST) {
+        ap_log_error(APLOG_MARK, APLOG_CRIT, errno, server, "the folder %s of the daemon's socket cannot be made", folder);
+        return HTTP_INTERNAL_SERVER_ERROR;
+    }
+    if (geteuid() == 0 && chown(folder, ap_unixd_config.user_id, ap_unixd_config.group_id) != 0)
+        ap_log_error(APLOG_MARK, APLOG_WARNING, errno, server, "the folder %s cannot be given to the server's user", folder);
+    options.socketPath = std::string(folder) + "/daemon.sock";
+    return OK;
+}
+
+// The whole configuration tried once, so that a fault stops the server before it serves. What the library says goes to the error log.
+int checkConfiguration(server_rec *server) {
+    const tavhost::HostOptions &options = serverConfig(server)->host;
+    try {
+        tavhost::checkOptions(callBacks(), options);
+    } catch (const std::exception &fault) {
+        logFault(server, "mod_tav is not configured", fault);
+        return HTTP_INTERNAL_SERVER_ERROR;
+    }
+    return OK;
+}
+
+void completeOptions(server_rec *server) {
+    tavhost::HostOptions &options = serverConfig(server)->host;
+    if (options.catalogue.empty()) options.catalogue = MODTAV_CATALOGUE;
+    if (options.traceSpec.empty()) options.traceSpec = traceSpecOf(server);
+}
+
+} // namespace
+
+Tav *instance() { return childInstance; }
+
+int postConfig(apr_pool_t *pool, apr_pool_t *, apr_pool_t *, server_rec *server) {
+    if (!anyServerEnabled(server)) return OK;
+    traceTo(server);
+    completeOptions(server);
+    if (const int status = checkConfiguration(server); status != OK) return status;
+    if (ap_state_query(AP_SQ_MAIN_STATE) == AP_SQ_MS_CREATE_PRE_CONFIG || ap_state_query(AP_SQ_RUN_MODE) == AP_SQ_RM_CONFIG_TEST) return OK;
+    const tavhost::HostOptions &options = serverConfig(server)->host;
+    if (!needsDaemon(options)) return OK;
+    if (const int status = prepareSocket(pool, server); status != OK) return status;
+    auto *daemon = static_cast<Daemon *>(apr_pcalloc(pool, sizeof(Daemon)));
+    daemon->pool = pool;
+    daemon->server = server;
+    return startDaemon(daemon);
+}
+
+void childInit(apr_pool_t *pool, server_rec *server) {
+    if (!anyServerEnabled(server)) return;
+    const ServerConfig *config = serverConfig(server);
+    EnvCallBacks env = callBacks();
+    setEndpointCallBacks(env);
+    backendServer(server);
+    try {
+        childInstance =
+            tavhost::createInstance(env, config->host, needsDaemon(config->host) ? tavhost::Process::Worker : tavhost::Process::Standalone);
+        tavhost::startInstance(childInstance, config->host, config->startTimeout);
+    } catch (const std::exception &fault) {
+        logFault(server, "requests are served without the library", fault);
+    }
+    apr_pool_cleanup_register(
+        pool, nullptr,
+        [](void *) -> apr_status_t {
+            if (childInstance) tavhost::endInstance(childInstance);
+            childInstance = nullptr;
+            return APR_SUCCESS;
+        },
+        apr_pool_cleanup_null);
+}
+
+} // namespace modtav
