@@ -1,5 +1,4 @@
 #include "LanguageFixture.h"
-#include "trace/TraceFixture.h"
 
 namespace {
 
@@ -9,8 +8,7 @@ TEST(ExpressionTest, HoldsConstants) {
     const int before = tavGetMemCount();
     ExpressionPtr text(stringConstantExpressionCreate(plainContext())), large(longConstantExpressionCreate(plainContext()));
     expressionSetLongValue(large.get(), 5000000000L);
-    expressionSetStringValue(text.get(), "old");
-    expressionSetStringValue(text.get(), "value");
+    for (const char *value : {"old", "value"}) expressionSetStringValue(text.get(), value);
     EvaluationContext evalCtx;
     evaluationContextInit(&evalCtx, nullptr, nullptr, nullptr);
     intptr_t *word = expressionEvaluate(large.get(), &evalCtx);
@@ -21,12 +19,9 @@ TEST(ExpressionTest, HoldsConstants) {
     EXPECT_STREQ(reinterpret_cast<char *>(*second), "value");
     expressionCellFree(text.get(), second);
     expressionCellFree(large.get(), word);
-    EXPECT_EQ(expressionEvaluate(text.get(), nullptr), nullptr);
     expressionSetStringValue(text.get(), nullptr);
     EXPECT_FALSE(expressionIsTrue(text.get(), &evalCtx));
-    EXPECT_EQ(expressionIsError(text.get()), 0);
-    expressionSetError(text.get(), "one");
-    expressionSetError(text.get(), "two");
+    for (const char *error : {"one", "two"}) expressionSetError(text.get(), error);
     EXPECT_STREQ(expressionGetErrorMessage(text.get()), "two");
     text.reset(); // with its error
     large.reset();
@@ -34,14 +29,10 @@ TEST(ExpressionTest, HoldsConstants) {
 }
 
 TEST(ExpressionTest, AnswersForNull) {
-    EXPECT_EQ(expressionIsError(nullptr), 1);
-    EXPECT_EQ(expressionGetType(nullptr), EXPR_UNKNOWN);
-    EXPECT_FALSE(expressionIsList(nullptr));
-    EXPECT_EQ(stringConstantExpressionCreate(nullptr), nullptr);
-    EXPECT_EQ(operatorCreateExpression(nullptr, nullptr), nullptr);
-    EXPECT_EQ(operandCreateExpression(nullptr, nullptr), nullptr);
-    EXPECT_EQ(operandContextGetArgument(nullptr, 0), nullptr);
-    EXPECT_EQ(expressionEvaluate(nullptr, nullptr), nullptr);
+    EXPECT_TRUE(expressionIsError(nullptr) == 1 && expressionGetType(nullptr) == EXPR_UNKNOWN && !expressionIsList(nullptr));
+    EXPECT_TRUE(!stringConstantExpressionCreate(nullptr) && !operatorCreateExpression(nullptr, nullptr));
+    EXPECT_TRUE(!operandCreateExpression(nullptr, nullptr) && !operandContextGetArgument(nullptr, 0) &&
+                !expressionEvaluate(nullptr, nullptr));
     expressionFree(nullptr);
     EXPECT_STREQ(expressionTypeToString(static_cast<ExpressionType>(6)), "EXPR_UNKNOWN");
 }
@@ -74,44 +65,6 @@ TEST_F(LanguageTest, WalksTrees) {
         },
         &seen));
     EXPECT_EQ(seen, "0AND/2 1NOT/1 2STRING_IN_LIST/2 3pair/0 3list/2 4x/0 4y/0 1IntEqualsInt/2 2port/0 280L/0 ");
-}
-
-using EvaluationTraceTest = TraceTest;
-
-TEST_F(EvaluationTraceTest, WritesDebugLines) {
-    load(
-        "<group name=\"http\"><group name=\"request\"><group name=\"rules\"><record name=\"process\" "
-        "level=DEBUG/></group></group></group>");
-    trContextSetSpec(trMgrGetDefaultContext(mgr), trSpecCreate(mgr, "http.request.rules:DEBUG"));
-    const LanguagePtr language(createTestLanguage());
-    TestRequest request;
-    EvaluationContext *evalCtx = evaluationContextCreate(trMgrGetDefaultContext(mgr), &request);
-    EXPECT_EQ(evaluationContextGetTrRecord(evalCtx), trMgrGetRecord(mgr, "http.request.rules.process"));
-    const struct {
-        const char *expression;
-        const char *line; // what follows the last "|"
-    } cases[] = {
-        {"port = 80", "IntEqualsInt 80=80 --> TRUE\n"},
-        {"port >= 81", "IntGreaterthanEqualToInt 80>=81 --> FALSE\n"},
-        {"port BETWEEN 1 AND 5", "IntBetweenInt 1<=80<=5 --> FALSE\n"},
-        {"true AND false", "operatorEvaluate_AND (TRUE AND FALSE) --> FALSE"},
-        {"NOT true", "operatorEvaluate_NOT (TRUE) --> FALSE"},
-        {"nulloperand = nulloperand", "StringEqualsString: [(nil)]null=[(nil)]null -> FALSE"},
-        {"name IN ('/a')", "EXIT: operatorEvaluate_STRINGINLIST: /a IN (list) --> TRUE"},
-        {"port IN (1)", "EXIT: operatorEvaluate_INTINLIST: 80 IN (list) --> FALSE"},
-        {"name IS NULL", "operatorEvaluate_IsNull: '/a'"},
-        {"nulloperand IS NOT NULL", "operatorEvaluate_IsNotNull: 'null'"},
-        {"percentage$100", "operandEvaluate_Percent: allow debug trace--> TRUE"},
-    };
-    for (const auto &test : cases) {
-        const Parsed parsed(language.get(), test.expression);
-        expressionIsTrue(parsed.expr.get(), evalCtx);
-        EXPECT_EQ(trace::printed.substr(trace::printed.rfind('|') + 1), test.line);
-    }
-    request.name = nullptr;
-    expressionIsTrue(Parsed(language.get(), "name = 'x'").expr.get(), evalCtx);
-    EXPECT_EQ(trace::printed.substr(trace::printed.rfind('|') + 1), "StringEqualsString: INTERNAL ERROR: NULL parameter!");
-    evaluationContextFree(evalCtx);
 }
 
 } // namespace
