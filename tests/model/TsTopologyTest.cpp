@@ -201,14 +201,14 @@ TEST_F(SelectorTest, ADeletedEndpointIsNotChosenAndStaysForItsRequest) {
 // ---- dump ----
 
 TEST_F(SelectorTest, TheDumpHasFixedMembersAndToleratesAnyBytes) {
-    Back &b = back("a", "bad\xff\xc3\xa9\xed\xa0\x80");
+    Back &b = back("a", "bad\xff\xc3\xa9\xed\xa0\x80\xe0\xa0\x80");
     tsServerSetMaintenanceMode(b.server, AffinityMM);
     tsClusterCreate(ts, "k\x80");
     json_t *json = tsToJSON(ts);
     char *text = json_dumps(json, JSON_COMPACT);
     EXPECT_STREQ(text, R"({"/cell/c/cluster/k":{"servers":{"/cell/c/node/n/server/a":{"state":"STARTED","weight":1,)"
                        R"("maintenanceMode":"affinity","noLoadBalancing":"server is in affinity maintenance mode",)"
-                       "\"cloneID\":\"bad?\xc3\xa9???\","
+                       "\"cloneID\":\"bad?\xc3\xa9???\xe0\xa0\x80\","
                        R"("averageResponseTimeInMillis":0,"outstandingRequests":0,)"
                        R"("applications":{"shop":{"state":"STARTED","outstandingRequests":0}}}}},"k?":{"servers":{}}})");
     free(text);
