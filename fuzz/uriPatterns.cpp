@@ -14,12 +14,13 @@ constexpr size_t MOST_LINES = 60;
 struct Twins {
     URIMatcher *matcher = URIMatcherCreate(nullptr, "twin");
     NaiveTree generic, real;
+    size_t puts = 0; // so that a pattern and its equals have different targets
 
     void put(const std::string &line) {
-        static char genericTarget[] = "genApp", target[] = "target";
+        static char targets[][8] = {"genApp0", "genApp1", "genApp2", "target0", "target1", "target2"};
         const bool isGeneric = line[0] == '!';
         const std::string pattern = line.substr(isGeneric);
-        char *to = isGeneric ? genericTarget : target;
+        char *to = targets[(isGeneric ? 0 : 3) + puts++ % 3];
         URIMatcherPut(matcher, pattern.c_str(), to, FALSE);
         if (pattern.empty() || pattern.find('*') != pattern.rfind('*')) return; // ignored by both
         (isGeneric ? generic : real).put(pattern, to, ORIGIN_USER);

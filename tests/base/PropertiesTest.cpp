@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
-
 #include "base/FailEachAllocation.h"
 #include "tavUtil/tavString.h"
 
@@ -72,19 +69,4 @@ TEST_F(Properties, FailedSetKeepsTheOldValue) {
         EXPECT_EQ(first == 0 && second == 0, !failed());
         EXPECT_STREQ(tavPropertyGet(props.get(), "Known"), second == 0 ? "two" : "one");
     });
-}
-
-TEST_F(Properties, CopiesAreSafeAgainstAConcurrentSet) {
-    const PropertiesPtr props(tavPropertiesCreate(setKnown, nullptr));
-    tavPropertySet(props.get(), "Known", "aaaa", TRUE);
-    std::atomic<bool> stop{false};
-    std::thread reader([&] {
-        while (!stop) {
-            const TavText copy(tavPropertyGetCopy(props.get(), "Known"));
-            ASSERT_TRUE(tavStrEquals(copy.get(), "aaaa") || tavStrEquals(copy.get(), "bbbbbbbbbbbb"));
-        }
-    });
-    for (int i = 0; i < 3000; i++) tavPropertySet(props.get(), "Known", i % 2 ? "aaaa" : "bbbbbbbbbbbb", TRUE);
-    stop = true;
-    reader.join();
 }

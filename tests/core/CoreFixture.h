@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "edge/FakeHost.h"
+#include "support/FakeHost.h"
 #include "tav/tavRecord.h"
 #include "tavDocument/tavDocument.h"
 #include "tavUtil/tavTime.h"

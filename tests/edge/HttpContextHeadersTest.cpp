@@ -43,10 +43,10 @@ TEST_F(PrivateHeaders, TellTheBackEndAboutTheClient) {
 }
 
 TEST_F(PrivateHeaders, SchemeAndPort) {
+    host.port = -2147483647 - 1;
     const std::pair<Text, const char *> cases[] = {{"https", "TRUE"}, {"HTTPS", "FALSE"}, {"https ", "FALSE"}, {REMOVED, "FALSE"}};
     for (const auto &[protocol, secure] : cases) {
         host.protocol = protocol;
-        host.port = -2147483647 - 1;
         TavHttpContext *ctx = obtain();
         tavHttpContextSetMyTargetInfo(ctx, servers[0].endpoint, nullptr); // the selector refuses some of these requests
         EXPECT_EQ(host.lastSet("$ZVSC"), protocol);
@@ -119,21 +119,15 @@ protected:
 
 TEST_F(Response, StoresThePartitionTable) {
     const struct {
-        const char *name;
         Text table, version;
         const char *cloneOfP1; // "-": nothing is stored, "": no such partition
     } cases[] = {
-        {"two partitions", "p1:c1;p2:c2", "7", "c1"},
-        {"the later of one key", "p1:c1;p1:c9", "7", "c9"},
-        {"items without key or value", ";p2;:x;p1:c1:more;", "7", "c1"},
-        {"empty", "", "7", ""},
-        {"no items", ";;p1;", "7", ""},
-        {"no version", "p1:c1", REMOVED, "-"},
-        {"no table", REMOVED, "7", "-"},
+        {"p1:c1;p2:c2", "7", "c1"}, {"p1:c1;p1:c9", "7", "c9"}, {";p2;:x;p1:c1:more;", "7", "c1"}, {"", "7", ""}, {";;p1;", "7", ""},
+        {"p1:c1", REMOVED, "-"},    {REMOVED, "7", "-"},
     };
     addServer("S1");
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(c.table.value_or("no table"));
         host.responseHeaders.clear();
         if (c.table) host.responseHeaders["$ZVPT"] = {*c.table};
         if (c.version) host.responseHeaders["_ZV_HAPRT_WLMVERSION"] = {*c.version};
@@ -143,68 +137,56 @@ TEST_F(Response, StoresThePartitionTable) {
         EXPECT_EQ(tav.partitionsSet, both ? 1 : 0);
         if (!both) continue;
         PartitionIDData *data = tav.partitions["C1"];
-        if (!*c.cloneOfP1) {
-            EXPECT_EQ(data, tsDefaultPartitionIDData());
-            continue;
-        }
+        EXPECT_EQ(data == tsDefaultPartitionIDData(), !*c.cloneOfP1);
+        if (!*c.cloneOfP1) continue;
         EXPECT_STREQ(tsPartitionIDDataGetVersion(data), "7");
         EXPECT_STREQ(static_cast<char *>(tavHashGet(data->partition2CloneIdMap, "p1")), c.cloneOfP1);
     }
-}
-
-TEST_F(Response, APartitionTableForNoClusterIsDropped) {
-    SiteServer &s = addServer("S1");
-    TavHttpContext *ctx = route();
-    tsLinkClusterServer(cluster, s.server, FALSE);
-    const int blocks = tavGetMemCount();
+    TavHttpContext *ctx = route(); // a table for no cluster is dropped
+    tsLinkClusterServer(cluster, servers[0].server, FALSE);
+    const int blocks = tavGetMemCount(), set = tav.partitionsSet;
     for (const char *table : {"p1:c1", ""}) {
         host.responseHeaders = {{"$ZVPT", {table}}, {"_ZV_HAPRT_WLMVERSION", {"1"}}};
         host.responseHeadersSet.clear();
         tavHttpContextPerformResponseProcessing(ctx);
         EXPECT_EQ(host.responseHeadersSet.size(), 2u);
     }
-    EXPECT_EQ(tavGetMemCount(), blocks);
-    EXPECT_TRUE(tav.partitions.empty());
+    EXPECT_TRUE(tavGetMemCount() == blocks && tav.partitionsSet == set);
     tavHttpContextRelease(ctx);
 }
 
-// The module's cookies are "SID,JSESSIONID", the delimiter is ":" unless told.
 TEST_F(Response, FollowsTheSessionCookie) {
+    const char *const own = "APPLICATION_SERVER", *const web = "WEB_SERVER",
+                      *const learn = "LEARN"; // a web server that learns its clone id
     const struct {
-        const char *name, *cloneId;
-        bool learn;
+        const char *type, *cloneId;
         std::vector<std::string> setCookie;
-        const char *expected, *cloneIdAfter, *type;
+        const char *expected; // attributes of the added cookie; "": none is added
+        const char *cloneIdAfter;
     } cases[] = {
-        {"with attributes", "c1", false, {"JSESSIONID=abc; Path=/; Secure"}, "ZVJSESSIONID=aa:c1; Path=/; Secure\n", "c1", "WEB_SERVER"},
-        {"an application server sets its own", "c1", false, {"JSESSIONID=abc; Path=/"}, "", "c1", "APPLICATION_SERVER"},
-        {"without attributes", "c1", false, {"JSESSIONID=abc"}, "", "c1", "WEB_SERVER"},
-        {"no clone id", nullptr, false, {"JSESSIONID=abc; Path=/"}, "", nullptr, "WEB_SERVER"},
-        {"another cookie", "c1", false, {"lang=de; Path=/"}, "", "c1", "WEB_SERVER"},
-        {"the name inside another one", "c1", false, {"MYSIDE=x; Path=/a"}, "ZVJSESSIONID=aa:c1; Path=/a\n", "c1", "WEB_SERVER"},
-        {"the name in the value", "c1", false, {"a=SID; Path=/b"}, "ZVJSESSIONID=aa:c1; Path=/b\n", "c1", "WEB_SERVER"},
-        {"nothing before the equals sign", "c1", false, {"=SID; Path=/"}, "", "c1", "WEB_SERVER"},
-        {"no equals sign", "c1", false, {"SID; Path"}, "", "c1", "WEB_SERVER"},
-        {"the first name wins",
-         "c1",
-         false,
-         {"JSESSIONID=j; Path=/j", "SID=s; Path=/s"},
-         "ZVJSESSIONID=aa:c1; Path=/s\n",
-         "c1",
-         "WEB_SERVER"},
-        {"learned", nullptr, true, {"SID=abc:c7:c8; Path=/:x"}, "", "c7", "WEB_SERVER"},
-        {"nothing to learn in the attributes", nullptr, true, {"SID=abc; Path=/:x"}, "", nullptr, "WEB_SERVER"},
-        {"an empty piece", "c1", true, {"SID=abc:; Path=/"}, "ZVJSESSIONID=aa:c1; Path=/\n", "c1", "WEB_SERVER"},
-        {"the first id stays", "c1", true, {"SID=abc:c7; Path=/"}, "", "c1", "WEB_SERVER"},
+        {web, "c1", {"JSESSIONID=abc; Path=/; Secure"}, "Path=/; Secure", "c1"},
+        {own, "c1", {"JSESSIONID=abc; Path=/"}, "", "c1"}, // sets its own
+        {web, "c1", {"JSESSIONID=abc"}, "", "c1"},         // without attributes
+        {web, nullptr, {"JSESSIONID=abc; Path=/"}, "", nullptr},
+        {web, "c1", {"lang=de; Path=/"}, "", "c1"},
+        {web, "c1", {"MYSIDE=x; Path=/a"}, "Path=/a", "c1"}, // the name inside another one
+        {web, "c1", {"a=SID; Path=/b"}, "Path=/b", "c1"},    // or in the value
+        {web, "c1", {"=SID; Path=/"}, "", "c1"},
+        {web, "c1", {"SID; Path"}, "", "c1"},
+        {web, "c1", {"JSESSIONID=j; Path=/j", "SID=s; Path=/s"}, "Path=/s", "c1"}, // the first name wins
+        {learn, nullptr, {"SID=abc:c7:c8; Path=/:x"}, "", "c7"},
+        {learn, nullptr, {"SID=abc; Path=/:x"}, "", nullptr},
+        {learn, "c1", {"SID=abc:; Path=/"}, "Path=/", "c1"},
+        {learn, "c1", {"SID=abc:c7; Path=/"}, "", "c1"}, // the first id stays
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        SiteServer &s = addServer(c.name, c.cloneId, c.type);
+        SCOPED_TRACE(testing::Message() << c.type << " " << c.setCookie[0]);
+        SiteServer &s = addServer(("S" + std::to_string(&c - cases)).c_str(), c.cloneId, c.type == learn ? web : c.type);
         const char *names[] = {"SID", "JSESSIONID", "", nullptr};
-        hapCreate(module, names, ":", c.learn);
+        hapCreate(module, names, ":", c.type == learn);
         tsVirtualClusterCreate(ri.selector, module, wmGetName(module)); // forgets the policy it had
         host.responseHeaders = {{"Set-Cookie", c.setCookie}};
-        EXPECT_EQ(respond(), c.expected);
+        EXPECT_EQ(respond(), *c.expected ? std::string("ZVJSESSIONID=aa:c1; ") + c.expected + "\n" : "");
         EXPECT_STREQ(tsServerGetCloneId(s.server), c.cloneIdAfter);
         tsServerSetPropStr(s.server, "state", "STOPPED");
     }
@@ -230,21 +212,22 @@ TEST_F(Response, StickyRequestsGetACookie) {
     addRule("default", "true", "permit:shop");
     addServer("S1", "c1");
     const struct {
-        const char *name, *query, *cookie, *value, *expected;
+        const char *query, *cookie, *value;
         Headers response;
+        bool given;
     } cases[] = {
-        {"sticky", "sticky=1", "any", "x", "ZVJESSIONID=aa:c1; Path=/shop\n", {}},
-        {"not sticky", "sticky=0", "any", "x", "", {}},
-        {"the response has a session", "sticky=1", "any", "x", "", {{"Set-Cookie", {"JSESSIONID=x"}}}},
-        {"another cookie of the request", "sticky=1", "jsessionid", "x", "ZVJESSIONID=aa:c1; Path=/shop\n", {}},
-        {"the request has a session of nowhere", "sticky=1", "JSESSIONID", "x", "", {}},
-        {"kept by affinity", "sticky=1", "JSESSIONID", "abc:c1", "", {}},
+        {"sticky=1", "any", "x", {}, true},
+        {"sticky=0", "any", "x", {}, false},
+        {"sticky=1", "any", "x", {{"Set-Cookie", {"JSESSIONID=x"}}}, false}, // the response has a session
+        {"sticky=1", "jsessionid", "x", {}, true},
+        {"sticky=1", "JSESSIONID", "x", {}, false}, // of nowhere
+        {"sticky=1", "JSESSIONID", "abc:c1", {}, false},
     };
     for (const auto &c : cases) {
         host.query = c.query;
         host.cookies = {{c.cookie, c.value}};
         host.responseHeaders = c.response;
-        EXPECT_EQ(respond(), c.expected) << c.name;
+        EXPECT_EQ(respond(), c.given ? "ZVJESSIONID=aa:c1; Path=/shop\n" : "") << c.query << " " << c.cookie << "=" << c.value;
     }
     tav.env.http.response.setCookieValue = nullptr;
     host.cookies.clear();

@@ -4,7 +4,6 @@ static constexpr const char *MODULE = "/cell/c/application/shop/webModule/store"
 
 Site::Site() {
     host.path = "/shop/cart";
-    ri.tav = &tav;
     ri.mapper = rmCreate(&ri);
     ri.selector = tsCreate(&ri);
     tav.routingInfo = &ri;
@@ -26,7 +25,7 @@ Site::Site() {
 
 Site::~Site() {
     EXPECT_EQ(ri.refCount, 1) << "a context still pins the snapshot";
-    EXPECT_EQ(tav.stopLocks, tav.stopUnlocks);
+    EXPECT_EQ(tav.stopLocks, 0);
     tav.routingInfo = nullptr;
     rmDelete(ri.mapper);
     tsDelete(ri.selector);

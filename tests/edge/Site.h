@@ -34,8 +34,8 @@ public:
     // Obtains a context and selects its endpoint.
     TavHttpContext *route();
 
-    Tav tav;
-    TavRoutingInfo ri;
+    FakeCore tav;
+    TavRoutingInfo ri{&tav};
     EnvHttpContext host;
     WebModule *module = nullptr;
     Application *application = nullptr;

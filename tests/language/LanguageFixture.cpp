@@ -74,14 +74,6 @@ bool registerLevel(Language *language) {
     return langFindOperand(language, "level") != nullptr;
 }
 
-std::string describe(const ExpressionValue &value) {
-    if (value.kind == VALUE_MISSING) return "missing";
-    if (value.kind == VALUE_LIST) return "(list)";
-    if (value.kind == VALUE_WORD) return value.word ? "TRUE" : "FALSE";
-    const char *text = expressionValueGetText(&value);
-    return text ? "'" + std::string(text) + "'" : "null";
-}
-
 } // namespace
 
 int validatedInputs() { return validated; }
@@ -92,37 +84,4 @@ Language *createTestLanguage() {
     for (const TestOperand &row : testOperands) complete = complete && registerTestOperand(language.get(), row);
     complete = complete && registerLevel(language.get());
     return complete ? language.release() : nullptr;
-}
-
-Parsed::Parsed(Language *language, const std::string &text)
-    : tokenizer(tokenizerCreate(text.c_str())), expr(langParse(language, tokenizer.get(), 0, EXPR_BOOLEAN, nullptr)) {}
-
-std::string Parsed::error() const {
-    if (expr) return "";
-    if (!tokenizerIsError(tokenizer.get())) return "unreduced";
-    return std::string(tokenizerGetErrorMessage(tokenizer.get())) + "@" + std::to_string(tokenizerGetErrorPosition(tokenizer.get()));
-}
-
-std::string Parsed::tree() const {
-    const TavStringBufferPtr sb(sbCreate(16));
-    return expressionDescribe(expr.get(), sb.get()) ? sbStr(sb.get()) : "(none)";
-}
-
-std::string valueOf(Language *language, const std::string &text, TestRequest *request) {
-    const Parsed parsed(language, text);
-    if (!parsed.expr) return parsed.error();
-    EvaluationContext evalCtx;
-    evaluationContextInit(&evalCtx, nullptr, nullptr, request);
-
-    ExpressionValue value;
-    expressionEvaluateInto(parsed.expr.get(), &evalCtx, &value);
-    const std::string byValue = describe(value);
-    EXPECT_EQ(expressionIsTrue(parsed.expr.get(), &evalCtx), value.word != 0) << text;
-    expressionValueClear(&value);
-
-    intptr_t *cell = expressionEvaluate(parsed.expr.get(), &evalCtx);
-    EXPECT_EQ(describe({cell ? *cell : 0, cell ? expressionGetValueKind(parsed.expr.get()) : VALUE_MISSING, false}), byValue) << text;
-    expressionCellFree(parsed.expr.get(), cell);
-    evaluationContextClear(&evalCtx);
-    return byValue;
 }

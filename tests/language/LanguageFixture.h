@@ -5,9 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <optional>
-#include <string>
-
+#include "base/FailEachAllocation.h"
+#include "support/Expressions.h"
 #include "tavCommonLanguage/tavCommonLanguage.h"
 #include "tavUtil/tavMemory.h"
 
@@ -24,39 +23,17 @@ Language *createTestLanguage();
 // How often "level" was shown an expression beside it.
 int validatedInputs();
 
-// One parse: the tree or the error, with what it needs to be evaluated.
-struct Parsed {
-    Parsed(Language *language, const std::string &text);
-    std::string error() const; // "message@position", or "unreduced", or empty
-    std::string tree() const;  // as expressionDescribe writes it
-    TokenizerPtr tokenizer;
-    ExpressionPtr expr;
-};
-
-// The value of `text` for `request`: "TRUE"/"FALSE" for other than texts and lists, "'text'", "null", "(list)", "missing", or the parse
-// error. Evaluates by value and by cell and expects the same.
-std::string valueOf(Language *language, const std::string &text, TestRequest *request);
-
-class LanguageTest : public testing::Test {
+class LanguageTest : public LeakFree {
 protected:
-    void SetUp() override {
-        before_ = tavGetMemCount();
+    LanguageTest() {
         testing::internal::CaptureStderr(); // unreduced expressions report there
         language.reset(createTestLanguage());
-        ASSERT_NE(language, nullptr);
     }
-    void TearDown() override {
-        language.reset();
-        (void)testing::internal::GetCapturedStderr();
-        EXPECT_EQ(tavGetMemCount(), before_);
-    }
+    ~LanguageTest() override { (void)testing::internal::GetCapturedStderr(); }
     std::string value(const std::string &text) { return valueOf(language.get(), text, &request); }
 
     LanguagePtr language;
     TestRequest request;
-
-private:
-    int before_ = 0;
 };
 
 #endif

@@ -1,12 +1,9 @@
 // Depth, length and memory: nothing recurses with the text, nothing leaks, whatever allocation fails.
 #include <pthread.h>
 
-#include <thread>
-#include <vector>
-
-#include "FailingNew.h"
 #include "LanguageFixture.h"
 #include "base/FailEachAllocation.h"
+#include "support/FailingNew.h"
 
 namespace {
 
@@ -56,23 +53,6 @@ void *runHuge(void *language) {
     const Parsed nested(static_cast<Language *>(language), repeated("(", n) + "1" + repeated(")", n));
     EXPECT_EQ(nested.tree(), repeated("[", n) + "1" + repeated("]", n));
     return nullptr;
-}
-
-TEST_F(ScaleTest, SharesLanguageAndTreesBetweenThreads) {
-    const Parsed shared(language.get(), "name = '/a' AND port IN (80, 81) AND NOT name LIKE '/b%'");
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
-            TestRequest own;
-            EvaluationContext evalCtx;
-            evaluationContextInit(&evalCtx, nullptr, nullptr, &own);
-            for (int turn = 0; turn < 100; ++turn) {
-                EXPECT_TRUE(expressionIsTrue(shared.expr.get(), &evalCtx));
-                EXPECT_EQ(valueOf(language.get(), "pair(a, b) = 'a|b' AND port = 80", &own), "TRUE");
-            }
-        });
-    }
-    for (std::thread &thread : threads) thread.join();
 }
 
 TEST(ScaleOutOfMemoryTest, FailsCleanly) {

@@ -73,22 +73,21 @@ TEST(TokenizerTest, TakesEscapesOutOfTheExpression) {
 }
 
 TEST(TokenizerTest, ConsumesPeeksRewindsAndKeepsTheFirstError) {
-    const TokenizerPtr tokenizer(tokenizerCreate("a"));
-    EXPECT_STREQ(tokenGetString(tokenizerPeekNextToken(tokenizer.get())), "a");
-    EXPECT_STREQ(tokenGetString(tokenizerConsumeNextToken(tokenizer.get())), "a");
-    EXPECT_EQ(tokenizerHasMoreTokens(tokenizer.get()), 1); // the end is a token
-    EXPECT_EQ(tokenGetType(tokenizerConsumeNextToken(tokenizer.get())), TOKEN_EOF);
-    EXPECT_EQ(tokenizerHasMoreTokens(tokenizer.get()), 0);
-    tokenizerRewind(tokenizer.get());
-    EXPECT_STREQ(tokenGetString(tokenizerPeekNextToken(tokenizer.get())), "a");
-    syntaxError(tokenizer.get(), "first", 0);
-    syntaxError(tokenizer.get(), "second", 4);
-    EXPECT_STREQ(tokenizerGetErrorMessage(tokenizer.get()), "first");
-    EXPECT_STREQ(tokenizerGetErrorPositionIndicatorString(tokenizer.get()), "^");
-    EXPECT_EQ(tokenizerPeekNextToken(tokenizer.get()), nullptr);
-    EXPECT_EQ(tokenizerCreate(nullptr), nullptr);
-    EXPECT_EQ(tokenizerIsError(nullptr), 1);
-    EXPECT_EQ(tokenizerGetErrorPosition(nullptr), -1);
+    const TokenizerPtr owner(tokenizerCreate("a"));
+    Tokenizer *tokenizer = owner.get();
+    EXPECT_STREQ(tokenGetString(tokenizerPeekNextToken(tokenizer)), "a");
+    EXPECT_STREQ(tokenGetString(tokenizerConsumeNextToken(tokenizer)), "a");
+    EXPECT_EQ(tokenizerHasMoreTokens(tokenizer), 1); // the end is a token
+    EXPECT_EQ(tokenGetType(tokenizerConsumeNextToken(tokenizer)), TOKEN_EOF);
+    EXPECT_EQ(tokenizerHasMoreTokens(tokenizer), 0);
+    tokenizerRewind(tokenizer);
+    EXPECT_STREQ(tokenGetString(tokenizerPeekNextToken(tokenizer)), "a");
+    syntaxError(tokenizer, "first", 0);
+    syntaxError(tokenizer, "second", 4);
+    EXPECT_STREQ(tokenizerGetErrorMessage(tokenizer), "first");
+    EXPECT_STREQ(tokenizerGetErrorPositionIndicatorString(tokenizer), "^");
+    EXPECT_EQ(tokenizerPeekNextToken(tokenizer), nullptr);
+    EXPECT_TRUE(!tokenizerCreate(nullptr) && tokenizerIsError(nullptr) == 1 && tokenizerGetErrorPosition(nullptr) == -1);
     EXPECT_EQ(tokenGetType(nullptr), TOKEN_UNKNOWN);
     for (int outside : {23, -1}) EXPECT_STREQ(tokenTypeToString(static_cast<TOKEN_TYPE>(outside)), "Unknown");
 }

@@ -1,120 +1,72 @@
-// Random patterns and paths over a small alphabet, against the plain implementation: unsealed, sealed, opened again, cloned.
+// Random patterns and paths over a small alphabet for the fuzz target, which compares with the plain implementation: unsealed, sealed,
+// cloned, opened again. And trees of extreme shape.
 #include <gtest/gtest.h>
 
 #include <array>
 #include <memory>
 #include <random>
 
-#include "NaiveMatcher.h"
 #include "URIMatcher/URIMatcher.h"
+
+int fuzz_uriPatterns(const uint8_t *data, size_t size);
 
 namespace {
 
 using MatcherPtr = std::unique_ptr<URIMatcher, decltype([](URIMatcher *matcher) { URIMatcherDelete(matcher); })>;
 
-class Texts {
-public:
-    explicit Texts(unsigned seed) : random_(seed) {}
-    std::string path(int longest) {
-        std::string text;
-        for (int n = below(longest + 1); n > 0; --n) text += pieces_[static_cast<size_t>(below(pieces_.size()))];
-        return text;
-    }
-    std::string pattern() {
-        std::string text = path(6);
-        if (below(2)) text.insert(static_cast<size_t>(below(text.size() + 1)), "*");
-        return text;
-    }
-    int below(size_t n) { return static_cast<int>(random_() % n); }
-
-private:
-    std::mt19937 random_;
-    std::array<const char *, 9> pieces_{"/", "/", "a", "b", "ab", ".", "\xC3", "/a", "c"};
-};
-
-// One matcher and its plain twin.
-class Twins {
-public:
-    void put(const std::string &pattern, const char *target) {
-        URIMatcherPut(matcher.get(), pattern.c_str(), const_cast<char *>(target), FALSE);
-        if (pattern.empty()) return;
-        (std::string(target).starts_with("genApp") ? generic_ : real_).put(pattern, target, 10);
-    }
-    void expectSame(const URIMatcher *other, const std::string &path) const {
-        const char *expected = generic_.match(path);
-        if (!expected) expected = real_.match(path);
-        ASSERT_EQ(URIMatcherMatch(other, path.c_str(), nullptr), expected) << "path " << path;
-    }
-    MatcherPtr matcher{URIMatcherCreate(nullptr, "twin")};
-
-private:
-    NaiveTree generic_, real_;
-};
-
-void expectSamePaths(const Twins &twins, const URIMatcher *matcher, Texts &texts) {
-    for (int i = 0; i < 60; ++i) {
-        const std::string path = texts.path(9);
-        ASSERT_NO_FATAL_FAILURE(twins.expectSame(matcher, path));
-    }
-}
-
 TEST(URIMatcherProperty, MatchesAsThePlainImplementation) {
-    static constexpr std::array<const char *, 7> TARGETS{"t0", "t1", "t2", "t3", "genApp0", "genApp1", "t4"};
-    for (unsigned seed = 0; seed < 600; ++seed) {
-        SCOPED_TRACE(seed);
-        Texts texts(seed);
-        Twins twins;
-        const int count = texts.below(40);
-        const auto putSome = [&](int n) {
-            for (int i = 0; i < n; ++i) twins.put(texts.pattern(), TARGETS[static_cast<size_t>(texts.below(TARGETS.size()))]);
-        };
-        putSome(count);
-        ASSERT_NO_FATAL_FAILURE(expectSamePaths(twins, twins.matcher.get(), texts));
-        ASSERT_TRUE(URIMatcherSeal(twins.matcher.get()));
-        ASSERT_NO_FATAL_FAILURE(expectSamePaths(twins, twins.matcher.get(), texts));
-        const MatcherPtr before(URIMatcherClone(twins.matcher.get()));
-        ASSERT_NO_FATAL_FAILURE(expectSamePaths(twins, before.get(), texts));
-        putSome(10); // into a sealed matcher
-        ASSERT_NO_FATAL_FAILURE(expectSamePaths(twins, twins.matcher.get(), texts));
-        const MatcherPtr clone(URIMatcherClone(twins.matcher.get()));
-        ASSERT_NO_FATAL_FAILURE(expectSamePaths(twins, clone.get(), texts));
-        ASSERT_TRUE(URIMatcherIsComplete(clone.get()));
+    static constexpr std::array<const char *, 9> PIECES{"/", "/", "a", "b", "ab", ".", "\xC3", "/a", "c"};
+    std::mt19937 random(1);
+    const auto below = [&](size_t n) { return random() % n; };
+    const auto path = [&](size_t longest) {
+        std::string text;
+        for (size_t n = 1 + below(longest); n > 0; --n) text += PIECES[below(PIECES.size())];
+        return text;
+    };
+    for (int round = 0; round < 600; ++round) {
+        std::string input;
+        for (size_t n = below(40); n > 0; --n) {
+            std::string pattern = path(6);
+            if (below(2)) pattern.insert(below(pattern.size() + 1), "*");
+            input += (below(4) ? "" : "!") + pattern + "\n";
+        }
+        input += "\n";
+        for (int n = 0; n < 60; ++n) input += path(9) + "\n";
+        fuzz_uriPatterns(reinterpret_cast<const uint8_t *>(input.data()), input.size()); // ends the program when they differ
     }
 }
 
 // Children of one node beyond what fits into it, and as many as there are first bytes.
 TEST(URIMatcherProperty, ManyChildren) {
+    static char targets[256][2];
     for (const int children : {7, 8, 9, 16, 17, 128, 253}) {
         SCOPED_TRACE(children);
-        Twins twins;
-        std::vector<std::string> paths;
-        for (int c = 1, n = 0; n < children; ++c) {
-            if (c == '*' || c == '/') continue;
-            paths.push_back(std::string("/r/") + static_cast<char>(c) + "x.y");
-            twins.put(paths.back(), n++ % 2 ? "odd" : "even");
-        }
-        for (int sealed = 0; sealed < 2; ++sealed) {
-            for (const std::string &path : paths) {
-                ASSERT_NO_FATAL_FAILURE(twins.expectSame(twins.matcher.get(), path));
-                ASSERT_NO_FATAL_FAILURE(twins.expectSame(twins.matcher.get(), path.substr(0, 4)));
+        const MatcherPtr matcher(URIMatcherCreate(nullptr, "many"));
+        std::string paths;
+        const auto path = [&](size_t n) { return std::string("/r/") + paths[n] + "x.y"; };
+        for (int c = 1; paths.size() < static_cast<size_t>(children); ++c)
+            if (c != '*' && c != '/') paths += static_cast<char>(c);
+        const auto expectEach = [&] {
+            for (size_t n = 0; n < paths.size(); ++n) {
+                ASSERT_EQ(URIMatcherMatch(matcher.get(), path(n).c_str(), nullptr), targets[n]);
+                ASSERT_EQ(URIMatcherMatch(matcher.get(), path(n).substr(0, 4).c_str(), nullptr), nullptr);
             }
-            ASSERT_TRUE(URIMatcherSeal(twins.matcher.get()));
-        }
-        // A split among many children moves them.
-        twins.put("/r/" + paths[0].substr(3, 2) + "q", "split");
-        for (const std::string &path : paths) ASSERT_NO_FATAL_FAILURE(twins.expectSame(twins.matcher.get(), path));
+        };
+        for (size_t n = 0; n < paths.size(); ++n) URIMatcherPut(matcher.get(), path(n).c_str(), targets[n], FALSE);
+        ASSERT_NO_FATAL_FAILURE(expectEach());
+        ASSERT_TRUE(URIMatcherSeal(matcher.get()));
+        ASSERT_NO_FATAL_FAILURE(expectEach());
+        URIMatcherPut(matcher.get(), (path(0).substr(0, 5) + "q").c_str(), targets[255], FALSE); // a split among many children moves them
+        ASSERT_NO_FATAL_FAILURE(expectEach());
     }
 }
 
 // A chain of a node per character: nothing may recurse over it.
 TEST(URIMatcherProperty, LongChain) {
-    MatcherPtr matcher(URIMatcherCreate(nullptr, "chain"));
+    const MatcherPtr matcher(URIMatcherCreate(nullptr, "chain"));
     std::string pattern = "/";
     char target[] = "target";
-    for (int i = 0; i < 3000; ++i) {
-        pattern += "a";
-        URIMatcherPut(matcher.get(), pattern.c_str(), target, FALSE);
-    }
+    for (int i = 0; i < 3000; ++i) URIMatcherPut(matcher.get(), (pattern += "a").c_str(), target, FALSE);
     ASSERT_TRUE(URIMatcherSeal(matcher.get()));
     EXPECT_EQ(URIMatcherMatch(matcher.get(), pattern.c_str(), nullptr), target);
     EXPECT_EQ(URIMatcherMatch(matcher.get(), (pattern + "a").c_str(), nullptr), nullptr);

@@ -4,11 +4,11 @@
 #include <jansson.h>
 
 #include <memory>
-#include <thread>
 #include <vector>
 
 #include "base/FailEachAllocation.h"
 #include "fakes.h"
+#include "tavUtil/tavString.h"
 
 namespace {
 
@@ -39,21 +39,19 @@ const std::string LONG_HOST(300, 'h');
 
 TEST(VHostMatcher, Pairs) {
     const struct {
-        const char *name;
         std::vector<Pair> pairs;
         const char *state;
     } cases[] = {
-        {"one of each", {{"a", 1}, {"b", -1}, {"*", 2}}, "any=falseports=(2)hosts=(b)hosts:ports=(a:1)"},
-        {"any swallows what follows", {{"a", 1}, {"*", -1}, {"b", 2}, {nullptr, 3}}, "any=trueports=()hosts=()hosts:ports=(a:1)"},
-        {"a host for any port covers its pairs", {{"A", 1}, {"b", 1}, {"a", 2}, {"a", -1}}, "any=falseports=()hosts=(a)hosts:ports=(b:1)"},
-        {"a port for any host covers its pairs", {{"a", 1}, {"b", 1}, {"a", 2}, {"*", 1}}, "any=falseports=(1)hosts=()hosts:ports=(a:2)"},
-        {"covered pairs are not added", {{"a", -1}, {"*", 1}, {"A", 5}, {"b", 1}}, "any=falseports=(1)hosts=(a)hosts:ports=()"},
-        {"twice is stored twice",
-         {{"a", -1}, {"a", -1}, {"*", 1}, {"*", 1}, {"c", 2}, {"C", 2}},
-         "any=falseports=(1,1)hosts=(a,a)hosts:ports=(c:2,C:2)"},
+        {{{"a", 1}, {"b", -1}, {"*", 2}}, "any=falseports=(2)hosts=(b)hosts:ports=(a:1)"},
+        // any swallows what follows; a host for any port covers its pairs, a port for any host too; what is covered is not added
+        {{{"a", 1}, {"*", -1}, {"b", 2}, {nullptr, 3}}, "any=trueports=()hosts=()hosts:ports=(a:1)"},
+        {{{"A", 1}, {"b", 1}, {"a", 2}, {"a", -1}}, "any=falseports=()hosts=(a)hosts:ports=(b:1)"},
+        {{{"a", 1}, {"b", 1}, {"a", 2}, {"*", 1}}, "any=falseports=(1)hosts=()hosts:ports=(a:2)"},
+        {{{"a", -1}, {"*", 1}, {"A", 5}, {"b", 1}}, "any=falseports=(1)hosts=(a)hosts:ports=()"},
+        // twice is stored twice
+        {{{"a", -1}, {"a", -1}, {"*", 1}, {"*", 1}, {"c", 2}, {"C", 2}}, "any=falseports=(1,1)hosts=(a,a)hosts:ports=(c:2,C:2)"},
     };
     for (const auto &test : cases) {
-        SCOPED_TRACE(test.name);
         const GroupPtr group(createVHostMatcher(nullptr, "g"));
         for (const Pair &pair : test.pairs) putVHost(group.get(), pair.host, pair.port);
         EXPECT_EQ(state(group.get()), test.state);
@@ -64,30 +62,11 @@ TEST(VHostMatcher, Pairs) {
 TEST(VHostMatcher, Selects) {
     const GroupPtr group(createVHostMatcher(nullptr, "g"));
     for (const Pair &pair : {Pair{"a", 1}, {"B", -1}, {"*", 2}, {LONG_HOST.c_str(), 9}}) putVHost(group.get(), pair.host, pair.port);
-    const struct {
-        const char *host;
-        int port;
-        bool selected;
-    } cases[] = {
-        {"a", 1, true},
-        {"A", 1, true},
-        {"a", 3, false},
-        {"aa", 1, false},
-        {"b", 77, true},
-        {"b", -1, true},
-        {"x", 2, true},
-        {nullptr, 2, true},
-        {nullptr, 1, false},
-        {"*", 1, false},
-        {LONG_HOST.c_str(), 9, true},
-        {LONG_HOST.c_str(), 8, false},
-        {"", 1, false},
-        {"a", -1, false},
-    };
-    for (const auto &test : cases) {
-        EXPECT_EQ(matchVHost(group.get(), test.host, test.port, nullptr), test.selected)
-            << (test.host ? test.host : "null") << ":" << test.port;
-    }
+    const char *const longHost = LONG_HOST.c_str();
+    for (const Pair &pair : {Pair{"a", 1}, {"A", 1}, {"b", 77}, {"b", -1}, {"x", 2}, {nullptr, 2}, {longHost, 9}})
+        EXPECT_TRUE(matchVHost(group.get(), pair.host, pair.port, nullptr)) << tavOrNull(pair.host) << ":" << pair.port;
+    for (const Pair &pair : {Pair{"a", 3}, {"aa", 1}, {nullptr, 1}, {"*", 1}, {longHost, 8}, {"", 1}, {"a", -1}})
+        EXPECT_FALSE(matchVHost(group.get(), pair.host, pair.port, nullptr)) << tavOrNull(pair.host) << ":" << pair.port;
     putVHost(group.get(), "*", -1);
     EXPECT_TRUE(matchVHost(group.get(), nullptr, -1, nullptr));
 }
@@ -130,8 +109,8 @@ TEST(VHostMatcher, TextForms) {
     json_decref(json);
 }
 
-// Requests match while patterns are linked one by one: each linked one is found from then on, the first ones always.
-TEST(VHostMatcher, LinkingUnderLoad) {
+// Patterns that are linked while requests may match go into a changed copy.
+TEST(VHostMatcher, LinkingWhilePublished) {
     TavRoutingInfo ri;
     WebModule webModule{"/wm", "/"}, second{"/wm2", "/"};
     const GroupPtr group(createVHostMatcher(nullptr, "g"));
@@ -143,26 +122,8 @@ TEST(VHostMatcher, LinkingUnderLoad) {
     ri.published = TRUE;
     ASSERT_TRUE(vhostMatcherPutPatterns(group.get(), patterns, 4, &second));
     EXPECT_EQ(matchVHostURI(group.get(), "/abc/def/x", nullptr), &second);
+    EXPECT_EQ(matchVHostURI(group.get(), "/abc/def/y", nullptr), &webModule);
     EXPECT_EQ(URIMatcherMatch(original, "/abc/def/x", nullptr), &webModule) << "a request that walks the old one sees no change";
-    std::atomic<bool> done{false};
-    std::atomic<int> misses{0};
-    std::vector<std::thread> requests;
-    for (int i = 0; i < 3; ++i) {
-        requests.emplace_back([&] {
-            do {
-                if (matchVHostURI(group.get(), "/abc/def/ghi", nullptr) != &webModule) ++misses;
-            } while (!done);
-        });
-    }
-    for (int i = 0; i < 200; ++i) {
-        const std::string text = "/abc/d" + std::to_string(i * 7919 % 1000) + "/*.x";
-        const char *pattern = text.c_str();
-        EXPECT_TRUE(vhostMatcherPutPatterns(group.get(), &pattern, 1, &webModule));
-    }
-    done = true;
-    for (std::thread &thread : requests) thread.join();
-    EXPECT_EQ(misses, 0);
-    EXPECT_EQ(matchVHostURI(group.get(), "/abc/d919/a.x", nullptr), &webModule);
 }
 
 TEST(VHostMatcher, MemoryRunsOut) {

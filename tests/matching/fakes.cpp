@@ -1,19 +1,5 @@
 #include "fakes.h"
 
-#include <cstdlib>
-#include <new>
-
-int fakeNewCalls = 0;
-int fakeNewFails = -1;
-
-void *operator new(size_t size) {
-    void *memory = fakeNewCalls++ == fakeNewFails ? nullptr : malloc(size ? size : 1);
-    if (!memory) throw std::bad_alloc();
-    return memory;
-}
-void operator delete(void *memory) noexcept { free(memory); }
-void operator delete(void *memory, size_t) noexcept { free(memory); }
-
 const char *wmGetName(const WebModule *webModule) noexcept { return webModule->name.c_str(); }
 const char *wmGetContextRoot(const WebModule *webModule) noexcept { return webModule->noRoot ? nullptr : webModule->contextRoot.c_str(); }
 

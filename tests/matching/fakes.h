@@ -23,8 +23,4 @@ struct _TavHttpContext {
     bool hasMatchedVHost = false;
 };
 
-// How many times operator new was called, and which call fails (-1: none).
-extern int fakeNewCalls;
-extern int fakeNewFails;
-
 #endif

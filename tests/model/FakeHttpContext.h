@@ -1,50 +1,17 @@
-// The world around this floor, as records: an instance, a snapshot, a host request and a request context that remembers what was set on it.
+// A request context that remembers what was set on it, and the fixtures around it: an instance with one snapshot, and with a rule language.
 #ifndef MODEL_FAKEHTTPCONTEXT_H
 #define MODEL_FAKEHTTPCONTEXT_H
 
-#include <gtest/gtest.h>
-
-#include <map>
-#include <optional>
 #include <set>
-#include <string>
-#include <vector>
 
-#include "tavInstance/tavInstance.h"
+#include "base/FailEachAllocation.h"
+#include "support/FakeInstance.h"
 #include "tavRequestMapper/tavHttpContextForMapper.h"
 #include "tavTargetSelector/tavHttpContextForSelector.h"
 #include "tavURLMatcher/tavHttpContextForMatching.h"
-#include "tr/tr.h"
 
-// A text of the host or of the context; nothing is the null text.
-using FakeText = std::optional<std::string>;
-inline const char *fakeChars(const FakeText &text) { return text ? text->c_str() : nullptr; }
-inline FakeText fakeText(const char *text) { return text ? FakeText(text) : std::nullopt; }
-
-struct EnvHttpContext {
-    FakeText host = "shop.example";
-    int port = 80;
-    FakeText path = "/";
-    FakeText protocol = "http";
-    std::map<std::string, std::string> headers;
-    std::map<std::string, std::string> cookies;
-    std::string lent; // the one buffer that every text getter fills
-};
-
-struct _Tav {
-    TrMgr *mgr = nullptr;
-    EnvCallBacks env{};
-    Language *httpLanguage = nullptr;
-    TavSSLMapMode sslMapMode = NullMapMode;
-    std::map<std::string, std::string> properties;
-};
-
-struct _TavRoutingInfo {
-    Tav *tav = nullptr;
-    Boolean published = FALSE;
-    RequestMapper *requestMapper = nullptr;
-    TargetSelector *targetSelector = nullptr;
-};
+inline const char *chars(const Text &text) { return text ? text->c_str() : nullptr; }
+inline Text textOf(const char *text) { return text ? Text(text) : std::nullopt; }
 
 struct _TavHttpContext {
     Tav *tav = nullptr;
@@ -52,7 +19,7 @@ struct _TavHttpContext {
     EnvHttpContext request;
     TavAction action = NONE;
     int errorCode = 0;
-    FakeText errorMsg, redirectURL, editionName, applicationName, moduleName, contextRoot, vHostName;
+    Text errorMsg, redirectURL, editionName, applicationName, moduleName, contextRoot, vHostName;
     Boolean sticky = FALSE;
     TavSSLMapMode sslMapMode = NullMapMode;
     HttpAffinityPolicy *policy = nullptr;
@@ -67,23 +34,19 @@ struct _TavHttpContext {
     int copyFails = -1; // the copy that finds no memory; -1: none
 };
 
-// What the trace hook got since the last clear.
-extern std::vector<std::string> fakeTrace;
-
-// An instance with the real trace catalogue at the given specification, and one snapshot of it. Nothing may stay allocated after it.
-class ModelTest : public testing::Test {
+// An instance and one snapshot of it. Nothing may stay allocated after it.
+class ModelTest : public LeakFree {
 protected:
-    void SetUp() override;
-    void TearDown() override;
-    // Replaces the trace specification.
-    void traceAt(const char *spec);
-    bool traced(const std::string &text) const; // a whole line of fakeTrace
-
     Tav tav;
-    TavRoutingInfo ri;
+    TavRoutingInfo ri{&tav};
+};
 
-private:
-    int before_ = 0;
+// With a rule language of the common words and the "uri" of the fake request.
+class RulesTest : public ModelTest {
+protected:
+    RulesTest();
+    ~RulesTest() override;
+    TavHttpContext request(const char *path);
 };
 
 #endif

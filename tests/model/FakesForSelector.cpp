@@ -73,13 +73,6 @@ EnvTargetEndpoint *tavEndPointRefGet(const EndPointRef *ref) noexcept { return c
 
 // ---- instance ----
 
-void tavLockPartitionData(Tav *, const char *) noexcept { worldMutex.lock(); }
-void tavUnlockPartitionData(Tav *) noexcept { worldMutex.unlock(); }
-Boolean tavHasPartitionData(Tav *) noexcept { return !world.partitions.empty(); }
-PartitionIDData *tavGetPartitionData(Tav *, const char *key) noexcept {
-    auto found = world.partitions.find(key ? key : "");
-    return found == world.partitions.end() ? nullptr : found->second;
-}
 Boolean tavIsOwnServerPath(Tav *, const char *name) noexcept { return world.ownServer == name; }
 Boolean tavSetServerCustomProperty(Tav *, const char *name, const char *value) noexcept {
     noteLock();
@@ -104,18 +97,16 @@ void tavConnectorSendHealthTrigger(TavConnector *, json_t *) noexcept {}
 
 // ---- fixture ----
 
-void SelectorTest::SetUp() {
-    ModelTest::SetUp();
+SelectorTest::SelectorTest() {
     world = {};
     fakeNow = 1000000;
     tavSetClock([] { return fakeNow; });
     rm = rmCreate(&ri);
-    ri.requestMapper = rm;
+    ri.mapper = rm;
     application = rmApplicationCreate(rm, "/cell/c/application/shop");
     module = rmWebModuleCreate(application, moduleName, 1);
     ts = tsCreate(&ri);
-    ASSERT_TRUE(ts);
-    ri.targetSelector = ts;
+    ri.selector = ts;
     world.selectorLock = ts->lock;
     node = tsNodeCreate(ts, "/cell/c/node/n");
     cluster = tsClusterCreate(ts, "/cell/c/cluster/k");
@@ -123,7 +114,7 @@ void SelectorTest::SetUp() {
     tsLinkVirtualClusterToCluster(vc, cluster, TRUE);
 }
 
-void SelectorTest::TearDown() {
+SelectorTest::~SelectorTest() {
     world.selectorLock = nullptr;
     rmDelete(rm); // a snapshot's mapper dies before its selector
     const size_t routes = world.routes.size();
@@ -134,7 +125,6 @@ void SelectorTest::TearDown() {
     EXPECT_EQ(world.endpointsAlive, 0);
     EXPECT_EQ(world.lockedConnectorCalls, 0);
     tavSetClock(nullptr);
-    ModelTest::TearDown();
 }
 
 Back &SelectorTest::bareBack(const char *name) {

@@ -2,8 +2,8 @@
 #ifndef MODEL_FAKESFORSELECTOR_H
 #define MODEL_FAKESFORSELECTOR_H
 
+#include <atomic>
 #include <list>
-#include <memory>
 
 #include "FakeHttpContext.h"
 #include "tavRequestMapper/tavRequestMapper.h"
@@ -21,8 +21,7 @@ struct SelectorWorld {
     std::map<std::string, EndPointRef *> endpointByName;
     int endpointsAlive = 0;
     bool hostRefuses = false; // the host makes no endpoint objects
-    std::map<std::string, PartitionIDData *> partitions;
-    std::string ownServer; // the path of the server that the library runs in
+    std::string ownServer;    // the path of the server that the library runs in
     std::vector<std::string> customProperties;
     HealthMonitor *healthMonitor = nullptr;
     int lockedConnectorCalls = 0; // calls that came while the selector lock was held
@@ -47,8 +46,8 @@ struct Back {
 class SelectorTest : public ModelTest {
 protected:
     static constexpr const char *moduleName = "/cell/c/application/shop/webModule/shop.war";
-    void SetUp() override;
-    void TearDown() override;
+    SelectorTest();
+    ~SelectorTest() override;
 
     // A started server with weight 1, an http endpoint and a started, linked server application.
     Back &back(const char *name, const char *cloneId = nullptr);

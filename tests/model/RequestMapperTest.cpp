@@ -1,6 +1,4 @@
-#include <thread>
-
-#include "FakesForRules.h"
+#include "FakeHttpContext.h"
 #include "VHostMatcher/VHostMatcher.h"
 #include "base/FailEachAllocation.h"
 #include "tavRequestMapper/tavRequestMapper.h"
@@ -11,18 +9,11 @@ namespace {
 
 class RequestMapperTest : public RulesTest {
 protected:
-    void SetUp() override {
-        RulesTest::SetUp();
-        rm = rmCreate(&ri);
-        ASSERT_TRUE(rm);
-        group = createVHostMatcher(&ri, "/vHostGroup/default");
-        putVHost(group, "shop.example", 80);
-        ASSERT_TRUE(rmAddVHostMatcher(rm, group));
+    RequestMapperTest() {
+        putVHost(group, "localhost", 80);
+        rmAddVHostMatcher(rm, group);
     }
-    void TearDown() override {
-        rmDelete(rm);
-        RulesTest::TearDown();
-    }
+    ~RequestMapperTest() override { rmDelete(rm); }
     Application *application(const char *name, const char *edition) {
         Application *app = rmApplicationCreate(rm, name);
         EXPECT_TRUE(rmApplicationSetPropStr(app, "edition", edition));
@@ -74,11 +65,11 @@ protected:
     }
     int map(TavHttpContext &ctx) { return rmMapRequest(rm, &ctx); }
 
-    RequestMapper *rm = nullptr;
-    VHostMatcher *group = nullptr;
+    RequestMapper *rm = rmCreate(&ri);
+    VHostMatcher *group = createVHostMatcher(&ri, "/vHostGroup/default");
 };
 
-std::string text(const FakeText &value) { return value.value_or("-"); }
+std::string text(const Text &value) { return value.value_or("-"); }
 
 // The outcome on one line: result, action and what goes with it, then application/edition/module/root.
 std::string outcome(int result, const TavHttpContext &ctx) {
@@ -120,15 +111,15 @@ TEST_F(RequestMapperTest, RequestsFindTheirEdition) {
         {nullptr, "-1 reject 500 null path"},
     };
     for (const char *spec : {":NOTICE", ":NOTICE,http.request.map:DEBUG"}) {
-        traceAt(spec);
+        tav.setTraceSpec(spec);
         for (const auto &[path, expected] : cases) {
             TavHttpContext ctx = request(path);
             int result = map(ctx);
             EXPECT_EQ(outcome(result, ctx), expected) << (path ? path : "null");
         }
     }
-    EXPECT_TRUE(traced("mapped request shop.example:80//shop/beta/x to web module /wm/shop2\n"));
-    EXPECT_TRUE(traced("null edition name"));
+    EXPECT_TRUE(tav.traced("mapped request localhost:80//shop/beta/x to web module /wm/shop2\n"));
+    EXPECT_TRUE(tav.traced("null edition name"));
     TavHttpContext other = request("/plain");
     other.request.host = "unknown.example";
     EXPECT_EQ(outcome(map(other), other), "0 reject 404 no mapping found");
@@ -188,17 +179,14 @@ TEST_F(RequestMapperTest, PropertiesAreTakenByName) {
     Application *app = application("/app/a", "1");
     WebModule *webModule = rmWebModuleCreate(app, "/wm/a", 0);
     EXPECT_TRUE(rmWebModuleSetPropStr(webModule, "protocolMap", "direct"));
-    EXPECT_FALSE(rmWebModuleSetPropStr(webModule, "protocolMap", "HTTP"));
-    EXPECT_FALSE(rmWebModuleSetPropStr(webModule, "protocolmap", "http"));
+    EXPECT_FALSE(rmWebModuleSetPropStr(webModule, "protocolMap", "HTTP") || rmWebModuleSetPropStr(webModule, "protocolmap", "http"));
     EXPECT_EQ(rmWebModuleGetSSLMapMode(webModule), MapInboundToOutbound);
     EXPECT_TRUE(rmApplicationSetPropStr(app, "sessionAffinityCookies", "C"));
-    EXPECT_FALSE(rmApplicationSetPropStr(app, "Edition", "2"));
     const char *names[] = {"NAME", nullptr};
     HttpAffinityPolicy *policy = hapCreate(webModule, names, ":", FALSE);
-    EXPECT_FALSE(rmApplicationSetPropNull(app, "edition"));
+    EXPECT_FALSE(rmApplicationSetPropStr(app, "Edition", "2") || rmApplicationSetPropNull(app, "edition"));
     EXPECT_EQ(wmGetHttpAffinityPolicy(webModule), policy);
     EXPECT_TRUE(rmApplicationSetPropNull(app, "sessionAffinityCookies"));
-    EXPECT_EQ(appGetSessionAffinityCookies(app), nullptr);
     EXPECT_EQ(wmGetHttpAffinityPolicy(webModule), nullptr);
     EXPECT_STREQ(hapGetCookieNames(policy)[0], "NAME"); // a request that holds it may read on
 }
@@ -250,45 +238,14 @@ TEST_F(RequestMapperTest, PoliciesOutliveTheirModule) {
     const char *names[] = {own.c_str(), nullptr};
     HttpAffinityPolicy *first = hapCreate(webModule, names, nullptr, TRUE);
     own = "changed";
-    EXPECT_STREQ(hapGetCookieNames(first)[0], "A");
-    failEachAllocation([&](auto failed) {
-        HttpAffinityPolicy *policy = hapCreate(nullptr, names, ":", FALSE);
-        EXPECT_EQ(policy == nullptr, failed());
-        hapDelete(policy);
-        policy = hapCreate1(nullptr, "A,B;+;true");
-        EXPECT_TRUE(policy || failed());
-        hapDelete(policy);
-    });
-    // Requests of several threads may each make the module's policy.
-    const auto make = [&] {
-        for (int i = 0; i < 200; i++) hapCreate(webModule, names, ":", FALSE);
-    };
-    std::thread one(make), two(make);
-    one.join();
-    two.join();
+    hapCreate(webModule, names, ":", FALSE);
     rmWebModuleDelete(webModule);
+    EXPECT_STREQ(hapGetCookieNames(first)[0], "A");
     EXPECT_STREQ(hapGetDelimiter(first), ":");
-}
-
-TEST_F(RequestMapperTest, EachAllocationMayFail) {
     failEachAllocation([&](auto failed) {
-        RequestMapper *mapper = rmCreate(&ri);
-        Application *app = rmApplicationCreate(mapper, "/app/a-edition1");
-        rmApplicationSetPropStr(app, "edition", "1");
-        WebModule *webModule = rmWebModuleCreate(app, "/wm/a", -1);
-        rmWebModuleSetPropStr(webModule, "contextRoot", "/a");
-        Boolean good = rmWebModuleInit(webModule) && rmLinkClusterToWebModule("/cluster/x", webModule, TRUE);
-        WebRouteWorkClass *workClass = rmWebRouteWorkClassCreate(app, "/wc/Default_HTTP_WC");
-        good = rmWebRouteWorkClassInit(workClass) && good;
-        TavRule *made = rmEditionRoutingRuleCreate(workClass, "/rule/1");
-        good = tavRuleSetExpr(made, "uri = '/a'") && good;
-        good = rmEditionRoutingRuleSetPropStr(made, "action", "permit:a-edition1") && good;
-        if (!rmEditionRoutingRuleInit(made)) {
-            rmEditionRoutingRuleDelete(made);
-            good = FALSE;
-        }
-        if (webModule) rmApplicationCreate(mapper, "/app/a-edition2");
-        EXPECT_TRUE(good || failed());
-        rmDelete(mapper);
+        HttpAffinityPolicy *made = hapCreate(nullptr, names, ":", FALSE), *described = hapCreate1(nullptr, "A,B;+;true");
+        EXPECT_TRUE((made && described) || failed());
+        hapDelete(made);
+        hapDelete(described);
     });
 }

@@ -7,7 +7,7 @@
 
 TEST_F(SelectorTest, RequestsThatCannotBeSelectedForAreRejected) {
     const struct {
-        FakeText module, protocol;
+        Text module, protocol;
         bool cluster;
         int code;
         const char *text;
@@ -40,11 +40,11 @@ TEST_F(SelectorTest, AnUnavailableModuleIsLoggedWithItsCluster) {
     b.state("STOPPED");
     auto ctx = request();
     ctx->responseTimeouts = 1;
-    traceAt(":NOTICE,http.response.error.503:DEBUG");
+    tav.setTraceSpec(":NOTICE,http.response.error.503:DEBUG");
     EXPECT_EQ(selectName(*ctx), "-");
     EXPECT_EQ(ctx->errorCode, 504);
     EXPECT_EQ(ctx->errorMsg, "response timed out");
-    EXPECT_TRUE(traced(std::string("504 response for module '") + moduleName + R"(':
+    EXPECT_TRUE(tav.traced(std::string("504 response for module '") + moduleName + R"(':
 {
    "servers": {
       "/cell/c/node/n/server/a": {
@@ -59,12 +59,12 @@ TEST_F(SelectorTest, AnUnavailableModuleIsLoggedWithItsCluster) {
       }
    }
 }
-)")) << testing::PrintToString(fakeTrace);
+)")) << testing::PrintToString(tav.trace);
     EXPECT_EQ(cluster->refcnt, 2);
     tsLinkServerToWebModule(b.server, module, FALSE);
     ctx = request();
     selectName(*ctx);
-    EXPECT_TRUE(traced(std::string("503 error: no servers are running web module '") + moduleName + "; Error Status Code=503'\n"));
+    EXPECT_TRUE(tav.traced(std::string("503 error: no servers are running web module '") + moduleName + "; Error Status Code=503'\n"));
 }
 
 // ---- affinity ----
@@ -94,11 +94,11 @@ TEST_F(SelectorTest, SessionIdsAreResolvedPieceByPiece) {
         {nullptr, nullptr, "-", 0},
     };
     for (const bool traced : {false, true}) {
-        traceAt(traced ? ":DEBUG" : ":NOTICE");
+        tav.setTraceSpec(traced ? ":DEBUG" : ":NOTICE");
         for (const auto &row : rows) {
             SCOPED_TRACE(std::string(tavOrNull(row.cookie)) + " " + tavOrNull(row.path));
             auto ctx = request(row.cookie);
-            ctx->request.path = fakeText(row.path);
+            ctx->request.path = textOf(row.path);
             ctx->failedServerApps.insert(one.sapp); // affinity does not look at failures
             EXPECT_EQ(selectName(*ctx), row.expected);
             EXPECT_EQ(ctx->brokenAffinity, row.broken);
@@ -117,22 +117,22 @@ TEST_F(SelectorTest, PartitionIdsStandForCloneIds) {
     TavHashMap *map = tavHashMapCreate2(tavFree);
     tavHashPut(map, "p9", tavStrdup("c2"));
     tavHashPut(map, "c1", tavStrdup("c2"));
-    world.partitions["/cell/c/cluster/k"] = tsPartitionIDDataCreate(map, "1");
-    world.partitions["/other"] = tsDefaultPartitionIDData();
+    tav.partitions["/cell/c/cluster/k"] = tsPartitionIDDataCreate(map, "1");
+    tav.partitions["/other"] = tsDefaultPartitionIDData();
     for (const char *id : {"s:p9", "s:c1", "s:c2"}) {
         auto ctx = request(id);
         EXPECT_EQ(selectName(*ctx), "b") << id;
         finish(*ctx);
     }
-    tsPartitionIDDataDelete(world.partitions["/cell/c/cluster/k"]);
-    world.partitions.clear();
+    tsPartitionIDDataDelete(tav.partitions["/cell/c/cluster/k"]);
+    tav.partitions.clear();
 }
 
 TEST_F(SelectorTest, AFullServerBreaksAffinityAndIsNotBalancedTo) {
     Back &a = back("a", "c1");
     back("b", "c2");
     std::vector<std::unique_ptr<TavHttpContext>> open;
-    traceAt(":NOTICE,http.request.select.affinity.break:DEBUG");
+    tav.setTraceSpec(":NOTICE,http.request.select.affinity.break:DEBUG");
     for (const auto &[max, expected] : {std::pair(2, "a"), {2, "a"}, {2, "b"}, {-1, "a"}, {0, "b"}}) {
         tsServerSetPropInt(a.server, "maxConnections", max);
         open.push_back(request("s:c1"));
@@ -140,7 +140,7 @@ TEST_F(SelectorTest, AFullServerBreaksAffinityAndIsNotBalancedTo) {
         EXPECT_EQ(open.back()->brokenAffinity, *expected == 'b');
         EXPECT_EQ(open.back()->performedLoadBalancing, *expected == 'b');
     }
-    EXPECT_TRUE(traced("number of outstanding requests '2' exceeded maximum connections '2' for the server /cell/c/node/n/server/a"));
+    EXPECT_TRUE(tav.traced("number of outstanding requests '2' exceeded maximum connections '2' for the server /cell/c/node/n/server/a"));
     for (auto &ctx : open) finish(*ctx);
     EXPECT_EQ(a.server->outstandingRequestCount, 0);
 }
@@ -266,12 +266,12 @@ TEST_F(SelectorTest, EverySkippedServerIsToldWithItsReason) {
     tsServerSetPropInt(full.server, "maxConnections", 0);
     tsEndPointSetPropInt(portless.http, "port", -1);
     tsLinkClusterServer(cluster, clusterless.server, FALSE);
-    traceAt(":NOTICE,http.request.select.balance:DEBUG");
+    tav.setTraceSpec(":NOTICE,http.request.select.balance:DEBUG");
     auto ctx = request();
     ctx->failedServerApps.insert(failed.sapp);
     EXPECT_EQ(selectName(*ctx), "good");
     std::vector<std::string> reasons;
-    for (const std::string &line : fakeTrace) {
+    for (const std::string &line : tav.trace) {
         const size_t at = line.find(", reason=");
         if (at != std::string::npos) reasons.push_back(line.substr(at + 9));
     }
@@ -280,7 +280,7 @@ TEST_F(SelectorTest, EverySkippedServerIsToldWithItsReason) {
                   "not STARTED\n", "server weight is 0\n", "connect failure\n", "previously failed to route this request to this server\n",
                   "number of outstanding requests '0' exceeded maximum connections '0' for the server /cell/c/node/n/server/full\n",
                   "transport is not valid\n", "no cluster associated with the server\n"}));
-    EXPECT_TRUE(traced("wlor: finished - shop, /cell/c/node/n/server/good\n"));
+    EXPECT_TRUE(tav.traced("wlor: finished - shop, /cell/c/node/n/server/good\n"));
     finish(*ctx);
 }
 
@@ -367,7 +367,7 @@ TEST_F(SelectorTest, TheMatchedVirtualHostGroupMayChooseTheEndpoint) {
     ASSERT_TRUE(rmAddVHostMatcher(rm, group));
     const struct {
         bool on;
-        FakeText group;
+        Text group;
         const char *expected;
     } rows[] = {{false, "group", "a.example"}, {true, "group", "third"}, {true, "unknown", "a.example"}, {true, std::nullopt, "a.example"}};
     for (const auto &row : rows) {

@@ -2,7 +2,6 @@
 #include <jansson.h>
 
 #include "FakesForSelector.h"
-#include "tavUtil/tavMemory.h"
 
 using Lines = std::vector<std::string>;
 
@@ -95,18 +94,15 @@ TEST_F(SelectorTest, RolloutTextBeginsWithFiveExactCharacters) {
 
 TEST_F(SelectorTest, OnlyHttpAndHttpsEndpointsAreAttached) {
     Back &b = bareBack("a");
-    for (const char *protocol : {"http", "https", "HTTP", "ftp"}) {
-        TavTargetEndpoint *ep = tsEndPointCreate(b.server, protocol);
-        tsEndPointSetPropStr(ep, "protocol", protocol);
-        const bool known = protocol[0] == 'h';
-        EXPECT_EQ(tsEndPointInit(ep), known) << protocol;
-        EXPECT_STREQ(tavTargetEndpointGetProtocol(ep), known ? protocol : "invalidProtocol");
-        // The list that it stands in counts, not what the protocol became.
-        tsEndPointSetPropStr(ep, "protocol", "ftp");
+    for (const std::string protocol : {"http", "https", "HTTP", "ftp"}) {
+        TavTargetEndpoint *ep = tsEndPointCreate(b.server, protocol.c_str());
+        tsEndPointSetPropStr(ep, "protocol", protocol.c_str());
+        EXPECT_EQ(tsEndPointInit(ep), protocol[0] == 'h') << protocol;
+        EXPECT_EQ(tavTargetEndpointGetProtocol(ep), protocol[0] == 'h' ? protocol : "invalidProtocol");
+        tsEndPointSetPropStr(ep, "protocol", "ftp"); // the list that it stands in counts, not what the protocol became
         tsEndPointDelete(ep);
         EXPECT_EQ(tavListGetCount(b.server->endPoints[0]) + tavListGetCount(b.server->endPoints[1]), 0);
     }
-    EXPECT_EQ(tsEndPointCreate(nullptr, "x"), nullptr);
     tsEndPointCreate(b.server, "never attached, never deleted");
 }
 
@@ -134,39 +130,31 @@ TEST_F(SelectorTest, TheHostsObjectExistsWhileTheServerIsNotStopped) {
 
 TEST_F(SelectorTest, ARequestKeepsWhatItsEndpointGaveThroughEveryChange) {
     Back &b = back("a");
-    auto first = request(), second = request();
-    selectName(*first);
-    const char *host = tavTargetEndpointGetHostName(b.http);
-    EnvTargetEndpoint *object = tavTargetEndpointGetEnvTargetEndpoint(b.http);
-    tsEndPointSetPropStr(b.http, "host", "two");
-    EXPECT_NE(tavTargetEndpointGetEnvTargetEndpoint(b.http), object);
-    EXPECT_EQ(world.endpointsAlive, 2) << "another name's holder would not see this one deleted";
-    selectName(*second);
-    const char *hostOfSecond = tavTargetEndpointGetHostName(b.http);
-    tsEndPointSetPropStr(b.http, "host", "three");
-    finish(*second); // the first may still read what the second did
-    EXPECT_EQ(world.endpointsAlive, 3);
-    EXPECT_STREQ(hostOfSecond, "two");
-    EXPECT_STREQ(host, "a.example");
+    for (const bool firstEndsFirst : {false, true}) {
+        tsEndPointSetPropStr(b.http, "host", "one");
+        auto first = request(), second = request();
+        selectName(*first);
+        const char *host = tavTargetEndpointGetHostName(b.http);
+        EnvTargetEndpoint *object = tavTargetEndpointGetEnvTargetEndpoint(b.http);
+        tsEndPointSetPropStr(b.http, "host", "two");
+        EXPECT_NE(tavTargetEndpointGetEnvTargetEndpoint(b.http), object);
+        EXPECT_EQ(world.endpointsAlive, 2) << "another name's holder would not see this one deleted";
+        selectName(*second);
+        const char *hostOfSecond = tavTargetEndpointGetHostName(b.http);
+        tsEndPointSetPropStr(b.http, "host", "three");
+        EXPECT_STREQ(host, "one");
+        finish(firstEndsFirst ? *first : *second); // what the second saw, the first may still read
+        EXPECT_EQ(world.endpointsAlive, firstEndsFirst ? 2 : 3);
+        EXPECT_STREQ(hostOfSecond, "two");
+        finish(firstEndsFirst ? *second : *first);
+        EXPECT_EQ(world.endpointsAlive, 1);
+    }
+    auto last = request();
+    selectName(*last);
     tsServerSetState(b.server, "STOPPED");
     EXPECT_NE(tavTargetEndpointGetEnvTargetEndpoint(b.http), nullptr);
-    finish(*first);
-    EXPECT_EQ(world.endpointsAlive, 0);
+    finish(*last);
     EXPECT_EQ(tavTargetEndpointGetEnvTargetEndpoint(b.http), nullptr);
-}
-
-TEST_F(SelectorTest, AnOlderRequestsEndFreesOnlyItsOwnTime) {
-    Back &b = back("a");
-    auto first = request(), second = request();
-    selectName(*first);
-    tsEndPointSetPropStr(b.http, "host", "two");
-    selectName(*second);
-    tsEndPointSetPropStr(b.http, "host", "three");
-    EXPECT_EQ(world.endpointsAlive, 3);
-    finish(*first);
-    EXPECT_EQ(world.endpointsAlive, 2) << "the one that only the first could see is deleted at once";
-    finish(*second);
-    EXPECT_EQ(world.endpointsAlive, 1);
 }
 
 // ---- deletion under way ----
@@ -213,16 +201,32 @@ TEST_F(SelectorTest, ADeletedEndpointIsNotChosenAndStaysForItsRequest) {
 // ---- dump ----
 
 TEST_F(SelectorTest, TheDumpHasFixedMembersAndToleratesAnyBytes) {
-    Back &b = back("a", "bad\xff\xc3\xa9\xed\xa0\x80");
+    Back &b = back("a", "bad\xff\xc3\xa9\xed\xa0\x80\xe0\xa0\x80");
     tsServerSetMaintenanceMode(b.server, AffinityMM);
     tsClusterCreate(ts, "k\x80");
     json_t *json = tsToJSON(ts);
     char *text = json_dumps(json, JSON_COMPACT);
     EXPECT_STREQ(text, R"({"/cell/c/cluster/k":{"servers":{"/cell/c/node/n/server/a":{"state":"STARTED","weight":1,)"
                        R"("maintenanceMode":"affinity","noLoadBalancing":"server is in affinity maintenance mode",)"
-                       "\"cloneID\":\"bad?\xc3\xa9???\","
+                       "\"cloneID\":\"bad?\xc3\xa9???\xe0\xa0\x80\","
                        R"("averageResponseTimeInMillis":0,"outstandingRequests":0,)"
                        R"("applications":{"shop":{"state":"STARTED","outstandingRequests":0}}}}},"k?":{"servers":{}}})");
     free(text);
     json_decref(json);
+}
+
+// ---- no memory ----
+
+TEST_F(SelectorTest, WithoutMemoryAServerApplicationIsRefusedAndTheOthersAreStillFound) {
+    failEachAllocation([this](auto failed) {
+        TargetServer *server = tsServerCreate(node, "/s", nullptr);
+        TavServerApplication handles[12];
+        for (int i = 0; server && i < 12; i++) {
+            const std::string path = "/s/" + std::to_string(i);
+            const bool created = tsServerApplicationCreate(server, path.c_str(), nullptr, &handles[i]);
+            EXPECT_TRUE(created || failed());
+            EXPECT_EQ(tsServerGetTavServerApplication(server, path.c_str() + 3), created ? &handles[i] : nullptr);
+        }
+        tsServerDelete(server);
+    });
 }

@@ -7,7 +7,7 @@
 
 #include <tav/tav.h>
 
-#include "edge/FakeHost.h"
+#include "support/FakeHost.h"
 
 // The callback table that SystemInstance uses.
 EnvCallBacks systemCallBacks();

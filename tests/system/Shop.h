@@ -7,7 +7,7 @@
 
 #include <tav/tav.h>
 
-#include "edge/FakeHost.h"
+#include "support/FakeHost.h"
 
 namespace shop {
 

@@ -95,21 +95,4 @@ TEST(Check, faultsOfADeltaStandInTheDelta) {
     }
 }
 
-TEST(Check, unreadableFilesAreToldWithTheirLine) {
-    const ScratchFile cut("cut.json", "{\n  \"version\": 1,\n  \"add\": ]\n}\n");
-    const struct {
-        std::vector<std::string> args;
-        std::string message;
-    } cases[] = {
-        {{"check", cut.path()}, cut.path() + ":3: "},
-        {{"check", "site.json", "gone.json"}, "gone.json: No such file or directory"},
-        {{"check"}, "files is required"},
-    };
-    for (const auto &each : cases) {
-        const ToolRun run = runTool(each.args);
-        EXPECT_EQ(run.status, 2);
-        EXPECT_THAT(run.err, HasSubstr(each.message));
-    }
-}
-
 } // namespace

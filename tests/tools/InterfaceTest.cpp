@@ -40,12 +40,41 @@ TEST(Interface, manPageAndCompletionsKnowEveryOption) {
     EXPECT_THAT(longOptions(runTool({"route", "--help"}).out), testing::SizeIs(testing::Ge(11u)));
 }
 
-TEST(Interface, wrongUsageEndsWithTwo) {
-    for (const std::vector<std::string> &args : {std::vector<std::string>{}, {"rout"}, {"check", "--jsn", "site.json"}, {"test"}}) {
+// Every command says what it cannot use, ends with status 2 and prints nothing else.
+TEST(Interface, whatCannotBeUsedIsToldAndEndsWithTwo) {
+    const ScratchFile cut("cut.json", "{\n  \"version\": 1,\n  \"add\": ]\n}\n");
+    const ScratchFile rules("rules.jsonl", "{\"rule\": \"true\", \"req\": {}}\n");
+    const Arguments route = {"route", "-c", "site.json"};
+    const std::pair<Arguments, std::string> cases[] = {
+        {{}, "tavctl --help"},
+        {{"rout"}, "tavctl --help"},
+        {{"check", "--jsn", "site.json"}, "tavctl --help"},
+        {{"test"}, "tavctl --help"},
+        {{"check", cut.path()}, cut.path() + ":3: "},
+        {{"check", "site.json", "gone.json"}, "gone.json: No such file or directory"},
+        {{"check"}, "files is required"},
+        {{"route", "-c", "nowhere.json", "/"}, "nowhere.json: No such file"},
+        {{"route", "-c", "maintenance.json", "/"}, "maintenance.json: "}, // a delta without a document
+        {{"route", "-c", "site.jsonl", "/"}, "site.jsonl:1: "},
+        {{"route", "/"}, "--config is required"},
+        {route + Arguments{"shop.example"}, "'shop.example': write http://HOST"},
+        {route + Arguments{"http://h:99999/"}, "'99999' is no port"},
+        {route + Arguments{"-H", "Beta", "/"}, "header 'Beta'"},
+        {route + Arguments{"-b", "session", "/"}, "cookie 'session'"},
+        {route + Arguments{"-p", "Nothing=1", "/"}, "property 'Nothing=1'"},
+        {route + Arguments{"--repeat", "0", "/"}, "--repeat"},
+        {{"rule"}, "give either an expression or --file"},
+        {{"rule", "true", "--file", rules.path()}, "give either an expression or --file"},
+        {{"rule", "true", "--request", "{"}, "--request:1: "},
+        {{"rule", "true", "--request", "{\"pth\": 1}"}, "--request: unknown request member \"pth\""},
+        {{"rule", "true", "/", "--request", "{}"}, "excludes"},
+        {{"rule", "--file", rules.path()}, rules.path() + ":1: unknown rule member \"req\""},
+    };
+    for (const auto &[args, message] : cases) {
         const ToolRun run = runTool(args);
-        EXPECT_EQ(run.status, 2);
-        EXPECT_EQ(run.out, "");
-        EXPECT_THAT(run.err, HasSubstr("tavctl --help"));
+        EXPECT_EQ(run.status, 2) << message;
+        EXPECT_EQ(run.out, "") << message;
+        EXPECT_THAT(run.err, HasSubstr(message));
     }
     EXPECT_EQ(runTool({"--help"}).status, 0);
     EXPECT_THAT(runTool({"--version"}).out, HasSubstr("tavctl ("));
@@ -54,8 +83,7 @@ TEST(Interface, wrongUsageEndsWithTwo) {
 TEST(Interface, coloursAreForTerminalsAndCanBeRefused) {
     unsetenv("NO_COLOR");
     setenv("TERM", "xterm", 1);
-    for (const std::vector<std::string> &args :
-         {std::vector<std::string>{"route", "-c", "site.json", "/"}, {"check", "broken.json"}, {"test", "gone.jsonl"}}) {
+    for (const Arguments &args : {Arguments{"route", "-c", "site.json", "/"}, {"check", "broken.json"}, {"test", "gone.jsonl"}}) {
         const ToolRun run = runTool(args);
         EXPECT_THAT(run.out + run.err, Not(HasSubstr("\033")));
         EXPECT_THAT(runToolOnTerminal(args), HasSubstr("\033["));

@@ -14,12 +14,9 @@ const std::string DOCUMENT = "{\"document\": \"" TOOLS_TEST_DIR "/data/site.json
 const std::string SHOP = R"({"id": "a", "request": {"host": "shop.example", "path": "/shop"}})"
                          "\n";
 
-ToolRun runScenario(const std::string &text, const std::vector<std::string> &options = {}) {
+ToolRun runScenario(const std::string &text, const Arguments &options = {}) {
     const ScratchFile file("case.jsonl", text);
-    std::vector<std::string> args = {"test"};
-    args.insert(args.end(), options.begin(), options.end());
-    args.push_back(file.path());
-    return runTool(args);
+    return runTool(Arguments{"test"} + options + Arguments{file.path()});
 }
 
 TEST(Scenario, everyKindOfLineGivesItsResult) {
@@ -43,79 +40,66 @@ TEST(Scenario, jsonGivesOneResultALineAndNothingElse) {
                                    "                           but is   nothing\n"));
 }
 
-struct ExpectCase {
-    const char *expect;
-    int status;
-    const char *out; // part of it
-};
-
-class Expectations : public testing::TestWithParam<ExpectCase> {};
-
-TEST_P(Expectations, areComparedMemberByMember) {
-    std::string line = SHOP;
-    line.replace(line.find_last_of('}'), 1, std::string(", \"expect\": ") + GetParam().expect + "}");
-    const ToolRun run = runScenario(DOCUMENT + line);
-    EXPECT_EQ(run.status, GetParam().status) << run.out << run.err;
-    EXPECT_THAT(run.out, HasSubstr(GetParam().out));
+TEST(Scenario, expectationsAreComparedMemberByMember) {
+    const struct {
+        const char *expect;
+        int status;
+        const char *out; // part of it
+    } cases[] = {
+        {R"({"handled": 1, "endpoint": {"port": 9080, "cloneId": "c1"}, "headers": {"$ZVCC": null}})", 0, "1 expectation held"},
+        {R"({"errorMsg": null})", 0, "held"},                                   // absent is as good as null
+        {R"({"headers": {"$ZVXX": null}})", 1, "headers.$ZVXX  expected null"}, // but removed is not the same as never set
+        {R"({"handled": 1.0})", 1, "expected 1.0\n"},                           // scalars exactly
+        {R"({"action": "permit"})", 1, "    action  expected \"permit\"\n            but is   \"PERMIT\"\n"},
+        {R"({"endpoint": null})", 1, "endpoint  expected null\n"},
+        {R"({"endpoint": {"port": 1, "host": "h"}})", 1, "    endpoint.port  expected 1\n"},
+        {R"({"endpoint": []})", 1, "expected []"},
+        {R"({"nothing": {}})", 1, "but is   nothing"},
+        {R"({"application": "shop-edition1.0", "edition": "2.0"})", 1, "1 of 1 expectations missed"},
+    };
+    for (const auto &each : cases) {
+        std::string line = SHOP;
+        line.replace(line.find_last_of('}'), 1, std::string(", \"expect\": ") + each.expect + "}");
+        const ToolRun run = runScenario(DOCUMENT + line);
+        EXPECT_EQ(run.status, each.status) << run.out << run.err;
+        EXPECT_THAT(run.out, HasSubstr(each.out));
+    }
 }
 
-const ExpectCase EXPECTATIONS[] = {
-    {R"({"handled": 1, "endpoint": {"port": 9080, "cloneId": "c1"}, "headers": {"$ZVCC": null}})", 0, "1 expectation held"},
-    {R"({"errorMsg": null})", 0, "held"},                                   // absent is as good as null
-    {R"({"headers": {"$ZVXX": null}})", 1, "headers.$ZVXX  expected null"}, // but removed is not the same as never set
-    {R"({"handled": 1.0})", 1, "expected 1.0\n"},                           // scalars exactly
-    {R"({"action": "permit"})", 1, "    action  expected \"permit\"\n            but is   \"PERMIT\"\n"},
-    {R"({"endpoint": null})", 1, "endpoint  expected null\n"},
-    {R"({"endpoint": {"port": 1, "host": "h"}})", 1, "    endpoint.port  expected 1\n"},
-    {R"({"endpoint": []})", 1, "expected []"},
-    {R"({"nothing": {}})", 1, "but is   nothing"},
-    {R"({"application": "shop-edition1.0", "edition": "2.0"})", 1, "1 of 1 expectations missed"},
-};
-
-INSTANTIATE_TEST_SUITE_P(Table, Expectations, testing::ValuesIn(EXPECTATIONS));
-
-struct ErrorCase {
-    const char *line;
-    const char *reason;
-};
-
-class NotUnderstood : public testing::TestWithParam<ErrorCase> {};
-
-TEST_P(NotUnderstood, endsTheFileWithItsLineAndReason) {
-    const ToolRun run = runScenario("\n# a comment\n" + SHOP + GetParam().line + "\n" + SHOP, {"--json"});
-    EXPECT_EQ(run.status, 2);
-    EXPECT_THAT(run.err, HasSubstr(std::string("case.jsonl:4: ") + GetParam().reason));
-    EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 1); // of the line before
+TEST(Scenario, aLineThatIsNotUnderstoodEndsTheFileWithItsReason) {
+    const std::pair<const char *, const char *> cases[] = {
+        {"{", "string or '}' expected"},
+        {"[1]", "the line is not a JSON object"},
+        {R"({"id": "b"})", "none of \"document\""},
+        {R"({"id": "b", "request": {}, "extra": 1})", "unknown request member \"extra\""},
+        {R"({"request": {}})", "\"id\" is missing"},
+        {R"({"id": 5, "request": {}})", "\"id\" must be a text, not an integer"},
+        {R"({"id": "b", "request": []})", "\"request\" must be an object, not an array"},
+        {R"({"id": "b", "request": {"hots": "h"}})", "unknown request member \"hots\""},
+        {R"({"id": "b", "request": {"path": 1}})", "\"path\" must be a text or null, not an integer"},
+        {R"({"id": "b", "request": {"port": "80"}})", "\"port\" must be an integer, not a text"},
+        {R"({"id": "b", "request": {"port": 65536}})", "\"port\" must lie between"},
+        {R"({"id": "b", "request": {"headers": {"a": 1}}})", "\"a\" must be a list of texts"},
+        {R"({"id": "b", "request": {"groups": "g"}})", "\"groups\" must be a list of texts"},
+        {R"({"id": "b", "request": {}, "expect": 1})", "\"expect\" must be an object"},
+        {R"({"id": "a", "state": "CONNECT_FAILURE", "expect": {}})", "unknown state member \"expect\""},
+        {R"({"id": "a", "state": "UNKNOWN"})", "unknown state \"UNKNOWN\""},
+        {R"({"id": "z", "state": "CONNECT_FAILURE"})", "no request \"z\" is open"},
+        {R"({"id": "a", "retarget": false})", "\"retarget\" must be true"},
+        {R"({"id": "a", "response": {"body": ""}})", "unknown response member \"body\""},
+        {R"({"property": "ppid"})", "\"value\" is missing"},
+        {R"({"property": "ppid", "value": 1})", "\"value\" must be a text or null"},
+        {R"({"document": 1})", "\"document\" must be an object or a path"},
+        {R"({"document": "gone.json"})", "/"},
+        {R"({"dump": 1})", "\"dump\" must be true"},
+    };
+    for (const auto &[line, reason] : cases) {
+        const ToolRun run = runScenario("\n# a comment\n" + SHOP + line + "\n" + SHOP, {"--json"});
+        EXPECT_EQ(run.status, 2) << line;
+        EXPECT_THAT(run.err, HasSubstr(std::string("case.jsonl:4: ") + reason));
+        EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 1); // of the line before
+    }
 }
-
-const ErrorCase ERRORS[] = {
-    {"{", "string or '}' expected"},
-    {"[1]", "the line is not a JSON object"},
-    {R"({"id": "b"})", "none of \"document\""},
-    {R"({"id": "b", "request": {}, "extra": 1})", "unknown request member \"extra\""},
-    {R"({"request": {}})", "\"id\" is missing"},
-    {R"({"id": 5, "request": {}})", "\"id\" must be a text, not an integer"},
-    {R"({"id": "b", "request": []})", "\"request\" must be an object, not an array"},
-    {R"({"id": "b", "request": {"hots": "h"}})", "unknown request member \"hots\""},
-    {R"({"id": "b", "request": {"path": 1}})", "\"path\" must be a text or null, not an integer"},
-    {R"({"id": "b", "request": {"port": "80"}})", "\"port\" must be an integer, not a text"},
-    {R"({"id": "b", "request": {"port": 65536}})", "\"port\" must lie between"},
-    {R"({"id": "b", "request": {"headers": {"a": 1}}})", "\"a\" must be a list of texts"},
-    {R"({"id": "b", "request": {"groups": "g"}})", "\"groups\" must be a list of texts"},
-    {R"({"id": "b", "request": {}, "expect": 1})", "\"expect\" must be an object"},
-    {R"({"id": "a", "state": "CONNECT_FAILURE", "expect": {}})", "unknown state member \"expect\""},
-    {R"({"id": "a", "state": "UNKNOWN"})", "unknown state \"UNKNOWN\""},
-    {R"({"id": "z", "state": "CONNECT_FAILURE"})", "no request \"z\" is open"},
-    {R"({"id": "a", "retarget": false})", "\"retarget\" must be true"},
-    {R"({"id": "a", "response": {"body": ""}})", "unknown response member \"body\""},
-    {R"({"property": "ppid"})", "\"value\" is missing"},
-    {R"({"property": "ppid", "value": 1})", "\"value\" must be a text or null"},
-    {R"({"document": 1})", "\"document\" must be an object or a path"},
-    {R"({"document": "gone.json"})", "/"},
-    {R"({"dump": 1})", "\"dump\" must be true"},
-};
-
-INSTANTIATE_TEST_SUITE_P(Table, NotUnderstood, testing::ValuesIn(ERRORS));
 
 TEST(Scenario, aReleasedRequestIsGoneAndAnIdMayBeTakenAgain) {
     EXPECT_THAT(runScenario(SHOP + R"({"id": "a", "release": true})" + "\n" + R"({"id": "a", "retarget": true})").err,

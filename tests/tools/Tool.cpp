@@ -39,7 +39,7 @@ std::string contents(const File &file) {
     return text;
 }
 
-std::vector<char *> argumentsOf(const std::vector<std::string> &args) {
+std::vector<char *> argumentsOf(const Arguments &args) {
     std::vector<char *> argv = {const_cast<char *>("tavctl")};
     for (const std::string &arg : args) argv.push_back(const_cast<char *>(arg.c_str()));
     argv.push_back(nullptr);
@@ -48,7 +48,12 @@ std::vector<char *> argumentsOf(const std::vector<std::string> &args) {
 
 } // namespace
 
-ToolRun runTool(const std::vector<std::string> &args, const std::string &input) {
+Arguments operator+(Arguments before, const Arguments &args) {
+    before.insert(before.end(), args.begin(), args.end());
+    return before;
+}
+
+ToolRun runTool(const Arguments &args, const std::string &input) {
     const File in = scratch(input), out = scratch(), err = scratch();
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -66,7 +71,7 @@ ToolRun runTool(const std::vector<std::string> &args, const std::string &input) 
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contents(out), contents(err)};
 }
 
-std::string runToolOnTerminal(const std::vector<std::string> &args) {
+std::string runToolOnTerminal(const Arguments &args) {
     const std::vector<char *> argv = argumentsOf(args);
     int terminal = -1;
     const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);

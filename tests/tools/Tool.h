@@ -5,16 +5,20 @@
 #include <string>
 #include <vector>
 
+using Arguments = std::vector<std::string>;
+
 struct ToolRun {
     int status; // exit status; -1 when a signal ended it
     std::string out, err;
 };
 
 // In tests/tools/data, with `input` as standard input and no terminal.
-ToolRun runTool(const std::vector<std::string> &args, const std::string &input = "");
+ToolRun runTool(const Arguments &args, const std::string &input = "");
+// `args` behind `before`.
+Arguments operator+(Arguments before, const Arguments &args);
 
 // With a terminal for standard output and error; what was written to it.
-std::string runToolOnTerminal(const std::vector<std::string> &args);
+std::string runToolOnTerminal(const Arguments &args);
 
 // A file that lives as long as the object, in a folder of its own.
 class ScratchFile {

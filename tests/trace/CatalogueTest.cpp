@@ -3,11 +3,11 @@
 
 #include <iterator>
 #include <map>
+#include <set>
 #include <sstream>
 #include <vector>
 
 #include "TraceFixture.h"
-#include "base/FailEachAllocation.h"
 
 namespace {
 
@@ -100,25 +100,6 @@ TEST_F(Catalogue, FaultsEndTheProcess) {
     EXPECT_EQ(trace::fatal, "1|" FATAL "Invalid record path: 'no.such'; check trace-cfg.xml for the valid path.\n");
 }
 
-TEST_F(Catalogue, AnyBytesEndInAManagerOrAFault) {
-    trSetFatalHook(trace::onFatal);
-    const std::string whole =
-        "<?x?><!--c--><entry name=\"n\" id=\"1\" level=\"INFO\"><text>a %s</text></entry><group name=\"g\"><record id=\"1\"/></group>";
-    for (size_t i = 0; i < whole.size(); i++) {
-        std::string cut = whole.substr(0, i), doubled = whole, changed = whole;
-        doubled.insert(i, whole, i, 7);
-        changed[i] = "\0<>\"/=\xff!"[i % 8];
-        for (const std::string &text : {cut, doubled, changed}) {
-            trace::fatal.clear();
-            testing::internal::CaptureStdout();
-            TrMgr *made = trMgrCreate(openText(text), TRUE);
-            testing::internal::GetCapturedStdout();
-            EXPECT_EQ(made == nullptr, !trace::fatal.empty()) << text;
-            trMgrDelete(made);
-        }
-    }
-}
-
 TEST_F(Catalogue, WithoutMemoryThereIsNoManager) {
     trSetFatalHook(trace::onFatal);
     failEachAllocation([](auto failed) {
@@ -142,12 +123,7 @@ TEST_F(Catalogue, WithoutMemoryThereIsNoManager) {
 
 class Delivered : public TraceTest {
 protected:
-    void SetUp() override {
-        TraceTest::SetUp();
-        mgr = trMgrCreate(fopen(TAV_SOURCE_DIR "/share/tav-trace.xml", "r"), TRUE);
-        ASSERT_NE(mgr, nullptr);
-        trMgrSetPrintf(mgr, trace::print);
-    }
+    Delivered() { load(fopen(TAV_SOURCE_DIR "/share/tav-trace.xml", "r")); }
 };
 
 std::vector<std::string> words(const char *text) {
@@ -188,19 +164,17 @@ TEST_F(Delivered, FreshInstallationIsQuietButTellsFaults) {
         "control.badportpath control.rules.parsing.error http.response.error.503 control.stateChange control.serverStateChange "
         "control.connectorStateChange control.error.invalidJSON control.error.invalidAction control.error.invalidKey "
         "control.error.noConnectorError http.request.connectFailure control.trace.defaultTraceSpecSet "
+        "control.trace.defaultReqTraceSpecSet control.trace.defaultReqTraceSpecReset control.trace.defaultTraceSpecReset "
+        "control.trace.defaultTraceSpecSetEmpty control.trace.requestTraceSpecAdded control.trace.requestTraceSpecRemoved "
         "control.responseHealthPolicyTriggered control.timeoutHealthPolicyTriggered");
-    const auto off = words(
-        "control.process control.defaultdebug control.ipc control.health control.selector control.mapper control.json.received "
-        "control.json.updated control.json.sent control.rules.process control.rules.list control.rules.insertAndRemove "
-        "control.rules.parsing.process http.stateChange http.request.process http.request.map.url http.request.rules.process "
-        "http.request.rules.traceRuleMatch http.request.select.process http.request.select.editionRollout http.request.select.balance "
-        "http.request.select.affinity.process http.request.select.affinity.keep http.request.select.affinity.break "
-        "http.response.process http.response.health");
     TrContext *ctx = trMgrGetDefaultContext(mgr);
-    for (const auto &path : on) EXPECT_TRUE(trContextLogEnabled(ctx, trRecordGet(mgr, path.c_str()))) << path;
-    for (const auto &path : off) EXPECT_FALSE(trContextLogEnabled(ctx, trRecordGet(mgr, path.c_str()))) << path;
+    std::set<std::string> told;
+    for (const TrRecord *record : TavListRange<TrRecord>(mgr->records))
+        if (trContextLogEnabled(ctx, record)) told.insert(trRecordGetPath(record));
+    EXPECT_EQ(told, std::set<std::string>(on.begin(), on.end()));
     trContextSetSpec(ctx, trSpecCreate(mgr, ":DEBUG"));
-    for (const auto &path : off) EXPECT_TRUE(trContextLogEnabled(ctx, trRecordGet(mgr, path.c_str()))) << path;
+    for (const TrRecord *record : TavListRange<TrRecord>(mgr->records))
+        EXPECT_TRUE(trContextLogEnabled(ctx, record)) << trRecordGetPath(record);
 }
 
 } // namespace

@@ -63,22 +63,20 @@ int parse(const std::string &text) {
 }
 
 TEST(Sxp, CallsBackInTheOrderOfTheDocument) {
-    const struct {
-        const char *name, *text, *events;
-    } cases[] = {
-        {"declaration and comments", "<?xml a=\"1\" ? b ?><!-- a - b < c > --><a/>", "<a></a:(none)>"},
-        {"attributes in order", "<a x=\"1\" y=two x=\"\"></a>", "<a x=1 y=two x=></a:(none)>"},
-        {"names in any case", "<Ab></aB>", "<Ab></Ab:(none)>"},
-        {"text is joined without blanks", "<a>one, two = \"%s\"\n(x)</a>", "<a></a:one, two =%sx)>"},
-        {"text in front of a child goes to the child", "<a>p<b>q</b></a>", "<a><b></b:pq></a:(none)>"},
-        {"short end tag", "<a><b></></a>", "<a><b></b:(none)></a:(none)>"},
-        {"an open element at the end", "<a><b/>", "<a><b></b:(none)>"},
-        {"a sign as a name", "<=></=>", "<=></=:(none)>"},
+    const std::pair<const char *, const char *> cases[] = {
+        {"<?xml a=\"1\" ? b ?><!-- a - b < c > --><a/>", "<a></a:(none)>"},
+        {"<a x=\"1\" y=two x=\"\"></a>", "<a x=1 y=two x=></a:(none)>"}, // attributes in order
+        {"<Ab></aB>", "<Ab></Ab:(none)>"},                               // names in any case
+        {"<a>one, two = \"%s\"\n(x)</a>", "<a></a:one, two =%sx)>"},     // text is joined without blanks
+        {"<a>p<b>q</b></a>", "<a><b></b:pq></a:(none)>"},                // text in front of a child goes to the child
+        {"<a><b></></a>", "<a><b></b:(none)></a:(none)>"},               // short end tag
+        {"<a><b/>", "<a><b></b:(none)>"},                                // an open element at the end
+        {"<=></=>", "<=></=:(none)>"},                                   // a sign as a name
     };
-    for (const auto &c : cases) {
+    for (const auto &[text, expected] : cases) {
         events.clear();
-        EXPECT_EQ(parse(c.text), 1) << c.name;
-        EXPECT_EQ(events, c.events) << c.name;
+        EXPECT_EQ(parse(text), 1) << text;
+        EXPECT_EQ(events, expected) << text;
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "base/FailEachAllocation.h"
 #include "tavUtil/tavMemory.h"
 #include "tr/tr.h"
 
@@ -35,33 +36,29 @@ inline void onFatal(int status, const char *message) { fatal += std::to_string(s
 } // namespace trace
 
 // Every test gives back what it took, the death row included.
-class TraceTest : public testing::Test {
+class TraceTest : public LeakFree {
 protected:
-    void SetUp() override {
+    TraceTest() {
         trace::printed.clear();
         trace::fatal.clear();
         trace::now = 100000;
         tavSetClock(trace::clock);
-        before_ = tavGetMemCount();
     }
-    void TearDown() override {
+    ~TraceTest() override {
         trMgrDelete(mgr);
         trPurgeDeathRow();
         trSetFatalHook(nullptr);
         tavSetClock(nullptr);
-        EXPECT_EQ(tavGetMemCount(), before_);
     }
-    void load(const std::string &catalogue) {
-        mgr = trMgrCreate(openText(catalogue), TRUE);
+    void load(FILE *catalogue) {
+        mgr = trMgrCreate(catalogue, TRUE);
         ASSERT_NE(mgr, nullptr);
         trMgrSetPrintf(mgr, trace::print);
     }
+    void load(const std::string &catalogue) { load(openText(catalogue)); }
     unsigned level(const TrSpec *spec, const char *path) const { return trSpecMaxLevel(spec, trMgrGetRecord(mgr, path)); }
 
     TrMgr *mgr = nullptr;
-
-private:
-    int before_ = 0;
 };
 
 #endif

@@ -1,4 +1,4 @@
-#include "FailingNew.h"
+#include "support/FailingNew.h"
 
 #include <cstdlib>
 #include <new>

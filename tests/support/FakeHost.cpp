@@ -1,4 +1,4 @@
-#include "edge/FakeHost.h"
+#include "support/FakeHost.h"
 
 #include <cstring>
 

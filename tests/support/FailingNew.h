@@ -1,6 +1,6 @@
 // While one of these lives, operator new asks the same gate as the counted allocator. Not while threads run.
-#ifndef LANGUAGE_FAILINGNEW_H
-#define LANGUAGE_FAILINGNEW_H
+#ifndef SUPPORT_FAILINGNEW_H
+#define SUPPORT_FAILINGNEW_H
 
 struct NewFails {
     NewFails();

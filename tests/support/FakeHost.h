@@ -2,8 +2,8 @@
 //
 // Every getter answers from a buffer of its own that it gives up at its next call, as a host may: a caller that keeps a pointer for too
 // long is seen by the address sanitizer. Header names are found without regard to case, cookie names exactly.
-#ifndef EDGE_FAKEHOST_H
-#define EDGE_FAKEHOST_H
+#ifndef SUPPORT_FAKEHOST_H
+#define SUPPORT_FAKEHOST_H
 
 #include <strings.h>
 
