@@ -29,8 +29,8 @@ EnvCallBacks hostTable() {
     request.getProtocol = [](EnvHttpContext *) { return kProtocol; };
     request.getMethod = [](EnvHttpContext *) { return kMethod; };
     request.getPath = [](EnvHttpContext *ctx) { return ctx->path; };
-    request.getAuthType = request.getUserName = request.getClientCertificate = request.getSSLCipherSuite = request.getSSLSessionId =
-        [](EnvHttpContext *) { return static_cast<char *>(nullptr); };
+    request.getAuthType = request.getUserName = request.getClientCertificate = request.getSSLCipherSuite =
+        request.getSSLSessionId = [](EnvHttpContext *) { return static_cast<char *>(nullptr); };
     request.getHeaderValue = [](EnvHttpContext *, char *) { return static_cast<char *>(nullptr); };
     request.setHeaderValue = [](EnvHttpContext *ctx, char *, char *) { return ++ctx->headersSet, 0; };
     request.getCookieValue = [](EnvHttpContext *ctx, char *name) { return strcmp(name, "JSESSIONID") == 0 ? ctx->cookie : nullptr; };
@@ -44,7 +44,8 @@ std::string serverName(int cluster, int server) { return "/cell/c/node/n/server/
 std::string serverEntry(const SiteSize &size, int cluster, int server) {
     const std::string name = serverName(cluster, server);
     std::string text = "{\"type\":\"server\",\"name\":\"" + name + "\",\"props\":{\"type\":\"APPLICATION_SERVER\",\"weight\":2,\"id\":\"c" +
-                       number(cluster) + "x" + number(server) + "\",\"state\":\"STARTED\"},\"objects\":[{\"type\":\"transport\",\"name\":\"" + name +
+                       number(cluster) + "x" + number(server) +
+                       "\",\"state\":\"STARTED\"},\"objects\":[{\"type\":\"transport\",\"name\":\"" + name +
                        "/transport/http\",\"props\":{\"protocol\":\"http\",\"host\":\"10.0.0.1\",\"port\":9080}}";
     for (int app = cluster; app < size.applications; app += size.clusters)
         text += ",{\"type\":\"serverApplication\",\"name\":\"" + name + "/serverApplication/app" + number(app) +
@@ -117,13 +118,14 @@ std::string siteDocument(const SiteSize &size) {
            joined(size.applications, applicationEntry) + "]}],\"relationships\":{" + relationships(size) + "}}}";
 }
 
-BenchSite::BenchSite(const std::string &document) {
+BenchSite::BenchSite(const std::string &document, void (*beforeStart)(Tav *tav)) {
     EnvCallBacks env = hostTable();
     char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
     tav = tavCreate(&env, nullptr, catalogue);
     connector = tavConnectorCreate(tavConnectorGroupCreate(tav, "bench"), "http://bench.invalid:80/");
+    if (beforeStart) beforeStart(tav);
     tavStart(tav, -1);
-    if (give(document) < 0) abort();
+    if (!document.empty() && give(document) < 0) abort();
 }
 
 BenchSite::~BenchSite() { tavDestroy(tav); }

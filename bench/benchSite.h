@@ -8,7 +8,7 @@
 
 struct SiteSize {
     int applications;
-    int clusters;       // applications are spread over them
+    int clusters; // applications are spread over them
     int serversPerCluster;
 };
 
@@ -25,7 +25,8 @@ struct EnvHttpContext {
 
 class BenchSite {
 public:
-    explicit BenchSite(const std::string &document);
+    // `beforeStart` gets the instance with its group. An empty document is not given.
+    explicit BenchSite(const std::string &document, void (*beforeStart)(Tav *tav) = nullptr);
     ~BenchSite();
     BenchSite(const BenchSite &) = delete;
     BenchSite &operator=(const BenchSite &) = delete;

@@ -11,6 +11,7 @@
 #include "tavConnector/tavConnector.h"
 
 #include "tavConnector/connectorInternal.h"
+#include "tavMultiProcess/ipcStream.h"
 #include "tavUtil/tavString.h"
 #include "tr/tr.h"
 
@@ -31,6 +32,7 @@ void dropRoutes(TavConnector *c) noexcept {
 }
 
 void dropDocument(TavConnector *c) noexcept {
+    tavConnectorDocumentChanged(c);
     tavStoredDocumentDelete(c->stored);
     json_decref(c->json);
     c->stored = nullptr;
@@ -171,9 +173,15 @@ void tavConnectorSetRestVersion(TavConnector *c, int64_t restVersion) noexcept {
 json_t *tavConnectorGetJSON(TavConnector *c) noexcept { return c ? c->json : nullptr; }
 
 void tavConnectorSetJSON(TavConnector *c, json_t *json) noexcept {
+    tavConnectorDocumentChanged(c);
     json_incref(json);
     json_decref(c->json);
     c->json = json;
+}
+
+void tavConnectorDocumentChanged(TavConnector *c) noexcept {
+    ipcFrameRelease(c->documentFrame);
+    c->documentFrame = nullptr;
 }
 
 Boolean tavConnectorAddName(TavConnector *c, json_t *json) noexcept {

@@ -21,6 +21,7 @@
 typedef struct _TrRecord TrRecord;
 typedef struct _TavRestRequest TavRestRequest;
 typedef struct _TavStoredDocument TavStoredDocument;
+typedef struct IpcFrame IpcFrame;
 
 typedef enum TavRestRequestType {
     RRT_INIT = 0,
@@ -81,6 +82,7 @@ struct _TavConnector {
     // private
     TavLock *lock;
     TavStoredDocument *stored; // index over `json`; owned; control lock
+    IpcFrame *documentFrame;   // `json` as workers get it; counted; null: not rendered since it changed; control lock
 };
 
 // A request belongs to its sender until it is sent, and to its response from then on; a sender keeps it alive until the host's sendRequest
@@ -137,6 +139,8 @@ void tavConnectorObtainRef(TavConnector *c, const char *reason) noexcept; // any
 // Any thread, without a connector lock. The last release runs nothing on the caller's thread: the connector is freed on the instance's own.
 void tavConnectorReleaseRef(TavConnector *c, const char *reason) noexcept;
 void tavConnectorSetState(TavConnector *c, TavComponentState state, const char *reason) noexcept; // control lock held
+// The stored document is about to change, or has: what was rendered of it is dropped. Control lock held.
+void tavConnectorDocumentChanged(TavConnector *c) noexcept;
 // STOPPED or DELETED. In a worker, whose connectors are never run, only DELETED. Any thread.
 Boolean tavConnectorIsStopped(TavConnector *c) noexcept;
 void tavConnectorStop(TavConnector *c) noexcept;   // control lock held

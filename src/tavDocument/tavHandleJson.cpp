@@ -14,6 +14,7 @@
 #include "tavHealthMonitor/tavHealthMonitor.h"
 #include "tavJsonWalk.h"
 #include "tavProcess/tavIpc.h"
+#include "tavProcess/tavSapp.h"
 #include "tavStoredDocument.h"
 #include "tavUtil/tavMemory.h"
 #include "tr/tr.h"
@@ -56,9 +57,17 @@ void makeCurrent(TavConnector *c) noexcept {
     if (!cg->curConnector || tavConnectorGroupIsStopped(cg)) cg->curConnector = c;
 }
 
-Boolean rebuild(Tav *tav) noexcept {
+// What workers report anew from the new snapshot, the controller hears anew. One connector of a group is in use at a time: its document
+// stands for the whole group.
+void forgetRoutes(const TavConnector *c) noexcept {
+    for (TavConnector *each : TavListRange<TavConnector>(c->cg->connectorList)) c2sResetInfo(c->tav, each);
+}
+
+Boolean rebuild(const TavConnector *c) noexcept {
+    Tav *tav = c->tav;
     hmResetInfo(tav);
     tav->rebuildDue = !tavResetRoutingInfo(tav);
+    if (!tav->rebuildDue) forgetRoutes(c);
     return !tav->rebuildDue;
 }
 
@@ -73,6 +82,7 @@ struct HeldDocument {
 
 HeldDocument exchange(TavConnector *c, const HeldDocument &held) noexcept {
     const HeldDocument old{c->json, c->stored, c->restVersion};
+    tavConnectorDocumentChanged(c);
     c->json = held.json;
     c->stored = held.stored;
     c->restVersion = held.restVersion;
@@ -95,7 +105,7 @@ int64_t takeComplete(json_t *document, TavConnector *c, const DocumentObserver *
     held = exchange(c, held); // the index reads the connector's rest version
     c->stored = tavStoredDocumentCreate(document, c, observer);
     makeCurrent(c);
-    if (!c->stored || !rebuild(c->tav)) {
+    if (!c->stored || !rebuild(c)) {
         const HeldDocument refused = exchange(c, held);
         tavStoredDocumentDelete(refused.stored);
         json_decref(refused.json); // the caller holds it too
@@ -111,6 +121,7 @@ int64_t takeComplete(json_t *document, TavConnector *c, const DocumentObserver *
 
 // Merges the delta into the stored document. FALSE without memory: a prefix of its entries is in.
 Boolean mergeDelta(json_t *document, ParseInfo *info) noexcept {
+    tavConnectorDocumentChanged(info->c);
     info->jsonToUpdate = info->c->json;
     info->stored = info->c->stored;
     info->callObjectHandlers = FALSE;
@@ -145,7 +156,7 @@ int64_t takeDelta(json_t *document, TavConnector *c, const DocumentObserver *obs
     if (!mergeDelta(document, &info)) return -1;
     logUpdated(c);
     const Boolean inPlace = !info.resetRoutingInfo && !c->tav->rebuildDue && applyInPlace(document, &info);
-    if (!inPlace && !rebuild(c->tav)) return -1;
+    if (!inPlace && !rebuild(c)) return -1;
     if (inPlace) tavBroadcastDocument(c->tav, document, MT_S2C_ROUTING_INFO_DELTA);
     return json_integer_value(json_object_get(c->json, "version"));
 }
@@ -195,12 +206,11 @@ int64_t tavHandleJsonFromDaemon(Tav *tav, json_t *document, TavConnector *connec
     TavRoutingInfo *ri = received ? received : tavRoutingInfoObtain(tav);
     if (!ri) return -1;
     const int64_t version = applyDocument(document, &info, ri);
-    if (received) {
-        if (info.failed) received->complete = FALSE;
-    } else {
-        tavRoutingInfoRelease(ri);
+    if (!received) tavRoutingInfoRelease(ri);
+    if (info.failed) {
+        tavWorkerStartOver(tav);
+        return -1;
     }
-    if (info.failed) return -1;
     connector->vid = version;
     return version;
 }

@@ -18,7 +18,7 @@ struct TriggerNames {
 
 // Builds the block; returns new (tavFree), null without memory.
 HealthPolicyTriggerReq *hmTriggerReqCreate(const TriggerNames &names, Boolean triggered) noexcept;
-// FALSE: the block of `len` bytes does not hold together.
-bool hmTriggerReqRead(const HealthPolicyTriggerReq *req, size_t len, TriggerNames *names) noexcept;
+// FALSE: a text does not lie inside the block.
+bool hmTriggerReqRead(const HealthPolicyTriggerReq *req, TriggerNames *names) noexcept;
 
 #endif

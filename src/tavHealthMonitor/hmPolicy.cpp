@@ -136,13 +136,12 @@ namespace {
 // Runs on the instance's own thread, which holds no lock.
 void hmHealthPolicyStateChangeCallback(Tav *tav, void *obj) noexcept {
     auto *req = static_cast<HealthPolicyTriggerReq *>(obj);
-    const auto len = static_cast<size_t>(req->len);
     TriggerNames names{};
     if (!tavIsClientProcess(tav)) {
         tavControlLock("hmHealthPolicyStateChangeCallback");
-        hmServerProcessHandleMessage(tav, req, len, HM_OWN_REPORTER);
+        hmServerProcessHandleMessage(tav, req, HM_OWN_REPORTER);
         tavControlUnlock();
-    } else if (hmTriggerReqRead(req, len, &names)) {
+    } else if (hmTriggerReqRead(req, &names)) {
         HealthMonitor *hm = tavGetHealthMonitor(tav);
         TR_DEBUG(hm->trCtx, hm->debugCtl, "hmHealthPolicyStateChangeCallback: Send msg to daemon, Server='%s' Policy='%s' Trigger=%d\n",
                  names.server, names.policy, req->triggered);

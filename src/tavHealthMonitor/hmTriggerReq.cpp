@@ -43,8 +43,13 @@ HealthPolicyTriggerReq *hmTriggerReqCreate(const TriggerNames &names, Boolean tr
     return req;
 }
 
-bool hmTriggerReqRead(const HealthPolicyTriggerReq *req, size_t len, TriggerNames *names) noexcept {
-    if (!req || len < sizeof(*req) || req->len < 0 || static_cast<size_t>(req->len) != len) return false;
+Boolean hmTriggerReqFits(const HealthPolicyTriggerReq *req, int len) noexcept {
+    return req && len >= static_cast<int>(sizeof(*req)) && req->len == len;
+}
+
+bool hmTriggerReqRead(const HealthPolicyTriggerReq *req, TriggerNames *names) noexcept {
+    if (!req || req->len < static_cast<int>(sizeof(*req))) return false;
+    const auto len = static_cast<size_t>(req->len);
     names->policy = textAt(req, len, req->policyNameOffset);
     names->server = textAt(req, len, req->serverNameOffset);
     names->connectorGroup = textAt(req, len, req->connectorGroupNameOffset);

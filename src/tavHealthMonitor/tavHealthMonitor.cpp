@@ -166,10 +166,10 @@ void hmDelete(HealthMonitor *hm) noexcept {
     tavDestroyRecord(hm);
 }
 
-void hmServerProcessHandleMessage(Tav *tav, const HealthPolicyTriggerReq *req, size_t len, int reporterId) noexcept {
+void hmServerProcessHandleMessage(Tav *tav, const HealthPolicyTriggerReq *req, int reporterId) noexcept {
     HealthMonitor *hm = tavGetHealthMonitor(tav);
     TriggerNames names{};
-    if (!hm || !hmTriggerReqRead(req, len, &names)) return;
+    if (!hm || !hmTriggerReqRead(req, &names)) return;
     TavConnector *c = hmReestablishConnector(hm, names);
     if (!c) return;
     bool due = false;

@@ -88,8 +88,10 @@ void hmHealthPolicyLinkDelete(void *link) noexcept;
 void hmCheckHealthPolicies(Tav *tav, TavHttpContext *ctx, TargetServer *server, TavList *policies, TavTime avgRT, int timeoutPct) noexcept;
 
 // ---- in the process that owns the controller connection ----
-// `len` is the size of the received block; a block that does not hold together is dropped. Control lock held.
-void hmServerProcessHandleMessage(Tav *tav, const HealthPolicyTriggerReq *req, size_t len, int reporterId) noexcept;
+// TRUE when `len` received bytes are as many as the block says it has. Null: FALSE.
+Boolean hmTriggerReqFits(const HealthPolicyTriggerReq *req, int len) noexcept;
+// The memory has to be as large as the block says; one whose texts lie outside it is dropped. Control lock held.
+void hmServerProcessHandleMessage(Tav *tav, const HealthPolicyTriggerReq *req, int reporterId) noexcept;
 void hmClientProcessCleanup(Tav *tav, int fd) noexcept; // control lock held
 // Reports every triggered policy as no longer triggered and forgets all reporters. Control lock held.
 void hmResetInfo(Tav *tav) noexcept;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -19,7 +20,22 @@ void ipcBufferFree(IpcBuffer *buffer) noexcept {
     *buffer = {};
 }
 
+struct IpcFrame {
+    std::atomic<int> refs;
+    size_t size;
+
+    char *bytes() noexcept { return reinterpret_cast<char *>(this + 1); }
+};
+
+struct IpcQueueItem {
+    IpcFrame *frame; // counted
+    IpcQueueItem *next;
+};
+
 namespace {
+
+// An empty buffer larger than this gives its memory back.
+constexpr size_t kIdleCapacity = size_t{1} << 18;
 
 // Room for `size` more bytes at the end: by moving to the front, else by growing.
 bool reserve(IpcBuffer *buffer, size_t size) noexcept {
@@ -43,7 +59,9 @@ bool reserve(IpcBuffer *buffer, size_t size) noexcept {
 
 void consume(IpcBuffer *buffer, size_t size) noexcept {
     buffer->begin += size;
-    if (buffer->begin == buffer->end) buffer->begin = buffer->end = 0;
+    if (buffer->begin != buffer->end) return;
+    buffer->begin = buffer->end = 0;
+    if (buffer->capacity > kIdleCapacity) ipcBufferFree(buffer);
 }
 
 ssize_t sendRetry(int fd, const void *data, size_t size, int flags) noexcept {
@@ -74,13 +92,6 @@ bool sendBlocking(int fd, const void *data, size_t size) noexcept {
 }
 
 } // namespace
-
-bool ipcBufferAppend(IpcBuffer *buffer, const void *data, size_t size) noexcept {
-    if (!reserve(buffer, size)) return false;
-    if (size) memcpy(buffer->data + buffer->end, data, size);
-    buffer->end += size;
-    return true;
-}
 
 bool ipcReceive(int fd, IpcBuffer *in) noexcept {
     constexpr size_t kStep = 65536;
@@ -115,25 +126,85 @@ IpcRead ipcNextMessage(IpcBuffer *in, TavMessage *msg) noexcept {
     return IpcRead::Message;
 }
 
-bool ipcFlush(int fd, IpcBuffer *out) noexcept {
-    while (ipcBufferSize(out) > 0) {
-        const ssize_t sent = sendRetry(fd, out->data + out->begin, ipcBufferSize(out), MSG_DONTWAIT);
+// ---- frames and their queues ----
+
+IpcFrame *ipcFrameCreate(const TavMessage *msg) noexcept {
+    const TavMessageHdr hdr = headerOf(msg);
+    const size_t len = hdr.len >= 1 ? static_cast<size_t>(hdr.len) : 0;
+    auto *frame = static_cast<IpcFrame *>(tavMalloc(sizeof(IpcFrame) + sizeof hdr + len));
+    if (!frame) return nullptr;
+    frame->refs = 1;
+    frame->size = sizeof hdr + len;
+    memcpy(frame->bytes(), &hdr, sizeof hdr);
+    if (len) memcpy(frame->bytes() + sizeof hdr, msg->body, len);
+    return frame;
+}
+
+IpcFrame *ipcFrameObtain(IpcFrame *frame) noexcept {
+    ++frame->refs;
+    return frame;
+}
+
+void ipcFrameRelease(IpcFrame *frame) noexcept {
+    if (frame && --frame->refs == 0) tavFree(frame);
+}
+
+namespace {
+
+// What is left of `frame` from `*offset` on, as far as the socket takes it. False: the stream is broken.
+bool sendSome(int fd, IpcFrame *frame, size_t *offset) noexcept {
+    while (*offset < frame->size) {
+        const ssize_t sent = sendRetry(fd, frame->bytes() + *offset, frame->size - *offset, MSG_DONTWAIT);
         if (sent < 0 && wouldBlock()) return true;
         if (sent < 1) return false;
-        consume(out, static_cast<size_t>(sent));
+        *offset += static_cast<size_t>(sent);
     }
     return true;
 }
 
-bool ipcSendOrQueue(int fd, IpcBuffer *out, const TavMessage *msg) noexcept {
-    const TavMessageHdr hdr = headerOf(msg);
-    const size_t len = hdr.len >= 1 ? static_cast<size_t>(hdr.len) : 0;
-    if (ipcBufferSize(out) + sizeof hdr + len > kIpcMaxQueue) return false;
-    // Room for the whole message first: what is queued is never half a message.
-    if (!reserve(out, sizeof hdr + len)) return false;
-    ipcBufferAppend(out, &hdr, sizeof hdr);
-    ipcBufferAppend(out, msg->body, len);
-    return ipcFlush(fd, out);
+bool append(IpcQueue *queue, IpcFrame *frame, size_t offset) noexcept {
+    auto *item = static_cast<IpcQueueItem *>(tavMalloc(sizeof(IpcQueueItem)));
+    if (!item) return false;
+    *item = {ipcFrameObtain(frame), nullptr};
+    (queue->tail ? queue->tail->next : queue->head) = item;
+    queue->tail = item;
+    if (queue->head == item) queue->offset = offset;
+    queue->bytes += frame->size - offset;
+    return true;
+}
+
+void dropHead(IpcQueue *queue) noexcept {
+    IpcQueueItem *item = queue->head;
+    queue->head = item->next;
+    if (!queue->head) queue->tail = nullptr;
+    queue->offset = 0;
+    ipcFrameRelease(item->frame);
+    tavFree(item);
+}
+
+} // namespace
+
+void ipcQueueFree(IpcQueue *queue) noexcept {
+    while (queue->head) dropHead(queue);
+    queue->bytes = 0;
+}
+
+bool ipcFlush(int fd, IpcQueue *out) noexcept {
+    while (IpcQueueItem *item = out->head) {
+        const size_t before = out->offset;
+        if (!sendSome(fd, item->frame, &out->offset)) return false;
+        out->bytes -= out->offset - before;
+        if (out->offset < item->frame->size) return true;
+        dropHead(out);
+    }
+    return true;
+}
+
+bool ipcSendOrQueue(int fd, IpcQueue *out, IpcFrame *frame) noexcept {
+    size_t offset = 0;
+    if (!out->head && !sendSome(fd, frame, &offset)) return false;
+    if (offset == frame->size) return true;
+    return out->bytes + frame->size <= kIpcMaxQueue && append(out, frame, offset);
 }
 
 bool ipcSendAll(int fd, const TavMessage *msg) noexcept {

@@ -1,4 +1,5 @@
-// Whole messages over a stream socket: a reader that collects what has arrived and a queue for what could not be sent yet.
+// Whole messages over a stream socket: a reader that collects what has arrived, frames that are sent whole, and a queue for those that
+// could not be sent yet.
 #ifndef TAVMULTIPROCESS_IPCSTREAM_H
 #define TAVMULTIPROCESS_IPCSTREAM_H
 
@@ -18,7 +19,6 @@ typedef struct IpcBuffer {
 } IpcBuffer;
 
 size_t ipcBufferSize(const IpcBuffer *buffer) noexcept;
-bool ipcBufferAppend(IpcBuffer *buffer, const void *data, size_t size) noexcept; // false without memory: nothing was added
 void ipcBufferFree(IpcBuffer *buffer) noexcept;
 
 enum class IpcRead { Message, Incomplete, Failed };
@@ -28,10 +28,25 @@ bool ipcReceive(int fd, IpcBuffer *in) noexcept;
 // The next complete message of the buffer; its body (one byte longer than `len`, terminated) is the caller's to free with tavFree.
 IpcRead ipcNextMessage(IpcBuffer *in, TavMessage *msg) noexcept;
 
-// Sends as much of the message as the non-blocking socket takes and queues the rest. False: the stream is broken or the queue too long.
-bool ipcSendOrQueue(int fd, IpcBuffer *out, const TavMessage *msg) noexcept;
+// Header and body in one block, which every queue that it waits in shares. Constant but for its count.
+typedef struct IpcFrame IpcFrame;
+IpcFrame *ipcFrameCreate(const TavMessage *msg) noexcept; // copies the body; returns new, null without memory
+IpcFrame *ipcFrameObtain(IpcFrame *frame) noexcept;       // returns the frame with one more reference; any thread
+void ipcFrameRelease(IpcFrame *frame) noexcept;           // null ignored; any thread
+
+// Frames that wait for the socket, in the order sent.
+typedef struct IpcQueue {
+    struct IpcQueueItem *head, *tail;
+    size_t offset; // of the head's bytes that are out
+    size_t bytes;  // that are not
+} IpcQueue;
+
+void ipcQueueFree(IpcQueue *queue) noexcept;
+// Sends as much of the frame as the non-blocking socket takes and queues the rest. False: the stream is broken, the queue too long, or
+// there is no memory for it; the stream may be inside a message then.
+bool ipcSendOrQueue(int fd, IpcQueue *out, IpcFrame *frame) noexcept;
 // Sends what is queued as far as it goes. False: the stream is broken.
-bool ipcFlush(int fd, IpcBuffer *out) noexcept;
+bool ipcFlush(int fd, IpcQueue *out) noexcept;
 // Sends the whole message on a blocking socket. False when any send took less than one byte.
 bool ipcSendAll(int fd, const TavMessage *msg) noexcept;
 

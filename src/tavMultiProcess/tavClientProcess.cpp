@@ -31,7 +31,7 @@ void pauseFor(TavClientProcess *cp, int milliseconds) noexcept {
     processWait(&cp->process, &wake, 1, milliseconds);
 }
 
-// A daemon that does not read must not hold the sender, and with it a stop, for ever.
+// A daemon that does not read, or does not accept, must not hold us, and with us a stop, for ever.
 void limitSendTime(int fd) noexcept {
     const struct timeval limit = {5, 0};
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
@@ -45,6 +45,7 @@ void setSocket(TavClientProcess *cp, int fd) noexcept {
 
 // Connects without the control lock: a daemon with a full backlog may keep us waiting.
 bool connectToDaemon(TavClientProcess *cp, int fd) noexcept {
+    limitSendTime(fd);
     struct sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     const char *path = tavGetUnixDomainSocketPath(cp->process.tav);
@@ -74,12 +75,12 @@ bool openConnection(TavClientProcess *cp) noexcept {
         pauseFor(cp, kConnectRetry);
         return false;
     }
-    limitSendTime(fd);
+    cp->outOfStep = false;
     setSocket(cp, fd);
     return true;
 }
 
-// Handles every complete message in the buffer; false when the stream is out of frame.
+// Handles every complete message in the buffer; false when the stream is out of frame, or we are out of step with it.
 bool handleMessages(TavClientProcess *cp, IpcBuffer *in) noexcept {
     TavMessage msg;
     while (!processIsStopping(&cp->process)) {
@@ -87,6 +88,7 @@ bool handleMessages(TavClientProcess *cp, IpcBuffer *in) noexcept {
         if (result != IpcRead::Message) return result == IpcRead::Incomplete;
         tavClientProcessHandleMessage(cp->process.tav, &msg);
         tavFree(msg.body);
+        if (cp->outOfStep) return false;
     }
     return true;
 }
@@ -143,10 +145,13 @@ int tavClientProcessSendMessage(TavClientProcess *cp, TavMessage *msg) noexcept 
     return -1;
 }
 
+void tavClientProcessStartOver(TavClientProcess *cp) noexcept { cp->outOfStep = true; }
+
 void tavClientProcessStop(TavClientProcess *cp) noexcept { processStop(&cp->process); }
 
 void tavClientProcessDelete(TavClientProcess *cp) noexcept {
     if (!cp) return;
+    tavClientProcessStop(cp);
     if (cp->socket >= 0) close(cp->socket);
     processFini(&cp->process);
     tavDestroyRecord(cp);

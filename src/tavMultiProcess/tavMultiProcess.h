@@ -41,6 +41,7 @@ typedef struct TavProcess {
     std::atomic<int> state; // TavProcessState or PS_NOT_RUNNING
     TrContext *trCtx;
     TrRecord *debugIPC;
+    // private
     int wakeFd; // eventfd that ends every wait of the loop
     std::atomic<bool> loopIsHere;
     pthread_t loopThread; // valid while loopIsHere
@@ -51,27 +52,40 @@ typedef struct TavServerProcess {
     int listenerSocket;
     TavList *clientSocketList; // per-client records in accept order
     TavLock *clientSocketListLock;
+    // private
+    TrRecord *badPathRec;
 } TavServerProcess;
 
 typedef struct TavClientProcess {
     TavProcess process;
     int socket; // -1 when none; changed and used only under socketWriteLock
+    // private
+    bool outOfStep; // a message could not be applied: what follows is of no use. The loop's own; control lock
 } TavClientProcess;
+
+// A message ready to be sent, counted; see ipcStream.h.
+typedef struct IpcFrame IpcFrame;
 
 TavServerProcess *tavServerProcessCreate(Tav *tav) noexcept; // returns new
 int tavServerProcessStart(TavServerProcess *sp) noexcept;
 int tavServerProcessSendMessage(TavServerProcess *sp, TavMessage *msg, int fd) noexcept; // takes the write lock
 int tavServerProcessBroadcastMessage(TavServerProcess *sp, TavMessage *msg) noexcept;    // takes the client-list lock; always 0
+// The same to one client (`fd`) or to all (-1), for a message that is sent more than once. Borrows the frame. Null, for want of memory:
+// who misses a message is dropped, and gets everything when it connects again.
+int tavServerProcessSendFrame(TavServerProcess *sp, IpcFrame *frame, int fd) noexcept;
 int tavServerProcessGetClientCount(TavServerProcess *sp) noexcept;
 // Both wait for the loop with the control lock released; the stop lock must not be held. Control lock held.
 void tavServerProcessHalt(TavServerProcess *sp) noexcept;
 void tavServerProcessStop(TavServerProcess *sp) noexcept;
+// A loop that still runs is stopped first, as above; without one no lock is needed.
 void tavServerProcessDelete(TavServerProcess *sp) noexcept;
 
 TavClientProcess *tavClientProcessCreate(Tav *tav) noexcept; // returns new
 int tavClientProcessStart(TavClientProcess *cp) noexcept;
 int tavClientProcessSendMessage(TavClientProcess *cp, TavMessage *msg) noexcept; // takes the write lock
-void tavClientProcessStop(TavClientProcess *cp) noexcept;                        // as tavServerProcessStop
+// Begins anew: what the daemon sent could not be applied. The loop drops the connection and gets everything again. Control lock held.
+void tavClientProcessStartOver(TavClientProcess *cp) noexcept;
+void tavClientProcessStop(TavClientProcess *cp) noexcept; // as tavServerProcessStop
 void tavClientProcessDelete(TavClientProcess *cp) noexcept;
 
 #endif

@@ -1,8 +1,9 @@
 // The daemon: listens on the Unix-domain socket, hears its workers and sends them what the configuration brings.
 //
 // The loop works under the control lock and gives it up only while it waits. Sockets never block: what a worker has not read yet waits in
-// its queue, which the loop flushes, so a worker that stops reading delays nobody; one whose queue passes the bound is dropped. The client
-// list has its own lock, taken outside the write lock, which guards queues and descriptors; no handler runs under either.
+// its queue, which the loop flushes, so a worker that stops reading delays nobody; one whose queue passes the bound is dropped. A message
+// for all is one block that the queues share. The client list has its own lock, taken outside the write lock, which guards queues and
+// descriptors; no handler runs under either.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -28,8 +29,8 @@ struct IpcClient {
     int fd;
     int pid; // of the last header seen; 0: none yet
     IpcBuffer in;
-    IpcBuffer out; // guarded by the write lock
-    bool broken;   // guarded by the write lock: the loop drops it
+    IpcQueue out; // guarded by the write lock
+    bool broken;  // guarded by the write lock: the loop drops it
 };
 
 #define IPC_DEBUG(sp, ...) TR_DEBUG((sp)->process.trCtx, (sp)->process.debugIPC, __VA_ARGS__)
@@ -37,27 +38,18 @@ struct IpcClient {
 void clientFree(void *object) noexcept {
     auto *client = static_cast<IpcClient *>(object);
     ipcBufferFree(&client->in);
-    ipcBufferFree(&client->out);
+    ipcQueueFree(&client->out);
     if (client->fd >= 0) close(client->fd);
     tavFree(client);
 }
 
 // ---- the listener ----
 
-void logBadPath(TavServerProcess *sp, const char *format, const char *path) noexcept {
-    TrRecord *record = trMgrGetRecord(tavGetTrMgr(sp->process.tav), "control.badportpath");
-    const int error = errno;
-    if (path) {
-        TR_DEBUG(sp->process.trCtx, record, "%s at %s: %s\n", format, path, strerror(error));
-    } else {
-        TR_DEBUG(sp->process.trCtx, record, "%s: %s\n", format, strerror(error));
-    }
-}
+#define BAD_PATH(sp, ...) TR_DEBUG((sp)->process.trCtx, (sp)->badPathRec, __VA_ARGS__)
 
 bool setSocketOwner(TavServerProcess *sp, const char *path) noexcept {
     if (chmod(path, 0700) != 0) {
-        TrRecord *record = trMgrGetRecord(tavGetTrMgr(sp->process.tav), "control.badportpath");
-        TR_DEBUG(sp->process.trCtx, record, "failed to set permissions on %s: %s\n", path, strerror(errno));
+        BAD_PATH(sp, "failed to set permissions on %s: %s\n", path, strerror(errno));
         return false;
     }
     const uid_t uid = tavGetUnixDomainSocketUid(sp->process.tav);
@@ -79,10 +71,10 @@ int serverProcessCreateListenerSocket(TavServerProcess *sp) noexcept {
     unlink(address.sun_path);
     bool listening = false;
     if (bind(fd, reinterpret_cast<struct sockaddr *>(&address), sizeof address) != 0) {
-        logBadPath(sp, "failed to bind to unix domain socket", address.sun_path);
+        BAD_PATH(sp, "failed to bind to unix domain socket at %s: %s\n", address.sun_path, strerror(errno));
     } else if (setSocketOwner(sp, address.sun_path)) {
         listening = listen(fd, 128) == 0;
-        if (!listening) logBadPath(sp, "failed to listen on the unix domain socket", nullptr);
+        if (!listening) BAD_PATH(sp, "failed to listen on the unix domain socket: %s\n", strerror(errno));
     }
     if (listening) return fd;
     close(fd);
@@ -101,31 +93,6 @@ int acceptClient(TavServerProcess *sp) noexcept {
     const int moved = fcntl(fd, F_DUPFD_CLOEXEC, 3);
     close(fd);
     return moved;
-}
-
-// Accepts one connection; false ends the loop.
-bool addClient(TavServerProcess *sp) noexcept {
-    const int fd = acceptClient(sp);
-    if (fd < 0) {
-        // A peer that gave up between the poll and the accept is no failure of the listener.
-        if (errno == EAGAIN || errno == EWOULDBLOCK || errno == ECONNABORTED) return true;
-        IPC_DEBUG(sp, "tavlib daemon accept failed(%d):%s\n", errno, strerror(errno));
-        return false;
-    }
-    auto *client = static_cast<IpcClient *>(tavMalloc(sizeof(IpcClient)));
-    if (!client) {
-        close(fd);
-        return true;
-    }
-    client->fd = fd;
-    {
-        TavLockGuard guard(sp->clientSocketListLock, "tavServerProcessRun");
-        // A failed add closes the connection with the record; the worker tries again.
-        if (!tavListAddTail(sp->clientSocketList, client)) return true;
-    }
-    TavMessage connected = {{MT_CONNECTED, 0, 0}, nullptr};
-    tavServerProcessHandleMessage(sp->process.tav, &connected, fd);
-    return true;
 }
 
 // The instance forgets the worker first: until then its descriptor must not be given to another one.
@@ -160,36 +127,68 @@ bool flushClient(TavServerProcess *sp, IpcClient *client) noexcept {
 
 // ---- the loop ----
 
-// What the loop waits for: the wake-up, the listener, then the clients in list order.
+// What the loop waits for: the wake-up, the listener, then the clients in list order. Room for a client is made before it is accepted into
+// the list, so that want of memory never ends the loop.
 struct WatchSet {
     std::vector<struct pollfd> fds;
     std::vector<IpcClient *> clients;
 
-    bool fill(TavServerProcess *sp) noexcept try {
+    bool reserve(size_t count) noexcept try {
+        fds.reserve(count + 2);
+        clients.reserve(count);
+        return true;
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
+
+    void fill(TavServerProcess *sp) noexcept {
         fds.assign(2, {});
         clients.clear();
         fds[1] = {sp->listenerSocket, POLLIN, 0};
         TavLockGuard guard(sp->clientSocketListLock, "tavServerProcessRun");
         TavLockGuard writeGuard(sp->process.socketWriteLock, "tavServerProcessRun");
         for (IpcClient *client : TavListRange<IpcClient>(sp->clientSocketList)) {
-            const bool wantsOut = client->broken || ipcBufferSize(&client->out) > 0;
+            const bool wantsOut = client->broken || client->out.head;
             fds.push_back({client->fd, static_cast<short>(POLLIN | (wantsOut ? POLLOUT : 0)), 0});
             clients.push_back(client);
         }
-        return true;
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return false;
     }
 };
 
-void serveClients(TavServerProcess *sp, const WatchSet &watch) noexcept {
-    for (size_t i = 0; i < watch.clients.size(); ++i) {
-        const short ready = watch.fds[i + 2].revents;
-        if (!ready) continue;
+// Accepts one connection; false ends the loop.
+bool addClient(TavServerProcess *sp, WatchSet &watch) noexcept {
+    const int fd = acceptClient(sp);
+    if (fd < 0) {
+        // A peer that gave up between the poll and the accept is no failure of the listener.
+        if (errno == EAGAIN || errno == EWOULDBLOCK || errno == ECONNABORTED) return true;
+        IPC_DEBUG(sp, "tavlib daemon accept failed(%d):%s\n", errno, strerror(errno));
+        return false;
+    }
+    // Without memory the connection is closed again; the worker tries again.
+    const bool hasRoom = watch.reserve(static_cast<size_t>(tavServerProcessGetClientCount(sp)) + 1);
+    auto *client = hasRoom ? static_cast<IpcClient *>(tavMalloc(sizeof(IpcClient))) : nullptr;
+    if (!client) {
+        close(fd);
+        return true;
+    }
+    client->fd = fd;
+    {
+        TavLockGuard guard(sp->clientSocketListLock, "tavServerProcessRun");
+        if (!tavListAddTail(sp->clientSocketList, client)) return true; // the list has freed the record
+    }
+    TavMessage connected = {{MT_CONNECTED, 0, 0}, nullptr};
+    tavServerProcessHandleMessage(sp->process.tav, &connected, fd);
+    return true;
+}
+
+void serveClients(TavServerProcess *sp, const WatchSet &watch, int ready) noexcept {
+    for (size_t i = 0; i < watch.clients.size() && ready > 0; ++i) {
+        const short events = watch.fds[i + 2].revents;
+        if (!events) continue;
+        --ready;
         IpcClient *client = watch.clients[i];
-        bool alive = !(ready & POLLOUT) || flushClient(sp, client);
-        if (alive && (ready & ~POLLOUT)) alive = hearClient(sp, client);
+        bool alive = !(events & POLLOUT) || flushClient(sp, client);
+        if (alive && (events & ~POLLOUT)) alive = hearClient(sp, client);
         if (!alive) dropClient(sp, client);
     }
 }
@@ -197,14 +196,20 @@ void serveClients(TavServerProcess *sp, const WatchSet &watch) noexcept {
 // One turn; false ends the loop.
 bool serveOnce(TavServerProcess *sp, WatchSet &watch) noexcept {
     IPC_DEBUG(sp, "tavlib daemon listening\n");
-    const int ready = watch.fill(sp) ? processWait(&sp->process, watch.fds.data(), watch.fds.size(), -1) : -1;
+    watch.fill(sp);
+    int ready = processWait(&sp->process, watch.fds.data(), watch.fds.size(), -1);
     if (ready < 1) {
         IPC_DEBUG(sp, "tavlib daemon select failed; nready=%d, errno=%d, errmsg=%s\n", ready, errno, strerror(errno));
         return false;
     }
     if (processIsStopping(&sp->process)) return false;
-    serveClients(sp, watch);
-    return !(watch.fds[1].revents) || addClient(sp);
+    if (watch.fds[0].revents) --ready;
+    if (watch.fds[1].revents) {
+        --ready;
+        if (!addClient(sp, watch)) return false;
+    }
+    serveClients(sp, watch, ready);
+    return true;
 }
 
 void dropAllClients(TavServerProcess *sp) noexcept {
@@ -218,7 +223,7 @@ void tavServerProcessRun(void *arg) noexcept {
     tavControlLock("tavServerProcessRun");
     {
         WatchSet watch;
-        if (processBegin(&sp->process)) {
+        if (processBegin(&sp->process) && watch.reserve(0)) {
             while (!processIsStopping(&sp->process) && serveOnce(sp, watch)) {
             }
         }
@@ -234,12 +239,14 @@ IpcClient *findClient(TavServerProcess *sp, int fd) noexcept {
     return nullptr;
 }
 
-// The list lock must be held. A stream that failed is shut down, so that the loop hears its end and cleans up.
-int sendToClient(TavServerProcess *sp, IpcClient *client, const TavMessage *msg) noexcept {
+// The list lock must be held. A stream that failed is shut down, so that the loop hears its end and cleans up; so is one that misses a
+// message for want of memory, lest the worker goes on with half a configuration.
+int sendToClient(TavServerProcess *sp, IpcClient *client, IpcFrame *frame) noexcept {
     TavLockGuard guard(sp->process.socketWriteLock, "tavServerProcessSendMessage");
     if (client->broken) return -1;
-    if (ipcSendOrQueue(client->fd, &client->out, msg)) {
-        if (ipcBufferSize(&client->out) > 0) processWake(&sp->process);
+    const bool waiting = client->out.head != nullptr;
+    if (frame && ipcSendOrQueue(client->fd, &client->out, frame)) {
+        if (!waiting && client->out.head) processWake(&sp->process);
         return 0;
     }
     client->broken = true;
@@ -248,12 +255,34 @@ int sendToClient(TavServerProcess *sp, IpcClient *client, const TavMessage *msg)
     return -1;
 }
 
+int sendToOne(TavServerProcess *sp, IpcFrame *frame, int fd) noexcept {
+    TavLockGuard guard(sp->clientSocketListLock, "tavServerProcessSendMessage");
+    IpcClient *client = findClient(sp, fd);
+    return client ? sendToClient(sp, client, frame) : -1;
+}
+
+int sendToAll(TavServerProcess *sp, IpcFrame *frame) noexcept {
+    TavLockGuard guard(sp->clientSocketListLock, "tavServerProcessBroadcastMessage");
+    for (IpcClient *client : TavListRange<IpcClient>(sp->clientSocketList)) {
+        if (sendToClient(sp, client, frame) != 0) IPC_DEBUG(sp, "tavServerProcessBroadcastMessage failed for fd:%d", client->fd);
+    }
+    return 0;
+}
+
+int sendMessage(TavServerProcess *sp, const TavMessage *msg, int fd) noexcept {
+    IpcFrame *frame = ipcFrameCreate(msg);
+    const int result = tavServerProcessSendFrame(sp, frame, fd);
+    ipcFrameRelease(frame);
+    return result;
+}
+
 } // namespace
 
 TavServerProcess *tavServerProcessCreate(Tav *tav) noexcept {
     TavServerProcess *sp = tavNewRecord<TavServerProcess>();
     if (!sp) return nullptr;
     sp->listenerSocket = -1;
+    sp->badPathRec = trMgrGetRecord(tavGetTrMgr(tav), "control.badportpath");
     const Boolean made = processInit(&sp->process, tav);
     sp->clientSocketList = tavListCreate(clientFree);
     sp->clientSocketListLock = tavLockCreateRanked(TavLockRank::ClientSocketList);
@@ -272,17 +301,14 @@ int tavServerProcessStart(TavServerProcess *sp) noexcept {
     return -1;
 }
 
-int tavServerProcessSendMessage(TavServerProcess *sp, TavMessage *msg, int fd) noexcept {
-    TavLockGuard guard(sp->clientSocketListLock, "tavServerProcessSendMessage");
-    IpcClient *client = findClient(sp, fd);
-    return client ? sendToClient(sp, client, msg) : -1;
+int tavServerProcessSendFrame(TavServerProcess *sp, IpcFrame *frame, int fd) noexcept {
+    return fd == -1 ? sendToAll(sp, frame) : sendToOne(sp, frame, fd);
 }
 
+int tavServerProcessSendMessage(TavServerProcess *sp, TavMessage *msg, int fd) noexcept { return fd == -1 ? -1 : sendMessage(sp, msg, fd); }
+
 int tavServerProcessBroadcastMessage(TavServerProcess *sp, TavMessage *msg) noexcept {
-    TavLockGuard guard(sp->clientSocketListLock, "tavServerProcessBroadcastMessage");
-    for (IpcClient *client : TavListRange<IpcClient>(sp->clientSocketList)) {
-        if (sendToClient(sp, client, msg) != 0) IPC_DEBUG(sp, "tavServerProcessBroadcastMessage failed for fd:%d", client->fd);
-    }
+    sendMessage(sp, msg, -1);
     return 0;
 }
 
@@ -296,6 +322,7 @@ void tavServerProcessStop(TavServerProcess *sp) noexcept { processStop(&sp->proc
 
 void tavServerProcessDelete(TavServerProcess *sp) noexcept {
     if (!sp) return;
+    tavServerProcessStop(sp);
     tavListDestroy(sp->clientSocketList);
     tavLockDestroy(sp->clientSocketListLock);
     processFini(&sp->process);

@@ -6,6 +6,7 @@
 
 #include "tavConnector/tavConnector.h"
 #include "tavDocument/tavDocument.h"
+#include "tavMultiProcess/ipcStream.h"
 #include "tavUtil/tavMemory.h"
 #include "tr/tr.h"
 
@@ -22,40 +23,55 @@ using JsonText = std::unique_ptr<char, JsonTextDeleter>;
 
 JsonText render(json_t *json) noexcept { return JsonText(json ? json_dumps(json, JSON_INDENT(3)) : nullptr); }
 
-void sendMessage(Tav *tav, TavMessage *msg, int fd) noexcept {
-    TavServerProcess *sp = tavGetServerProcess(tav);
-    if (!sp) return;
+TavMessage textMessage(TavMessageType type, char *text) noexcept { return {{type, 0, static_cast<int32_t>(strlen(text) + 1)}, text}; }
+
+// Returns new, null without memory.
+IpcFrame *frameOf(TavMessageType type, json_t *json) noexcept {
+    const JsonText text = render(json);
+    if (!text) return nullptr;
+    const TavMessage msg = textMessage(type, text.get());
+    return ipcFrameCreate(&msg);
+}
+
+void sendBare(TavServerProcess *sp, TavMessageType type, int fd) noexcept {
+    TavMessage msg = {{type, 0, 0}, nullptr};
     if (fd == -1) {
-        tavServerProcessBroadcastMessage(sp, msg);
+        tavServerProcessBroadcastMessage(sp, &msg);
     } else {
-        tavServerProcessSendMessage(sp, msg, fd);
+        tavServerProcessSendMessage(sp, &msg, fd);
     }
 }
 
-TavMessage textMessage(TavMessageType type, char *text) noexcept { return {{type, 0, static_cast<int32_t>(strlen(text) + 1)}, text}; }
-
-void sendBare(Tav *tav, TavMessageType type, int fd) noexcept {
-    TavMessage msg = {{type, 0, 0}, nullptr};
-    sendMessage(tav, &msg, fd);
+// A stored document is rendered once for all workers, and again only when it has changed.
+void sendStoredDocument(TavServerProcess *sp, TavConnector *c, int fd) noexcept {
+    if (!c->documentFrame) c->documentFrame = frameOf(MT_S2C_ROUTING_INFO, c->json);
+    tavServerProcessSendFrame(sp, c->documentFrame, fd);
 }
+
+// Nothing is rendered for nobody.
+bool hasReceiver(TavServerProcess *sp, int fd) noexcept { return sp && (fd != -1 || tavServerProcessGetClientCount(sp) > 0); }
 
 } // namespace
 
 void tavIpcSendJson(Tav *tav, TavMessageType type, json_t *json, int fd) noexcept {
-    const JsonText text = render(json);
-    if (!text) return;
-    TavMessage msg = textMessage(type, text.get());
-    sendMessage(tav, &msg, fd);
+    TavServerProcess *sp = tavGetServerProcess(tav);
+    if (!json || !hasReceiver(sp, fd)) return;
+    IpcFrame *frame = frameOf(type, json);
+    tavServerProcessSendFrame(sp, frame, fd);
+    ipcFrameRelease(frame);
 }
 
 void sendAllRoutingInfoToClient(Tav *tav, int fd) noexcept {
     TR_TRACE(tav->trCtx, tav->ipcProcessRec, TR_DEBUG_LEVEL, "sendAllRoutingInfoToClient enter\n");
-    sendBare(tav, MT_S2C_BEGIN_ROUTING_INFO, fd);
-    for (TavConnectorGroup *cg : TavListRange<TavConnectorGroup>(tav->connectorGroupList)) {
-        TavConnector *c = tavConnectorGroupGetCurConnector(cg);
-        if (c && tavConnectorGetJSON(c)) tavIpcSendJson(tav, MT_S2C_ROUTING_INFO, tavConnectorGetJSON(c), fd);
+    TavServerProcess *sp = tavGetServerProcess(tav);
+    if (hasReceiver(sp, fd)) {
+        sendBare(sp, MT_S2C_BEGIN_ROUTING_INFO, fd);
+        for (TavConnectorGroup *cg : TavListRange<TavConnectorGroup>(tav->connectorGroupList)) {
+            TavConnector *c = tavConnectorGroupGetCurConnector(cg);
+            if (c && tavConnectorGetJSON(c)) sendStoredDocument(sp, c, fd);
+        }
+        sendBare(sp, MT_S2C_END_ROUTING_INFO, fd);
     }
-    sendBare(tav, MT_S2C_END_ROUTING_INFO, fd);
     TR_TRACE(tav->trCtx, tav->ipcProcessRec, TR_DEBUG_LEVEL, "sendAllRoutingInfoToClient exit\n");
 }
 

@@ -22,18 +22,23 @@ json_t *parseBody(Tav *tav, const TavMessage *msg, const char *source) noexcept 
 // ---- daemon ----
 
 // Routes that a worker gained or lost: the controller hears of the first process and of the last.
-void c2sServerProcessHandleMessage(Tav *tav, TavMessage *msg) noexcept {
+void c2sServerProcessHandleMessage(Tav *tav, TavMessage *msg, int) noexcept {
     json_t *json = parseBody(tav, msg, "CLIENT TO SERVER");
     TavConnector *connector = tavFindConnectorFromJson(tav, json);
     json_t *addRoutes = json_object_get(json, "addRoutes");
     json_t *delRoutes = json_object_get(json, "delRoutes");
-    if (connector && (addRoutes || delRoutes)) {
+    if (connector && msg->hdr.pid != 0 && (addRoutes || delRoutes)) {
         tavConnectorSetProcessingJSON(connector, TRUE, FALSE);
         sappMapProcessing(tav, addRoutes, msg->hdr.pid, connector, TRUE);
         sappMapProcessing(tav, delRoutes, msg->hdr.pid, connector, FALSE);
         tavConnectorSetProcessingJSON(connector, FALSE, FALSE);
     }
     json_decref(json);
+}
+
+void handleHealthTrigger(Tav *tav, const TavMessage *msg, int fd) noexcept {
+    const auto *req = static_cast<const HealthPolicyTriggerReq *>(msg->body);
+    if (hmTriggerReqFits(req, msg->hdr.len)) hmServerProcessHandleMessage(tav, req, fd);
 }
 
 void welcomeClient(Tav *tav, int fd) noexcept {
@@ -50,12 +55,10 @@ void tavServerProcessHandleMessage(Tav *tav, TavMessage *msg, int fd) noexcept {
             welcomeClient(tav, fd);
             break;
         case MT_C2S_JSON:
-            c2sServerProcessHandleMessage(tav, msg);
+            c2sServerProcessHandleMessage(tav, msg, fd);
             break;
         case MT_CLIENT_TO_SERVER_HEALTH_TRIGGER:
-            if (msg->body)
-                hmServerProcessHandleMessage(tav, static_cast<const HealthPolicyTriggerReq *>(msg->body), static_cast<size_t>(msg->hdr.len),
-                                             fd);
+            handleHealthTrigger(tav, msg, fd);
             break;
         default:
             break;
@@ -75,6 +78,7 @@ namespace {
 void beginRoutingInfo(Tav *tav) noexcept {
     tavRoutingInfoRelease(tav->newRoutingInfo);
     tav->newRoutingInfo = tavRoutingInfoCreate(tav);
+    if (!tav->newRoutingInfo) tavWorkerStartOver(tav);
 }
 
 void handleDocument(Tav *tav, TavMessage *msg) noexcept {
@@ -83,15 +87,11 @@ void handleDocument(Tav *tav, TavMessage *msg) noexcept {
     json_decref(json);
 }
 
-// A sequence that ended without a begin, or for which memory ran out, leaves the current snapshot.
+// A sequence that ended without a begin leaves the current snapshot.
 void endRoutingInfo(Tav *tav) noexcept {
     TavRoutingInfo *ri = tav->newRoutingInfo;
     tav->newRoutingInfo = nullptr;
-    if (ri && !ri->complete) {
-        tavRoutingInfoRelease(ri);
-    } else {
-        tavSwitchToNewRoutingInfo(tav, ri);
-    }
+    if (ri && !tavSwitchToNewRoutingInfo(tav, ri)) tavWorkerStartOver(tav);
     tavSetState(tav, STARTED, "child process started");
 }
 
@@ -103,6 +103,12 @@ void setControlState(Tav *tav, TavMessage *msg) noexcept {
 }
 
 } // namespace
+
+void tavWorkerStartOver(Tav *tav) noexcept {
+    tavRoutingInfoRelease(tav->newRoutingInfo);
+    tav->newRoutingInfo = nullptr;
+    if (tav->clientProcess) tavClientProcessStartOver(tav->clientProcess);
+}
 
 void tavClientProcessHandleMessage(Tav *tav, TavMessage *msg) noexcept {
     IPC_TRACE(tav, "tavClientProcessHandleMessage - message type %d\n", msg->hdr.type);

@@ -82,7 +82,8 @@ protected:
         // A copy of exactly that size, so that the address sanitizer sees a read past it.
         std::unique_ptr<char[]> copy(new char[bytes.size() ? bytes.size() : 1]);
         std::copy(bytes.begin(), bytes.end(), copy.get());
-        hmServerProcessHandleMessage(tav, reinterpret_cast<HealthPolicyTriggerReq *>(copy.get()), bytes.size(), reporter);
+        const auto *req = reinterpret_cast<const HealthPolicyTriggerReq *>(copy.get());
+        if (hmTriggerReqFits(req, static_cast<int>(bytes.size()))) hmServerProcessHandleMessage(tav, req, reporter);
     }
 
     TavRoutingInfo *ri = nullptr;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <climits>
 #include <functional>
 
 #include "core/CoreFixture.h"
@@ -59,12 +60,13 @@ protected:
         unlink(path.c_str());
     }
 
-    void startWorker() {
+    void startWorker() { startWorkerOf(path); }
+    void startWorkerOf(std::string socketPath) {
         static char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
         worker = tavCreate(&env, nullptr, catalogue);
         ASSERT_NE(worker, nullptr);
         ASSERT_NE(tavConnectorCreate(tavConnectorGroupCreate(worker, "g"), "http://127.0.0.1:1"), nullptr);
-        ASSERT_EQ(tavMarkAsClientProcess(worker, path.data()), 0);
+        ASSERT_EQ(tavMarkAsClientProcess(worker, socketPath.data()), 0);
         ASSERT_EQ(tavStart(worker, -1), 0);
     }
 
@@ -82,6 +84,12 @@ protected:
             &state);
         tavRoutingInfoRelease(ri);
         return state;
+    }
+
+    // Does the daemon count the processes that route to the server application?
+    bool isRegistered() {
+        TavControlScope control("test");
+        return tavHashGet(tav->sappMap, "/cell/c/node/n/server/s/serverApplication/app") != nullptr;
     }
 
     // How often the daemon told the controller of added and of deleted routes.
@@ -120,17 +128,22 @@ TEST_F(Processes, TheControllerHearsOfTheFirstAndTheLastProcess) {
     Tav *first = worker;
     startWorker();
     ASSERT_TRUE(eventually([&] { return tavGetState(worker) == STARTED && clients() == 2; }));
-    {
-        TavControlScope control("test");
-        EXPECT_NE(tavHashGet(tav->sappMap, "/cell/c/node/n/server/s/serverApplication/app"), nullptr);
-    }
+    EXPECT_TRUE(isRegistered());
+    give(serverDocument(6, "STARTED"));
+    EXPECT_TRUE(eventually([&] { return routeReports().first == 2; })) << "a complete document begins anew, with one report";
+    EXPECT_TRUE(eventually([&] { return isRegistered(); }));
+    give(quoted("{'version': 7, 'restVersion': 1}"));
+    EXPECT_FALSE(isRegistered()) << "the route is gone with the document that had it";
+    EXPECT_EQ(routeReports().second, 0);
+    give(serverDocument(8, "STARTED"));
+    EXPECT_TRUE(eventually([&] { return routeReports().first == 3; }));
     tavDestroy(first);
     ASSERT_TRUE(eventually([&] { return clients() == 1; }));
     tavDestroy(worker);
     worker = nullptr;
     // Both workers are one process here, so its routes end with the first connection that is lost.
     EXPECT_TRUE(eventually([&] { return clients() == 0 && routeReports().second >= 1; }));
-    EXPECT_EQ(routeReports().first, 1);
+    EXPECT_EQ(routeReports().first, 3);
 }
 
 TEST_F(Processes, AWorkerComesBackToANewDaemon) {
@@ -147,14 +160,22 @@ TEST_F(Processes, AWorkerComesBackToANewDaemon) {
     EXPECT_TRUE(eventually([&] { return workerState() == "AFFINITY"; }));
 }
 
-int rawClient(const std::string &path) {
+// A socket that is connected to the path, or listens at it.
+int rawSocket(const std::string &path, bool listens = false) {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     struct sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(connect(fd, reinterpret_cast<struct sockaddr *>(&address), sizeof address), 0);
+    auto *name = reinterpret_cast<struct sockaddr *>(&address);
+    EXPECT_EQ(listens ? bind(fd, name, sizeof address) || listen(fd, 1) : connect(fd, name, sizeof address), 0);
     return fd;
 }
+
+std::string frame(int type, const std::string &body, int len) {
+    const TavMessageHdr hdr = {type, 4711, len};
+    return std::string(reinterpret_cast<const char *>(&hdr), sizeof hdr) + body;
+}
+std::string frame(int type, const std::string &body = "") { return frame(type, body, static_cast<int>(body.size())); }
 
 bool isClosed(int fd) {
     char buffer[4096];
@@ -164,29 +185,27 @@ bool isClosed(int fd) {
     return got == 0;
 }
 
+void sendText(int fd, const std::string &text) {
+    ASSERT_EQ(send(fd, text.data(), text.size(), MSG_NOSIGNAL), static_cast<ssize_t>(text.size()));
+}
+
 TEST_F(Processes, HostileFramesCostOnlyTheirConnection) {
     give(serverDocument(5, "STARTED"));
     startWorker();
     ASSERT_TRUE(eventually([&] { return tavGetState(worker) == STARTED; }));
-    const int half = rawClient(path);
+    const int half = rawSocket(path);
     ASSERT_EQ(send(half, "12345", 5, 0), 5) << "half a header, then silence";
 
-    const TavMessageHdr bad[] = {{MT_C2S_JSON, 1, -1}, {MT_C2S_JSON, 1, 0x7fffffff}};
-    for (const TavMessageHdr &hdr : bad) {
-        const int fd = rawClient(path);
-        ASSERT_EQ(send(fd, &hdr, sizeof hdr, 0), static_cast<ssize_t>(sizeof hdr));
-        EXPECT_TRUE(isClosed(fd)) << hdr.len;
+    for (const int len : {-1, INT_MIN, (1 << 30) + 1, INT_MAX}) {
+        const int fd = rawSocket(path);
+        sendText(fd, frame(MT_C2S_JSON, "", len));
+        EXPECT_TRUE(isClosed(fd)) << len;
         close(fd);
     }
     // Unknown types, the daemon's own types, bodies that are no JSON or no block: the message is dropped, the connection stays.
-    const int odd = rawClient(path);
-    for (int type : {MT_CONNECTED + 0, MT_S2C_END_ROUTING_INFO + 0, MT_C2S_JSON + 0, MT_CLIENT_TO_SERVER_HEALTH_TRIGGER + 0, 99}) {
-        char frame[sizeof(TavMessageHdr) + 3] = {};
-        const TavMessageHdr hdr = {type, 4711, 3};
-        memcpy(frame, &hdr, sizeof hdr);
-        memcpy(frame + sizeof hdr, "{a}", 3);
-        ASSERT_EQ(send(odd, frame, sizeof frame, 0), static_cast<ssize_t>(sizeof frame));
-    }
+    const int odd = rawSocket(path);
+    for (int type : {MT_CONNECTED + 0, MT_S2C_END_ROUTING_INFO + 0, MT_C2S_JSON + 0, MT_CLIENT_TO_SERVER_HEALTH_TRIGGER + 0, 99})
+        sendText(odd, frame(type) + frame(type, "{a}"));
     give(serverDocument(6, "AFFINITY"));
     EXPECT_TRUE(eventually([&] { return workerState() == "AFFINITY"; })) << "the others are served meanwhile";
     EXPECT_TRUE(eventually([&] { return clients() == 3; }));
@@ -195,11 +214,120 @@ TEST_F(Processes, HostileFramesCostOnlyTheirConnection) {
     EXPECT_TRUE(eventually([&] { return clients() == 1; }));
 }
 
+// The type of the next frame, -1 when it does not come whole.
+int nextFrame(int fd, std::string &body) {
+    TavMessageHdr hdr;
+    if (recv(fd, &hdr, sizeof hdr, MSG_WAITALL) != static_cast<ssize_t>(sizeof hdr) || hdr.len < 0 || hdr.pid != getpid()) return -1;
+    body.resize(static_cast<size_t>(hdr.len));
+    return recv(fd, body.data(), body.size(), MSG_WAITALL) == hdr.len ? hdr.type : -1;
+}
+
+TEST_F(Processes, AWorkerThatDoesNotReadDelaysNobodyAndMissesNothing) {
+    startWorker();
+    const int slow = rawSocket(path);
+    ASSERT_TRUE(eventually([&] { return clients() == 2; }));
+    const char *const states[] = {"STARTED", "AFFINITY", "QUIESCED", "STOPPED"};
+    int version = 10;
+    for (const char *state : states) {
+        std::string document = serverDocument(++version, state);
+        document.insert(document.size() - 1, ", \"padding\": \"" + std::string(500000, 'x') + "\"");
+        ASSERT_EQ(give(document), version);
+        ASSERT_TRUE(eventually([&] { return workerState() == state; })) << "the other one is served";
+    }
+    // What was sent, message by message; control states come in between.
+    std::string body, order;
+    for (int seen = 0; seen < version;) {
+        const int type = nextFrame(slow, body);
+        ASSERT_NE(type, -1) << order;
+        if (type == MT_S2C_SET_CONTROL_STATE) continue;
+        order += std::to_string(type);
+        if (type != MT_S2C_ROUTING_INFO) continue;
+        ASSERT_EQ(body.find('\0'), body.size() - 1);
+        json_t *json = json_loads(body.c_str(), 0, nullptr);
+        seen = static_cast<int>(json_integer_value(json_object_get(json, "version")));
+        json_decref(json);
+    }
+    EXPECT_EQ(order, "1312312312312");
+    close(slow);
+}
+
+TEST_F(Processes, WhatAWorkerMakesOfItsDaemon) {
+    const std::string fake = path + "-fake";
+    const int listener = rawSocket(fake, true);
+    startWorkerOf(fake);
+    int version = 1;
+    // A document of the connector that the worker has, with or without its terminator.
+    const auto document = [&](const char *state, bool terminated = true) {
+        std::string text = serverDocument(++version, state);
+        text.insert(1, quoted("'connectorGroupName': 'g', 'connectorURL': 'http://127.0.0.1:1', "));
+        return text + std::string(terminated ? 1 : 0, '\0');
+    };
+    const auto whole = [&](const char *state) {
+        return frame(MT_S2C_BEGIN_ROUTING_INFO) + frame(MT_S2C_ROUTING_INFO, document(state)) + frame(MT_S2C_END_ROUTING_INFO);
+    };
+    const struct {
+        const char *name;
+        std::string frames;
+        const char *state; // after them
+        bool dropped;      // the connection
+    } rows[] = {
+        {"whole", whole("STARTED"), "STARTED", false},
+        {"begin, no end", frame(MT_S2C_BEGIN_ROUTING_INFO) + frame(MT_S2C_ROUTING_INFO, document("AFFINITY")), "STARTED", false},
+        {"begin again", whole("STOPPED"), "STOPPED", false},
+        {"end, no begin", frame(MT_S2C_END_ROUTING_INFO), "STOPPED", false},
+        {"no terminator",
+         frame(MT_S2C_BEGIN_ROUTING_INFO) + frame(MT_S2C_ROUTING_INFO, document("QUIESCED", false)) + frame(MT_S2C_END_ROUTING_INFO),
+         "QUIESCED", false},
+        {"no JSON, no body, unknown and foreign types",
+         frame(MT_S2C_ROUTING_INFO, "{a}") + frame(MT_S2C_ROUTING_INFO_DELTA) + frame(MT_S2C_SET_CONTROL_STATE, "[") + frame(99, "x") +
+             frame(-1) + frame(MT_C2S_JSON, "{}") + frame(MT_CLIENT_TO_SERVER_HEALTH_TRIGGER, "x") + frame(MT_CONNECTED),
+         "QUIESCED", false},
+        {"negative length", whole("AFFINITY") + frame(MT_S2C_ROUTING_INFO, "", -1) + whole("STOPPED"), "AFFINITY", true},
+        {"huge length in the midst", frame(MT_S2C_BEGIN_ROUTING_INFO) + frame(MT_S2C_ROUTING_INFO, "", INT_MAX), "AFFINITY", true},
+        {"whole again", whole("STARTED"), "STARTED", false},
+    };
+    int fd = accept(listener, nullptr, nullptr);
+    for (const auto &row : rows) {
+        sendText(fd, row.frames);
+        if (row.dropped) {
+            EXPECT_TRUE(isClosed(fd)) << row.name;
+            close(fd);
+            fd = accept(listener, nullptr, nullptr);
+        } else {
+            // A control state that the worker shows was handled after the frames.
+            const std::string mark = "{\"" + std::string(row.name) + "\": 1}";
+            sendText(fd, frame(MT_S2C_SET_CONTROL_STATE, mark));
+            EXPECT_TRUE(eventually([&] {
+                TavControlScope control("test");
+                return json_object_get(worker->controlState, row.name) != nullptr;
+            })) << row.name;
+        }
+        EXPECT_EQ(workerState(), row.state) << row.name;
+    }
+    // It is waiting for a daemon that takes connections and says nothing: it can be stopped.
+    tavDestroy(std::exchange(worker, nullptr));
+    close(fd);
+    close(listener);
+    unlink(fake.c_str());
+}
+
 TEST_F(Processes, TheSocketIsTheOwnersAlone) {
     struct stat status;
     ASSERT_EQ(stat(path.c_str(), &status), 0);
     EXPECT_TRUE(S_ISSOCK(status.st_mode));
     EXPECT_EQ(status.st_mode & 0777, 0700u);
+    // A path that is too long is cut; where there can be no socket the daemon does not listen, and says so.
+    const std::string cut = path + std::string(107 - path.size(), 'x'), nowhere = path + "/socket";
+    for (const std::string &other : {cut + "yy", nowhere}) {
+        ASSERT_EQ(tavStop(tav), 0);
+        tavSetUnixDomainSocketPath(tav, other.c_str());
+        takeTrace();
+        ASSERT_EQ(tavStart(tav, -1), 0);
+        const std::string message = "failed to bind to unix domain socket at " + nowhere + ": Not a directory\n";
+        EXPECT_EQ(takeTrace().find(message) != std::string::npos, other == nowhere);
+    }
+    ASSERT_EQ(stat(cut.c_str(), &status), 0);
+    unlink(cut.c_str());
 }
 
 } // namespace

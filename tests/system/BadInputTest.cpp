@@ -10,13 +10,16 @@
 #include "FuzzShop.h"
 
 int fuzz_catalogue(const uint8_t *data, size_t size);
+int fuzz_daemonFrames(const uint8_t *data, size_t size);
 int fuzz_delta(const uint8_t *data, size_t size);
 int fuzz_document(const uint8_t *data, size_t size);
+int fuzz_healthBlock(const uint8_t *data, size_t size);
 int fuzz_names(const uint8_t *data, size_t size);
 int fuzz_request(const uint8_t *data, size_t size);
 int fuzz_rule(const uint8_t *data, size_t size);
 int fuzz_traceSpec(const uint8_t *data, size_t size);
 int fuzz_uriPatterns(const uint8_t *data, size_t size);
+int fuzz_workerFrames(const uint8_t *data, size_t size);
 
 namespace {
 
@@ -55,7 +58,8 @@ INSTANTIATE_TEST_SUITE_P(Targets, BadInput,
                          testing::Values(Target{"catalogue", fuzz_catalogue}, Target{"delta", fuzz_delta},
                                          Target{"document", fuzz_document}, Target{"names", fuzz_names}, Target{"request", fuzz_request},
                                          Target{"rule", fuzz_rule}, Target{"traceSpec", fuzz_traceSpec},
-                                         Target{"uriPatterns", fuzz_uriPatterns}),
+                                         Target{"uriPatterns", fuzz_uriPatterns}, Target{"daemonFrames", fuzz_daemonFrames},
+                                         Target{"healthBlock", fuzz_healthBlock}, Target{"workerFrames", fuzz_workerFrames}),
                          [](const auto &tested) { return tested.param.name; });
 
 // Refused (-1), and the shop is served as before; or taken, and the version counts: the shop is gone unless the document has it.

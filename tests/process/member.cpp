@@ -1,0 +1,163 @@
+// One process of a multi-process web server: the daemon or a worker, with the library's own transport and alarms. It is told what to do on
+// standard input, a line each, and answers every line with one of its own on standard output. At the end of the input it ends at once.
+//
+// usage: process_member daemon|worker SOCKET CONTROLLER_URL
+#include <signal.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "system/Instance.h"
+#include "system/Shop.h"
+#include "tav/tavRecord.h"
+#include "tavMultiProcess/tavMultiProcess.h"
+#include "tavUtil/tavMemory.h"
+
+namespace {
+
+constexpr int FIRST_PORT = 10000; // of version 0: a decision's port tells the version that it comes from
+constexpr size_t REQUEST_THREADS = 2;
+
+long long now() {
+    return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+struct Member {
+    Tav *tav;
+    bool isDaemon;
+    std::vector<std::thread> threads;
+    std::atomic<bool> serving{false};
+    std::atomic<long> requests{0}, failed{0};
+    std::mutex mutex;
+    int version = -1;     // newest that a request has seen
+    long long seenAt = 0; // when that was, in microseconds
+    std::string failure;  // the first decision that did not hold together
+
+    void start(char *path, char *url);
+    void visit();
+    void serve();
+    void pause();
+    void slowRequest();
+    std::string stat();
+};
+
+void Member::start(char *path, char *url) {
+    static char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
+    EnvCallBacks env = systemCallBacks();
+    env.http.connector = {};
+    env.alarm = nullptr;
+    tav = tavCreate(&env, nullptr, catalogue);
+    TavConnectorGroup *group = tavConnectorGroupCreate(tav, "g");
+    tavConnectorGroupSetProperty(group, "retryInterval", "1");
+    tavConnectorCreate(group, url);
+    if (isDaemon) {
+        tavMarkAsServerProcess(tav, path, getuid());
+        tavStart(tav, 0); // listens when there is a configuration to give
+        return;
+    }
+    tavMarkAsClientProcess(tav, path);
+    tavStart(tav, -1);
+    while (tavGetState(tav) != STARTED) usleep(1000);
+}
+
+// Does every part of the decision come from the same generation?
+bool holdsTogether(const shop::Decision &decision, int generation) {
+    const std::string number = std::to_string(generation);
+    for (const std::string *part : {&decision.edition, &decision.application, &decision.module, &decision.group, &decision.server,
+                                    &decision.cluster, &decision.host}) {
+        if (part->size() < number.size() || part->compare(part->size() - number.size(), number.size(), number) != 0) return false;
+    }
+    return decision.action == PERMIT && decision.handled == 1;
+}
+
+void Member::visit() {
+    EnvHttpContext request = shop::request("/shop/x.jsp");
+    const shop::Decision decision = shop::decide(tav, request);
+    const int seen = decision.port - FIRST_PORT;
+    requests++;
+    const bool good = holdsTogether(decision, seen / 2 + 1);
+    if (!good) failed++;
+    const std::lock_guard<std::mutex> guard(mutex);
+    if (!good && failure.empty()) failure = decision.text();
+    if (!good || seen <= version) return;
+    version = seen;
+    seenAt = now();
+}
+
+void Member::serve() {
+    serving = true;
+    while (threads.size() < REQUEST_THREADS)
+        threads.emplace_back([this] {
+            for (; serving; usleep(500)) visit();
+        });
+}
+
+void Member::pause() {
+    serving = false;
+    for (std::thread &thread : threads) thread.join();
+    threads.clear();
+}
+
+// One that takes longer than the health policy allows, on the server that the policy watches.
+void Member::slowRequest() {
+    EnvHttpContext request = shop::request("/admin/");
+    request.protocol = "https";
+    TavHttpContext *ctx = tavHttpContextObtain(tav, &request);
+    shop::decisionOf(ctx);
+    for (const TavHttpContextState state : {CONNECT_SUCCESS, REQUEST_SENDING, REQUEST_SENT}) tavHttpContextSetState(ctx, state, 0, nullptr);
+    usleep(20000);
+    for (const TavHttpContextState state : {RESPONSE_ARRIVED, RESPONSE_SENT}) tavHttpContextSetState(ctx, state, 0, nullptr);
+    tavHttpContextRelease(ctx);
+}
+
+int openDescriptors() {
+    int count = -1; // without the walk's own
+    for (const auto &each : std::filesystem::directory_iterator("/proc/self/fd")) count += !each.path().empty();
+    return count;
+}
+
+std::string Member::stat() {
+    const std::lock_guard<std::mutex> guard(mutex);
+    char text[256];
+    std::snprintf(text, sizeof text, "version %d seenAt %lld requests %ld failed %ld clients %d descriptors %d threads %d blocks %d",
+                  version, seenAt, requests.load(), failed.load(), isDaemon && tav ? tavServerProcessGetClientCount(tav->serverProcess) : 0,
+                  openDescriptors(), systemThreads(), tavGetMemCount());
+    return text + (failure.empty() ? "" : " failure " + failure);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    if (argc != 4) return 2;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    const int blocks = tavGetMemCount();
+    Member member{};
+    member.isDaemon = strcmp(argv[1], "daemon") == 0;
+    for (std::string line; std::getline(std::cin, line);) {
+        if (line == "start") member.start(argv[2], argv[3]);
+        if (line == "serve") member.serve();
+        if (line == "pause") member.pause();
+        if (line == "slow") member.slowRequest();
+        if (line == "end") {
+            member.pause();
+            tavDestroy(member.tav);
+            member.tav = nullptr;
+            systemThreadsBackTo(1);
+            trDestroy();
+            std::cout << "left " << tavGetMemCount() - blocks << " threads " << systemThreads() << std::endl;
+            return 0;
+        }
+        std::cout << (line == "stat" ? member.stat() : "done " + std::to_string(now())) << std::endl;
+    }
+    std::_Exit(0);
+}

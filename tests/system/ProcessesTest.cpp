@@ -1,0 +1,251 @@
+// A daemon and eight workers as processes of their own, a controller in this one; daemon and workers are killed, the controller is
+// restarted. TAV_PROCESS_ROUNDS sets how often.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <memory>
+
+#include "system/Controller.h"
+#include "system/Shop.h"
+
+extern char **environ;
+
+namespace {
+
+using testing::HasSubstr;
+
+constexpr int PATIENCE = 60000; // ms; only ends a broken run
+constexpr size_t WORKERS = 8;
+
+// A child that is told what to do.
+class Child {
+public:
+    Child(const char *role, const std::string &path, const std::string &url) {
+        int in[2], out[2];
+        if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) abort();
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, in[0], 0);
+        posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+        std::string program = TAV_PROCESS_MEMBER, role_ = role, path_ = path, url_ = url;
+        char *arguments[] = {program.data(), role_.data(), path_.data(), url_.data(), nullptr};
+        EXPECT_EQ(posix_spawn(&pid_, program.c_str(), &actions, nullptr, arguments, environ), 0);
+        posix_spawn_file_actions_destroy(&actions);
+        close(in[0]);
+        close(out[1]);
+        to_ = in[1];
+        from_ = out[0];
+    }
+    ~Child() {
+        if (pid_ > 0) kill();
+        close(to_);
+        close(from_);
+    }
+    Child(const Child &) = delete;
+    Child &operator=(const Child &) = delete;
+
+    void tell(const std::string &line) {
+        const std::string text = line + "\n";
+        EXPECT_EQ(write(to_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+    // The answer to a line told; empty when none comes.
+    std::string hear() {
+        for (size_t end; (end = heard_.find('\n')) == std::string::npos;) {
+            pollfd fd{from_, POLLIN, 0};
+            char buffer[1024];
+            const ssize_t got = poll(&fd, 1, PATIENCE) == 1 ? read(from_, buffer, sizeof buffer) : 0;
+            if (got < 1) return "";
+            heard_.append(buffer, static_cast<size_t>(got));
+        }
+        const size_t end = heard_.find('\n');
+        const std::string line = heard_.substr(0, end);
+        heard_.erase(0, end + 1);
+        return line;
+    }
+    std::string ask(const std::string &line) {
+        tell(line);
+        return hear();
+    }
+    // A number of the "stat" answer.
+    long long stat(const std::string &name) {
+        const std::string text = " " + ask("stat");
+        const size_t at = text.find(" " + name + " ");
+        EXPECT_NE(at, std::string::npos) << name << " in" << text;
+        return at == std::string::npos ? -1 : strtoll(text.c_str() + at + name.size() + 2, nullptr, 10);
+    }
+    void kill() {
+        ::kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+        pid_ = -1;
+    }
+    int wait() {
+        int status = -1;
+        waitpid(pid_, &status, 0);
+        pid_ = -1;
+        return status;
+    }
+
+private:
+    pid_t pid_ = -1;
+    int to_, from_;
+    std::string heard_;
+};
+
+using ChildPtr = std::unique_ptr<Child>;
+
+bool eventually(const std::function<bool()> &condition) {
+    for (int i = 0; i < PATIENCE / 5; i++) {
+        if (condition()) return true;
+        usleep(5000);
+    }
+    return false;
+}
+
+class RealProcesses : public testing::Test {
+protected:
+    std::string path = "/tmp/tav-processes-" + std::to_string(getpid());
+    Controller controller{2};
+    ChildPtr daemon;
+    std::vector<ChildPtr> workers;
+    long lag = 0; // the longest, in microseconds
+    long long requests = 0;
+
+    void TearDown() override { unlink(path.c_str()); }
+
+    ChildPtr spawn(const char *role) { return std::make_unique<Child>(role, path, controller.url()); }
+    // Returns when the daemon listens, in microseconds.
+    long long startDaemon() {
+        daemon = spawn("daemon");
+        const std::string done = daemon->ask("start");
+        EXPECT_THAT(done, HasSubstr("done "));
+        return strtoll(done.c_str() + 5, nullptr, 10);
+    }
+    void startWorkers() {
+        while (workers.size() < WORKERS) workers.push_back(spawn("worker"));
+        for (const ChildPtr &worker : workers) worker->tell("start");
+        for (const ChildPtr &worker : workers) ASSERT_THAT(worker->hear(), HasSubstr("done "));
+    }
+    void tellAll(const char *line) {
+        for (const ChildPtr &worker : workers) worker->tell(line);
+        for (const ChildPtr &worker : workers) EXPECT_THAT(worker->hear(), HasSubstr("done "));
+    }
+    void expectVersionEverywhere(int version) {
+        for (const ChildPtr &worker : workers)
+            ASSERT_TRUE(eventually([&] { return worker->stat("version") == version; })) << version << ": " << worker->ask("stat");
+    }
+    // No request of the process has failed or seen half a configuration.
+    void audit(Child &worker) {
+        EXPECT_EQ(worker.stat("failed"), 0) << worker.ask("stat");
+        requests += worker.stat("requests");
+    }
+    void restartWorker(size_t index) {
+        audit(*workers[index]);
+        workers[index]->kill();
+        workers[index] = spawn("worker");
+        ASSERT_THAT(workers[index]->ask("start"), HasSubstr("done "));
+        workers[index]->ask("serve");
+    }
+    // Each ends by itself: with nothing kept, and nothing for a sanitizer to say.
+    void endAll() {
+        workers.push_back(std::move(daemon));
+        for (const ChildPtr &child : workers) {
+            EXPECT_EQ(child->ask("end"), "left 0 threads 1");
+            EXPECT_EQ(child->wait(), 0);
+        }
+        workers.clear();
+    }
+    // One round: a daemon that dies, a worker that dies, now and then a controller that does.
+    void round(int number) {
+        daemon->kill();
+        int version = controller.publish(); // while nobody is there to pass it on
+        controller.clearReports();
+        const long long back = startDaemon();
+        expectVersionEverywhere(version);
+        for (const ChildPtr &worker : workers) lag = std::max(lag, static_cast<long>(worker->stat("seenAt") - back));
+        version = controller.publish();
+        expectVersionEverywhere(version);
+        restartWorker(static_cast<size_t>(number) % WORKERS);
+        if (number % 3 == 0) {
+            controller.restart();
+            version = controller.publish();
+            expectVersionEverywhere(version);
+            expectVersionEverywhere(controller.publish());
+        }
+    }
+};
+
+// The report of a kind on every route of a generation.
+std::map<std::string, int> onEveryRoute(const std::string &kind, int generation) {
+    std::map<std::string, int> reports;
+    for (const std::string &route : {shop::S1 + "/serverApplication/shop-edition@", shop::S1 + "/serverApplication/admin@",
+                                     shop::S2 + "/serverApplication/shop-edition@", shop::S2 + "/serverApplication/shop-editionB@"})
+        reports[shop::fill(kind + " " + route, generation)] = 1;
+    return reports;
+}
+
+TEST_F(RealProcesses, TheControllerHearsOfTheFirstAndTheLast) {
+    std::map<std::string, int> expected = onEveryRoute("add", 2);
+    const auto hears = [&] { return eventually([&] { return controller.reports() == expected; }); };
+    startDaemon();
+    startWorkers();
+    EXPECT_TRUE(hears()) << testing::PrintToString(controller.reports());
+    controller.publish(); // a delta
+    controller.publish(); // routes of other names, and no more of the old ones
+    expected.merge(onEveryRoute("add", 3));
+    EXPECT_TRUE(hears()) << testing::PrintToString(controller.reports());
+    tellAll("serve");
+    expectVersionEverywhere(4);
+    tellAll("slow");
+    expected[shop::fill("true " + shop::S1, 3)] = 1;
+    EXPECT_TRUE(hears()) << testing::PrintToString(controller.reports());
+    while (workers.size() > 1) {
+        workers.pop_back();
+        const auto left = static_cast<long long>(workers.size());
+        ASSERT_TRUE(eventually([&] { return daemon->stat("clients") == left; }));
+    }
+    EXPECT_EQ(controller.reports(), expected) << "one is left";
+    workers.clear();
+    expected.merge(onEveryRoute("del", 3));
+    expected[shop::fill("false " + shop::S1, 3)] = 1;
+    EXPECT_TRUE(hears()) << testing::PrintToString(controller.reports());
+    endAll();
+}
+
+TEST_F(RealProcesses, RequestsGoOnWhoeverDies) {
+    const char *wanted = getenv("TAV_PROCESS_ROUNDS");
+    const int rounds = wanted ? atoi(wanted) : 3;
+    startDaemon();
+    startWorkers();
+    tellAll("serve");
+    expectVersionEverywhere(2);
+    round(1);
+    tellAll("pause");
+    std::vector<std::vector<long long>> before;
+    for (const ChildPtr &worker : workers) before.push_back({worker->stat("descriptors"), worker->stat("threads"), worker->stat("blocks")});
+    tellAll("serve");
+    for (int number = 2; number <= rounds; number++) {
+        SCOPED_TRACE(number);
+        round(number);
+        if (HasFatalFailure()) return;
+    }
+    tellAll("pause");
+    for (size_t i = 0; i < workers.size(); i++) {
+        audit(*workers[i]);
+        EXPECT_LE(workers[i]->stat("descriptors"), before[i][0]);
+        EXPECT_LE(workers[i]->stat("threads"), before[i][1]);
+        EXPECT_LE(workers[i]->stat("blocks"), before[i][2] + 100);
+    }
+    printf("%d rounds, %lld requests; the last worker had the newest version %.2f s after the daemon was back\n", rounds, requests,
+           static_cast<double>(lag) / 1e6);
+    endAll();
+}
+
+} // namespace
