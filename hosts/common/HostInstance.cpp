@@ -1,8 +1,12 @@
 #include "HostInstance.h"
 
+#include <strings.h>
+
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 
+#include "CurlTransport.h"
 #include "SilentTransport.h"
 
 namespace tavhost {
@@ -38,6 +42,14 @@ void addGroup(Tav *tav, const ControllerGroup &configured) {
     for (const std::string &url : configured.urls) addController(group, url);
 }
 
+bool needsCurl(const HostOptions &options) {
+    if (!options.transport.proxy.empty()) return true;
+    return std::any_of(options.groups.begin(), options.groups.end(), [](const ControllerGroup &group) {
+        return std::any_of(group.urls.begin(), group.urls.end(),
+                           [](const std::string &url) { return strncasecmp(url.c_str(), "https:", 6) == 0; });
+    });
+}
+
 void markProcess(Tav *tav, const HostOptions &options, Process process) {
     std::string socket = options.socketPath;
     if (process == Process::Daemon && tavMarkAsServerProcess(tav, socket.data(), options.socketUid) != 0)
@@ -70,8 +82,14 @@ void configureInstance(Tav *tav, const HostOptions &options, Process process) {
     markProcess(tav, options, process);
 }
 
+// A transport that asks the controllers. The library has one of its own for plain HTTP without a proxy; a worker needs none.
+void chooseTransport(EnvCallBacks &env, const HostOptions &options, Process process) {
+    if (!options.configFile.empty()) return useSilentTransport(env);
+    if (process != Process::Worker && needsCurl(options)) useCurlTransport(env, options.transport);
+}
+
 Tav *createInstance(EnvCallBacks env, const HostOptions &options, Process process) {
-    if (!options.configFile.empty()) useSilentTransport(env);
+    chooseTransport(env, options, process);
     std::string catalogue = options.catalogue;
     Tav *tav = tavCreate(&env, nullptr, catalogue.data());
     if (!tav) throw HostFault("the library cannot be started with the trace catalogue '" + options.catalogue + "'");
@@ -95,6 +113,7 @@ void startInstance(Tav *tav, const HostOptions &options, int seconds) {
 void endInstance(Tav *tav) {
     tavStop(tav);
     endSilentRequests();
+    endCurlRequests();
     tavDestroy(tav);
     endSilentRequests();
 }

@@ -15,6 +15,9 @@ class HostFault : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// Sets the transport that the options ask for; createInstance() does it by itself. Throws HostFault.
+void chooseTransport(EnvCallBacks &env, const HostOptions &options, Process process);
+
 // Creates the instance with its groups, properties and process type, in state STOPPED. Returns new (tavDestroy()). Throws HostFault.
 // With `configFile` the instance has one group of its own that asks nobody: the file is applied by startInstance().
 Tav *createInstance(EnvCallBacks env, const HostOptions &options, Process process);

@@ -21,6 +21,16 @@ struct ControllerGroup {
     int wait = 0;                      // s that the controller may hold a poll; 0: the library's default
 };
 
+// To controllers by https. Empty texts: libcurl's own defaults (the system's certificate authorities, proxies of the environment).
+struct TransportOptions {
+    std::string authorities;  // file of CA certificates (PEM)
+    std::string certificate;  // the client's, file (PEM)
+    std::string key;          // its private key, file (PEM); empty: it stands in `certificate`
+    std::string proxy;        // URL
+    int connectTimeout = 10;  // s
+    bool verifyServer = true; // its certificate and its name
+};
+
 enum class Process { Standalone, Daemon, Worker };
 
 struct HostOptions {
@@ -28,6 +38,7 @@ struct HostOptions {
     std::string traceSpec;             // empty: the library's default
     std::vector<NameValue> properties; // of the instance, see tavGetProperties()
     std::vector<ControllerGroup> groups;
+    TransportOptions transport;
     std::string configFile; // a fixed configuration document instead of controllers; empty: none
     std::string socketPath; // between the daemon and the workers
     uid_t socketUid = 0;    // the socket's owner when the daemon runs as root

@@ -75,6 +75,33 @@ const char *setProperty(cmd_parms *cmd, void *, const char *name, const char *va
     return nullptr;
 }
 
+// A text of the way to the controllers.
+template <std::string tavhost::TransportOptions::*MEMBER>
+const char *setTransport(cmd_parms *cmd, void *, const char *value) {
+    if (const char *fault = inMainServer(cmd)) return fault;
+    serverConfig(cmd->server)->host.transport.*MEMBER = value;
+    return nullptr;
+}
+
+const char *checkReadable(cmd_parms *cmd, const std::string &path) {
+    if (access(path.c_str(), R_OK) == 0) return nullptr;
+    return apr_psprintf(cmd->pool, "%s: '%s' cannot be read: %s", cmd->cmd->name, path.c_str(), strerror(errno));
+}
+
+// A file of it that must be there, relative to ServerRoot.
+template <std::string tavhost::TransportOptions::*MEMBER>
+const char *setTransportFile(cmd_parms *cmd, void *dir, const char *name) {
+    const char *path = ap_server_root_relative(cmd->pool, name);
+    if (const char *fault = setTransport<MEMBER>(cmd, dir, path ? path : name)) return fault;
+    return checkReadable(cmd, path ? path : name);
+}
+
+const char *setVerify(cmd_parms *cmd, void *, int on) {
+    if (const char *fault = inMainServer(cmd)) return fault;
+    serverConfig(cmd->server)->host.transport.verifyServer = on != 0;
+    return nullptr;
+}
+
 // A file name, relative to ServerRoot, into the member that the directive sets.
 template <std::string tavhost::HostOptions::*MEMBER>
 const char *setFile(cmd_parms *cmd, void *, const char *name) {
@@ -89,9 +116,7 @@ const char *setFile(cmd_parms *cmd, void *, const char *name) {
 template <std::string tavhost::HostOptions::*MEMBER>
 const char *setReadableFile(cmd_parms *cmd, void *dir, const char *name) {
     if (const char *fault = setFile<MEMBER>(cmd, dir, name)) return fault;
-    const std::string &path = serverConfig(cmd->server)->host.*MEMBER;
-    if (access(path.c_str(), R_OK) == 0) return nullptr;
-    return apr_psprintf(cmd->pool, "%s: '%s' cannot be read: %s", cmd->cmd->name, path.c_str(), strerror(errno));
+    return checkReadable(cmd, serverConfig(cmd->server)->host.*MEMBER);
 }
 
 const char *setTraceSpec(cmd_parms *cmd, void *, const char *spec) {
@@ -110,6 +135,7 @@ const char *setStartTimeout(cmd_parms *cmd, void *, const char *text) {
 }
 
 using tavhost::HostOptions;
+using tavhost::TransportOptions;
 
 } // namespace
 
@@ -119,6 +145,13 @@ const command_rec directives[] = {
                      "name of a controller group and the URLs through which its controller is reached"),
     AP_INIT_TAKE3("TavControllerProperty", setGroupProperty, nullptr, RSRC_CONF,
                   "name of a controller group, property (retryInterval, uri, maxWaitOffset, wait, ...) and value"),
+    AP_INIT_TAKE1("TavControllerCA", setTransportFile<&TransportOptions::authorities>, nullptr, RSRC_CONF,
+                  "file of the CA certificates that a controller's must be signed by"),
+    AP_INIT_TAKE1("TavControllerCertificate", setTransportFile<&TransportOptions::certificate>, nullptr, RSRC_CONF,
+                  "file of the client certificate for controllers by https"),
+    AP_INIT_TAKE1("TavControllerKey", setTransportFile<&TransportOptions::key>, nullptr, RSRC_CONF, "file of its private key"),
+    AP_INIT_TAKE1("TavControllerProxy", setTransport<&TransportOptions::proxy>, nullptr, RSRC_CONF, "URL of the proxy to the controllers"),
+    AP_INIT_FLAG("TavControllerVerify", setVerify, nullptr, RSRC_CONF, "Off: a controller's certificate is not verified (default On)"),
     AP_INIT_TAKE2("TavProperty", setProperty, nullptr, RSRC_CONF,
                   "property of the library instance (webserverName, TrustedProxyEnable, ...) and value"),
     AP_INIT_TAKE1("TavTraceCatalogue", setReadableFile<&HostOptions::catalogue>, nullptr, RSRC_CONF, "file of trace messages"),

@@ -141,6 +141,7 @@ tavhost::HostOptions hostOptions(const LiveOptions &options) {
     tavhost::HostOptions host;
     host.properties = nameValues(options.properties);
     host.groups = {{options.group, options.controllers, nameValues(options.groupProperties), options.wait}};
+    host.transport = options.transport;
     host.socketPath = options.daemon + options.worker;
     host.socketUid = getuid();
     host.traceSpec = options.trace.empty() ? EVENT_TRACE : std::string(EVENT_TRACE) + "," + options.trace;
@@ -155,6 +156,7 @@ LiveInstance::LiveInstance(const LiveOptions &options, EventLog &log) : group_(o
     documentEvent = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (documentEvent < 0) throw Fault("no event descriptor is left");
     EnvCallBacks env = callBacks();
+    tavhost::chooseTransport(env, host, processOf(options));
     tav_ = createInstance(env);
     try {
         tavhost::configureInstance(tav_, host, processOf(options));

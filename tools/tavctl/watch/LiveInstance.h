@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "HostOptions.h"
 #include "watch/EventLog.h"
 
 namespace tavctl {
@@ -18,10 +19,11 @@ struct LiveOptions {
     std::string group = "controller";
     std::vector<std::string> groupProperties; // "NAME=VALUE"
     std::vector<std::string> properties;      // "NAME=VALUE"
-    int wait = 0;                             // s that a poll may be held; 0: the library's default
-    std::string daemon;                       // socket; empty: not the daemon
-    std::string worker;                       // socket; empty: not a worker
-    std::string trace;                        // specification; empty: what the events need
+    tavhost::TransportOptions transport;
+    int wait = 0;       // s that a poll may be held; 0: the library's default
+    std::string daemon; // socket; empty: not the daemon
+    std::string worker; // socket; empty: not a worker
+    std::string trace;  // specification; empty: what the events need
 };
 
 class LiveInstance {
