@@ -104,7 +104,7 @@ int64_t takeComplete(json_t *document, TavConnector *c, const DocumentObserver *
     c->stored->observer = nullptr;
     discard(c->tav, held);
     logUpdated(c);
-    return json_integer_value(json_object_get(document, "version"));
+    return c->vid = json_integer_value(json_object_get(document, "version"));
 }
 
 // ---- deltas ----
@@ -147,16 +147,14 @@ int64_t takeDelta(json_t *document, TavConnector *c, const DocumentObserver *obs
     const Boolean inPlace = !info.resetRoutingInfo && !c->tav->rebuildDue && applyInPlace(document, &info);
     if (!inPlace && !rebuild(c->tav)) return -1;
     if (inPlace) tavBroadcastDocument(c->tav, document, MT_S2C_ROUTING_INFO_DELTA);
-    return json_integer_value(json_object_get(c->json, "version"));
+    return c->vid = json_integer_value(json_object_get(c->json, "version"));
 }
 
 int64_t takeDocument(json_t *document, TavConnector *c, const DocumentObserver *observer) noexcept {
     if (!tavConnectorAddName(c, document)) return -1;
     if (tavIsClientProcess(c->tav)) return tavHandleJsonFromDaemon(c->tav, document, c);
     const bool delta = json_is_true(json_object_get(document, "delta"));
-    const int64_t version = delta ? takeDelta(document, c, observer) : takeComplete(document, c, observer);
-    if (version >= 0) c->vid = version;
-    return version;
+    return delta ? takeDelta(document, c, observer) : takeComplete(document, c, observer);
 }
 
 int64_t takeText(const char *text, TavConnector *c, const DocumentObserver *observer) noexcept {

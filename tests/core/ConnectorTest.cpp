@@ -367,6 +367,50 @@ TEST_F(Connector, RemovingConnectors) {
     EXPECT_EQ(alarms.size(), 1u);
 }
 
+TEST_F(Connector, GroupsComeAndGoWhileTheInstanceRuns) {
+    answer(200, "{\"version\": -1}"); // as good as any other version, but one that cannot be told from a refusal
+    EXPECT_EQ(connector->vid, -1);
+    EXPECT_NE(tavConnectorGetJSON(connector), nullptr);
+    TavConnectorGroup *second = tavConnectorGroupCreate(tav, "second");
+    TavConnector *other = tavConnectorCreate(second, "http://127.0.0.1:2");
+    EXPECT_EQ(tavConnectorGroupStart(second), 0);
+    EXPECT_EQ(tavConnectorGroupStart(second), -1);
+    EXPECT_EQ(tavGetState(tav), STARTING);
+    answer(200, "{\"version\": 1}");
+    EXPECT_EQ(tavGetState(tav), STARTED);
+    EXPECT_EQ(tavConnectorGroupStop(second), 0);
+    EXPECT_EQ(tavConnectorGroupStop(second), -1);
+    EXPECT_EQ(tavGetState(tav), PARTIAL_START);
+    EXPECT_EQ(tavConnectorGetJSON(other), nullptr);
+    EXPECT_EQ(tavConnectorGroupStart(second), 0);
+    tavConnectorGroupDelete(second);
+    EXPECT_EQ(tavFindConnectorGroup(tav, "second"), nullptr);
+    EXPECT_EQ(tavGetState(tav), STARTED);
+    answerNothing(); // late, for a group that is gone
+    // Workers have no controller of their own.
+    tav->processType = ClientProcess;
+    EXPECT_EQ(tavConnectorGroupStop(group), 0);
+    EXPECT_EQ(tavConnectorGroupStart(group), -1);
+    tav->processType = StandaloneProcess;
+    // One that was taken out, running, outlives the instance's end: its polls do nothing any more.
+    EXPECT_EQ(tavConnectorGroupStart(group), 0);
+    tavRemoveConnectorGroup(tav, group);
+    tavObtainRef(tav, "test");
+    tavDestroy(tav);
+    tavDestroy(tav); // there is nothing more to give back
+    const size_t before = sent.size();
+    answer(200, "{\"version\": 2}");
+    fireAll();
+    EXPECT_EQ(sent.size(), before);
+    EXPECT_EQ(tavHandleJsonFromRestService("{\"version\": 2}", connector), -1);
+    EXPECT_EQ(tavConnectorGroupCreate(tav, "late"), nullptr);
+    EXPECT_EQ(tavStart(tav, -1), -1);
+    tavConnectorGroupDelete(group);
+    EXPECT_EQ(tavGetState(tav), DELETED);
+    tavReleaseRef(tav, "test");
+    tav = nullptr;
+}
+
 TEST_F(Connector, NextConnectorTakesTurns) {
     TavConnector *all[] = {connector, tavConnectorCreate(group, "http://127.0.0.1:2"), tavConnectorCreate(group, "http://127.0.0.1:3")};
     TavControlScope control("test");
@@ -413,15 +457,10 @@ TEST_F(Connector, SurvivesEveryFailedAllocation) {
         const size_t firstOfRun = sent.size();
         if (TavConnectorGroup *cg = tavConnectorGroupCreate(tav, "other")) {
             TavConnector *c = tavConnectorCreate(cg, "http://127.0.0.1:5");
-            {
-                TavControlScope control("test");
-                tavConnectorGroupStart(cg);
-            }
+            tavConnectorGroupStart(cg);
             if (sent.size() > firstOfRun) answer(firstOfRun, response(200, "nonsense"));
             if (c) tavConnectorPostRoutingChange(c, "/a", TRUE, TRUE);
             tavSetAllocationGate(nullptr);
-            TavControlScope control("test");
-            tavListFindAndRemove(tav->connectorGroupList, cg);
             tavConnectorGroupDelete(cg);
         }
         tavSetAllocationGate(nullptr);

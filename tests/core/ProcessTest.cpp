@@ -124,13 +124,19 @@ TEST_F(Processes, TheControllerHearsOfTheFirstAndTheLastProcess) {
         TavControlScope control("test");
         EXPECT_NE(tavHashGet(tav->sappMap, "/cell/c/node/n/server/s/serverApplication/app"), nullptr);
     }
+    // A complete document starts anew: what the workers route to by it is told again.
+    give(serverDocument(6, "STARTED"));
+    ASSERT_TRUE(eventually([&] { return routeReports().first == 2; }));
     tavDestroy(first);
     ASSERT_TRUE(eventually([&] { return clients() == 1; }));
     tavDestroy(worker);
     worker = nullptr;
     // Both workers are one process here, so its routes end with the first connection that is lost.
     EXPECT_TRUE(eventually([&] { return clients() == 0 && routeReports().second >= 1; }));
-    EXPECT_EQ(routeReports().first, 1);
+    EXPECT_EQ(routeReports().first, 2);
+    give(serverDocument(7, "STARTED"));
+    TavControlScope control("test");
+    EXPECT_EQ(tavHashGet(tav->sappMap, "/cell/c/node/n/server/s/serverApplication/app"), nullptr);
 }
 
 TEST_F(Processes, AWorkerComesBackToANewDaemon) {
