@@ -144,14 +144,20 @@ int64_t takeDelta(json_t *document, TavConnector *c, const DocumentObserver *obs
     }
     if (!mergeDelta(document, &info)) return -1;
     logUpdated(c);
-    const Boolean inPlace = !info.resetRoutingInfo && !c->tav->rebuildDue && applyInPlace(document, &info);
-    if (!inPlace && !rebuild(c->tav)) return -1;
+    const Boolean rebuilds = info.resetRoutingInfo || c->tav->rebuildDue;
+    const Boolean inPlace = !rebuilds && applyInPlace(document, &info);
+    const DeltaFindings findings(document, c->json, rebuilds ? observer : nullptr);
+    c->stored->observer = findings.observer();
+    const Boolean applied = inPlace || rebuild(c->tav);
+    c->stored->observer = nullptr;
+    if (!applied) return -1;
     if (inPlace) tavBroadcastDocument(c->tav, document, MT_S2C_ROUTING_INFO_DELTA);
     return c->vid = json_integer_value(json_object_get(c->json, "version"));
 }
 
 int64_t takeDocument(json_t *document, TavConnector *c, const DocumentObserver *observer) noexcept {
-    if (!tavConnectorAddName(c, document)) return -1;
+    // A deleted connector is no one's: its group would keep a pointer to it.
+    if (tavConnectorGetState(c) == DELETED || !tavConnectorAddName(c, document)) return -1;
     if (tavIsClientProcess(c->tav)) return tavHandleJsonFromDaemon(c->tav, document, c);
     const bool delta = json_is_true(json_object_get(document, "delta"));
     return delta ? takeDelta(document, c, observer) : takeComplete(document, c, observer);
