@@ -12,8 +12,8 @@
 
 TAV_BEGIN_DECLS
 
-/* Creates a group in state STOPPED and adds it to the instance, which owns it. Borrowed; NULL without memory or name, and once tavDestroy()
- * has begun. The name should be UTF-8: the documents of the group carry it. */
+/* Creates a group in state STOPPED and adds it to the instance, which owns it. Borrowed; NULL without memory, without a name
+ * in UTF-8, and once tavDestroy() has begun. */
 TAV_API TavConnectorGroup *tavConnectorGroupCreate(Tav *tav, const char *name) TAV_NOEXCEPT;
 
 /* Starts polling. Returns 0; -1 from a state other than STOPPED and FAILED, in a worker and in a destroyed instance. What comes of it
@@ -57,7 +57,7 @@ TAV_API void tavConnectorGroupSetEnableAdminTraffic(TavConnectorGroup *cg, Boole
 /* The text that asks the controller for objects and properties; built once, then kept. Borrowed from the group; NULL without memory. */
 TAV_API const char *tavGetInterestSpec(Tav *tav, TavConnectorGroup *cg) TAV_NOEXCEPT;
 
-/* Adds a controller URL ("http://host:port") to the group, which owns the connector. Borrowed; NULL without memory or URL. */
+/* Adds a controller URL ("http://host:port") to the group, which owns the connector. Borrowed; NULL without memory or a URL in UTF-8. */
 TAV_API TavConnector *tavConnectorCreate(TavConnectorGroup *cg, const char *url) TAV_NOEXCEPT;
 TAV_API TavConnector *tavConnectorGroupFindConnector(TavConnectorGroup *cg, const char *url) TAV_NOEXCEPT; /* exact match */
 TAV_API void tavConnectorGroupRemoveConnector(TavConnectorGroup *cg, TavConnector *connector) TAV_NOEXCEPT;

@@ -136,8 +136,14 @@ char *connectorFormat(const char *format, ...) noexcept {
     return text;
 }
 
+bool connectorIsText(const char *text) noexcept {
+    json_t *json = json_string(text);
+    json_decref(json);
+    return json != nullptr;
+}
+
 TavConnectorGroup *tavConnectorGroupCreate(Tav *tav, const char *name) TAV_NOEXCEPT {
-    if (!tav || !name) return nullptr;
+    if (!tav || !connectorIsText(name)) return nullptr;
     ConnectorTavRef ref(tav, "tavConnectorGroupCreate");
     ConnectorControlScope control("tavConnectorGroupCreate");
     TavConnectorGroup *cg = newGroup(tav, name);

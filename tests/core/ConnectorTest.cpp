@@ -339,7 +339,7 @@ TEST_F(Connector, RemovingConnectors) {
     TavConnector *second = tavConnectorCreate(group, "http://127.0.0.1:2");
     EXPECT_EQ(tavConnectorGroupFindConnector(group, "http://127.0.0.1:2"), second);
     EXPECT_EQ(tavConnectorGroupFindConnector(group, "http://127.0.0.1"), nullptr);
-    EXPECT_EQ(tavConnectorCreate(group, nullptr), nullptr);
+    for (const char *url : {static_cast<const char *>(nullptr), "http://\xc3"}) EXPECT_EQ(tavConnectorCreate(group, url), nullptr);
     answer(200, "{\"version\": 1}");
     // The one that polls goes: another carries on. One that does not: nothing changes.
     tavConnectorGroupRemoveConnector(group, connector);
@@ -447,7 +447,7 @@ TEST_F(Connector, Properties) {
     EXPECT_STREQ(json_string_value(json_object_get(state, "state")), "STARTING");
     EXPECT_EQ(json_integer_value(json_object_get(state, "failures")), 1);
     json_decref(dump);
-    EXPECT_EQ(tavConnectorGroupCreate(tav, nullptr), nullptr);
+    for (const char *name : {static_cast<const char *>(nullptr), "g\xff"}) EXPECT_EQ(tavConnectorGroupCreate(tav, name), nullptr);
 }
 
 TEST_F(Connector, SurvivesEveryFailedAllocation) {
