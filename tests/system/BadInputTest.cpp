@@ -9,9 +9,12 @@
 #include "FuzzShop.h"
 
 int fuzz_catalogue(const uint8_t *data, size_t size);
+int fuzz_controlState(const uint8_t *data, size_t size);
 int fuzz_delta(const uint8_t *data, size_t size);
 int fuzz_document(const uint8_t *data, size_t size);
+int fuzz_httpResponse(const uint8_t *data, size_t size);
 int fuzz_names(const uint8_t *data, size_t size);
+int fuzz_pollAnswer(const uint8_t *data, size_t size);
 int fuzz_request(const uint8_t *data, size_t size);
 int fuzz_rule(const uint8_t *data, size_t size);
 int fuzz_traceSpec(const uint8_t *data, size_t size);
@@ -51,10 +54,11 @@ TEST_P(BadInput, CorpusHolds) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Targets, BadInput,
-                         testing::Values(Target{"catalogue", fuzz_catalogue}, Target{"delta", fuzz_delta},
-                                         Target{"document", fuzz_document}, Target{"names", fuzz_names}, Target{"request", fuzz_request},
-                                         Target{"rule", fuzz_rule}, Target{"traceSpec", fuzz_traceSpec},
-                                         Target{"uriPatterns", fuzz_uriPatterns}),
+                         testing::Values(Target{"catalogue", fuzz_catalogue}, Target{"controlState", fuzz_controlState},
+                                         Target{"delta", fuzz_delta}, Target{"document", fuzz_document},
+                                         Target{"httpResponse", fuzz_httpResponse}, Target{"names", fuzz_names},
+                                         Target{"pollAnswer", fuzz_pollAnswer}, Target{"request", fuzz_request}, Target{"rule", fuzz_rule},
+                                         Target{"traceSpec", fuzz_traceSpec}, Target{"uriPatterns", fuzz_uriPatterns}),
                          [](const auto &tested) { return tested.param.name; });
 
 // -1: refused, and the shop is served as before. Otherwise the version that counts; the shop is gone unless the document has it.
