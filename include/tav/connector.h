@@ -2,7 +2,7 @@
  * Connector groups: a controller's REST service and the URLs through which it is reached.
  *
  * A group belongs to the instance it is created for; each URL is a connector. tavStart() polls one connector of each group and moves
- * to the next when it fails.
+ * to the next when it fails. A group that is made while the instance runs is started by tavConnectorGroupStart().
  */
 #ifndef TAV_CONNECTOR_H
 #define TAV_CONNECTOR_H
@@ -12,8 +12,18 @@
 
 TAV_BEGIN_DECLS
 
-/* Creates a group in state STOPPED and adds it to the instance, which owns it. Borrowed; NULL without memory or name. */
+/* Creates a group in state STOPPED and adds it to the instance, which owns it. Borrowed; NULL without memory, without a name
+ * in UTF-8, and once tavDestroy() has begun. */
 TAV_API TavConnectorGroup *tavConnectorGroupCreate(Tav *tav, const char *name) TAV_NOEXCEPT;
+
+/* Starts polling. Returns 0; -1 from a state other than STOPPED and FAILED, in a worker and in a destroyed instance. What comes of it
+ * stands in tavConnectorGroupGetState(). */
+TAV_API int tavConnectorGroupStart(TavConnectorGroup *cg) TAV_NOEXCEPT;
+/* Stops polling and drops the group's documents, whose routes end with them. Returns 0; -1 from a state other than STARTING and STARTED. */
+TAV_API int tavConnectorGroupStop(TavConnectorGroup *cg) TAV_NOEXCEPT;
+/* Stops the group, takes it and its connectors out of the instance and gives them up: neither may be used afterwards. tavDestroy() does
+ * this for the groups that the instance has. NULL is ignored. */
+TAV_API void tavConnectorGroupDelete(TavConnectorGroup *cg) TAV_NOEXCEPT;
 
 /*
  * Sets a property of the group: TRUE when the name (any case) is known.
@@ -47,7 +57,7 @@ TAV_API void tavConnectorGroupSetEnableAdminTraffic(TavConnectorGroup *cg, Boole
 /* The text that asks the controller for objects and properties; built once, then kept. Borrowed from the group; NULL without memory. */
 TAV_API const char *tavGetInterestSpec(Tav *tav, TavConnectorGroup *cg) TAV_NOEXCEPT;
 
-/* Adds a controller URL ("http://host:port") to the group, which owns the connector. Borrowed; NULL without memory or URL. */
+/* Adds a controller URL ("http://host:port") to the group, which owns the connector. Borrowed; NULL without memory or a URL in UTF-8. */
 TAV_API TavConnector *tavConnectorCreate(TavConnectorGroup *cg, const char *url) TAV_NOEXCEPT;
 TAV_API TavConnector *tavConnectorGroupFindConnector(TavConnectorGroup *cg, const char *url) TAV_NOEXCEPT; /* exact match */
 TAV_API void tavConnectorGroupRemoveConnector(TavConnectorGroup *cg, TavConnector *connector) TAV_NOEXCEPT;
@@ -59,7 +69,7 @@ TAV_API TavComponentState tavConnectorGetState(TavConnector *connector) TAV_NOEX
  * Applies a configuration document (full, or a delta by its own "delta" member) as if the connector had received it: the way in for a
  * host with its own transport or a configuration of its own. Takes the control lock; requests keep running.
  * Returns the version that the document brings; -1 when it is not a JSON object, or is a delta without a document to change (the
- * running configuration stays as it was).
+ * running configuration stays as it was). A document that itself says -1 is applied all the same.
  */
 TAV_API long long tavHandleJsonFromRestService(const char *text, TavConnector *connector) TAV_NOEXCEPT;
 

@@ -15,7 +15,8 @@
  *     http.connector.*                  control                         anything of this instance; never `callback` before returning
  *     http.request.*, http.response.*   selector, partition data        anything but plain getters of the same context
  *     targetEndpoint.*                  selector, control, endpoint map anything but the endpoint's accessors
- *     stateChange.*                     control, stop                   tavStart, tavStop, tavDestroy, tavToJSON, tavHttpContextObtain
+ *     stateChange.*                     control, stop                   tavStart, tavStop, tavDestroy, tavToJSON, tavHttpContextObtain,
+ *                                                                       tavConnectorGroupStart, ...Stop, ...Delete
  *     alarm, alarm_ex                   control                         `fn` before returning
  *     trace.printf                      any                             anything but the accessors of trace.h
  */

@@ -136,8 +136,8 @@ TAV_API int tavSetTraceSpec(Tav *tav, const char *spec) TAV_NOEXCEPT;
 
 /* Gives a group that was removed back to the instance. A new group is in it already: adding it again does nothing. */
 TAV_API void tavAddConnectorGroup(Tav *tav, TavConnectorGroup *cg) TAV_NOEXCEPT;
-/* Takes the group out as it is: the instance no longer starts, stops or deletes it. It keeps the instance alive until it is added again
- * and deleted with it. */
+/* Takes the group out as it is: the instance no longer starts, stops or deletes it, nor counts its documents at the next rebuild. Stop it
+ * first. It keeps the instance's memory until tavConnectorGroupDelete(), or until it is added again and deleted with the instance. */
 TAV_API void tavRemoveConnectorGroup(Tav *tav, TavConnectorGroup *cg) TAV_NOEXCEPT;
 TAV_API TavConnectorGroup *tavFindConnectorGroup(Tav *tav, const char *name) TAV_NOEXCEPT; /* borrowed; NULL when absent */
 

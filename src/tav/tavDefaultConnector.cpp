@@ -22,7 +22,7 @@ struct DefaultClient {
     TavHttpClient *client;
     Tav *tav;
     // Guarded by the pool lock:
-    const TavConnector *owner; // not followed; null: it went, the client goes too
+    const TavConnector *owner; // not followed; outlives its requests, and takes its idle clients along
     bool busy;                 // its thread runs
     bool closed;               // closed while it was busy
     bool failed;               // its last request brought no response
@@ -63,7 +63,7 @@ DefaultClient *takeIdle(const TavConnector *owner) noexcept {
 
 // TRUE: the client stays, idle. FALSE: it is the caller's to destroy.
 bool keepIdle(DefaultClient *client) noexcept TAV_REQUIRES(poolLock) {
-    if (client->failed || !client->owner) return false;
+    if (client->failed) return false;
     client->next = idleClients;
     idleClients = client;
     return true;

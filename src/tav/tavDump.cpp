@@ -12,8 +12,11 @@
 json_t *tavConnectorGroupsToJSON(Tav *tav) noexcept {
     json_t *groups = json_object();
     if (!groups) return nullptr;
-    for (TavConnectorGroup *cg : TavListRange<TavConnectorGroup>(tav->connectorGroupList))
-        json_object_set_new(groups, tavConnectorGroupGetName(cg), tavConnectorGroupToJSON(cg));
+    for (TavConnectorGroup *cg : TavListRange<TavConnectorGroup>(tav->connectorGroupList)) {
+        if (json_object_set_new(groups, tavConnectorGroupGetName(cg), tavConnectorGroupToJSON(cg)) == 0) continue;
+        json_decref(groups);
+        return nullptr;
+    }
     return groups;
 }
 

@@ -11,7 +11,8 @@ void tavAddConnectorGroup(Tav *tav, TavConnectorGroup *cg) TAV_NOEXCEPT {
     TR_DEBUG(tav->trCtx, tav->processRec, "tavAddConnectorGroup '%s'\n", tavOrNull(tavConnectorGroupGetName(cg)));
     // A new group adds itself; a host that adds it again must not make the instance delete it twice.
     if (tavListFind(tav->connectorGroupList, cg)) return;
-    // A failed add destroys the group: the list owned it already.
+    // A failed add destroys the group: the list owned it already. So does one that comes too late.
+    if (tav->destroying) return tavConnectorGroupDelete(cg);
     tavListAddTail(tav->connectorGroupList, cg);
 }
 

@@ -117,7 +117,7 @@ void stopGroups(Tav *tav) noexcept {
 } // namespace
 
 int tavStart2(Tav *tav, int timeoutInSecs) noexcept {
-    if (!isStartable(tav)) {
+    if (tav->destroying || !isStartable(tav)) {
         TR_DEBUG(tav->trCtx, tav->processRec, "TAV is not startable; state=%s\n", tavState2String(tav->state));
         return -1;
     }
@@ -184,11 +184,15 @@ void dropSnapshot(Tav *tav, TavRoutingInfo **field) noexcept {
 } // namespace
 
 void tavDestroy2(Tav *tav) noexcept {
+    // The creator's reference is given back once. From here on a start that comes in while this thread waits is refused.
+    if (tav->destroying) return;
+    tav->destroying = true;
     TR_DEBUG(tav->trCtx, tav->processRec, "tavDestroy2: enter");
     tavStop2(tav, "stopping initiated");
     waitForOtherStops(tav);
     stopProcessLoops(tav);
-    while (void *cg = tavListRemoveHead(tav->connectorGroupList)) tavConnectorGroupDelete(static_cast<TavConnectorGroup *>(cg));
+    while (TavListEle *head = tavListGetHead(tav->connectorGroupList))
+        tavConnectorGroupDelete(static_cast<TavConnectorGroup *>(tavListEleGetObject(head)));
     // Its entries hold connectors, and those their groups and the instance.
     tavSappMapDelete(tav->sappMap);
     tav->sappMap = nullptr;

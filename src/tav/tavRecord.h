@@ -90,9 +90,9 @@ struct _Tav {
     TavList *trustedProxyList; // texts; guarded by nameLock
 
     TavLock *endPointRefLock;
-    TavLock *nameLock;            // interned names, trusted proxies, custom property maps
-    TavList *internedNames;       // every distinct name ever set
-    TavHashMap *trustedProxySet;  // the list's texts, for the look-up
+    TavLock *nameLock;           // interned names, trusted proxies, custom property maps
+    TavList *internedNames;      // every distinct name ever set
+    TavHashMap *trustedProxySet; // the list's texts, for the look-up
     std::atomic<Boolean> selectEndpointByVHost;
     std::atomic<int> partitionCount; // entries of the partition table
     bool asyncAwaited;               // tavDestroy waits for the thread; likewise
@@ -104,6 +104,7 @@ struct _Tav {
     bool rebuildDue;     // memory ran out while a delta was applied: the next document builds the snapshot anew; control lock
     int stopsInProgress; // tavStop2 calls that wait with the locks released; control lock
     unsigned stopCount;  // stops and destroys so far: a start that waits sees that it was overtaken; control lock
+    bool destroying;     // tavDestroy2 has begun: nothing starts and no group joins any more; control lock
 };
 
 // ---- control and stop lock ----

@@ -48,7 +48,7 @@ Boolean tavCanRoute(Tav *tav) TAV_NOEXCEPT { return isOneOf(tav, {STARTING, STAR
 
 void tavSetState(Tav *tav, TavComponentState state, const char *reason) noexcept {
     const TavComponentState old = tav->state;
-    if (old == state) return;
+    if (old == state || old == DELETED) return;
     TR_LOG(tav->trCtx, tav->controlStateChangeRec, tavState2String(old), tavState2String(state), reason);
     tav->state = state;
     if (tav->env.stateChange.tav) tav->env.stateChange.tav(tav, state, const_cast<char *>(reason));

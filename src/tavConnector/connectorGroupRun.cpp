@@ -44,7 +44,7 @@ void fireAlarm(Tav *tav, void *obj) noexcept {
     auto *alarm = static_cast<GroupAlarm *>(obj);
     ConnectorTavRef ref(tav, "tavConnectorGroupRunByAlarm");
     ConnectorControlScope control("tavConnectorGroupRunByAlarm");
-    if (alarm->generation == alarm->cg->generation) pollOrRun(alarm);
+    if (alarm->generation == alarm->cg->generation && tavGetState(tav) != DELETED) pollOrRun(alarm);
     deleteAlarm(alarm);
 }
 
@@ -145,7 +145,7 @@ bool connectorGroupSetAlarm(TavConnectorGroup *cg, int milliseconds, TavRestRequ
 }
 
 void tavConnectorGroupRun(TavConnectorGroup *cg) noexcept {
-    if (!cg) return;
+    if (!cg || tavGetState(cg->tav) == DELETED) return;
     tavConnectorGroupObtainRef(cg, "tavConnectorGroupRunWork entry");
     if (TavRestRequest *req = tavRestRequestCreate(RRT_INIT, cg)) {
         req->generation = cg->generation;

@@ -42,6 +42,9 @@ bool connectorMustDefer() noexcept;
 // Text of a format; returns new, null without memory.
 char *connectorFormat(const char *format, ...) noexcept __attribute__((format(printf, 1, 2)));
 
+// Can the text go into documents and dumps? FALSE for null, for bytes that are not UTF-8, and without memory.
+bool connectorIsText(const char *text) noexcept;
+
 // ---- groups; control lock held ----
 // One more connector in a row could not be used: the connector is FAILED for that reason.
 void connectorGroupCountFailure(TavConnectorGroup *cg, TavConnector *c, const char *reason) noexcept;

@@ -17,6 +17,9 @@ bool isPoll(const TavRestRequest *req) noexcept { return req->type == RRT_INIT |
 // Polling has ended or begun anew since.
 bool isStale(const TavRestRequest *req) noexcept { return isPoll(req) && req->generation != req->cg->generation; }
 
+// A group that the host took out of a destroyed instance still waited for this.
+bool hasEnded(Tav *tav) noexcept { return tavGetState(tav) == DELETED; }
+
 void failConnector(TavConnector *c, TavText reason) noexcept {
     tavConnectorSetState(c, FAILED, reason ? reason.get() : "no response was received");
 }
@@ -83,7 +86,7 @@ void failPoll(TavRestRequest *req) noexcept {
 } // namespace
 
 void restRequestAnswer(TavRestRequest *req, TavHttpResponse *response) noexcept {
-    if (!restRequestLeave(req) || isStale(req)) return restRequestAbandon(req, response);
+    if (!restRequestLeave(req) || isStale(req) || hasEnded(req->tav)) return restRequestAbandon(req, response);
     const bool valid = validate(req, response);
     if (!isPoll(req)) return restRequestAbandon(req, response);
     TavConnector *c = req->c;

@@ -91,7 +91,7 @@ void cancelOutstanding(TavConnector *c) noexcept {
 } // namespace
 
 TavConnector *tavConnectorCreate(TavConnectorGroup *cg, const char *url) TAV_NOEXCEPT {
-    if (!cg || !url) return nullptr;
+    if (!cg || !connectorIsText(url)) return nullptr;
     ConnectorControlScope control("tavConnectorCreate");
     TavConnector *c = newConnector(cg, url);
     if (!c) return nullptr;
@@ -196,6 +196,10 @@ json_t *tavConnectorToJSON(TavConnector *c) noexcept {
 json_t *tavConnectorsToJSON(TavConnectorGroup *cg) noexcept {
     json_t *connectors = json_object();
     if (!connectors) return nullptr;
-    for (TavConnector *c : TavListRange<TavConnector>(cg->connectorList)) json_object_set_new(connectors, c->URL, tavConnectorToJSON(c));
+    for (TavConnector *c : TavListRange<TavConnector>(cg->connectorList)) {
+        if (json_object_set_new(connectors, c->URL, tavConnectorToJSON(c)) == 0) continue;
+        json_decref(connectors);
+        return nullptr;
+    }
     return connectors;
 }

@@ -2,8 +2,8 @@
 //
 // The group owns its connectors, the instance its groups. A connector holds a reference on its group and the group one on the instance;
 // tavConnectorGroupDelete breaks the circle. Two layers: the exported forms of tav/connector.h and the ones without a lock word take the
-// control lock; "control lock held" forms expect it. What request threads and the instance's own thread touch (state, processing mark,
-// gathered routes, failures, outstanding requests) is guarded by the connector's own lock, which never calls out.
+// control lock, unless the thread holds it; "control lock held" forms expect it. What request threads and the instance's own thread touch
+// (state, processing mark, gathered routes, failures, outstanding requests) is guarded by the connector's own lock, which never calls out.
 #ifndef TAVCONNECTOR_TAVCONNECTOR_H
 #define TAVCONNECTOR_TAVCONNECTOR_H
 
@@ -117,8 +117,6 @@ struct _TavRestRequest {
 };
 
 // ---- groups (control lock held) ----
-int tavConnectorGroupStart(TavConnectorGroup *cg) noexcept; // -1 when not startable
-int tavConnectorGroupStop(TavConnectorGroup *cg) noexcept;  // -1 when not stoppable
 void tavConnectorGroupRun(TavConnectorGroup *cg) noexcept;
 void tavConnectorGroupRunByAlarm(void *alarm) noexcept; // takes the control lock
 // Ends the pending alarm of a group that cannot be stopped (a failed one), without a change of state. A polling group is left alone.
@@ -132,7 +130,6 @@ void tavConnectorGroupSetState(TavConnectorGroup *cg, TavComponentState state, c
 json_t *tavConnectorGroupToJSON(TavConnectorGroup *cg) noexcept; // returns new
 void tavConnectorGroupObtainRef(TavConnectorGroup *cg, const char *reason) noexcept;
 void tavConnectorGroupReleaseRef(TavConnectorGroup *cg, const char *reason) noexcept;
-void tavConnectorGroupDelete(TavConnectorGroup *cg) noexcept; // stops, deletes the connectors, gives the creator's reference back
 
 // ---- connectors ----
 void tavConnectorObtainRef(TavConnector *c, const char *reason) noexcept; // any thread

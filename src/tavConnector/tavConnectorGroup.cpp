@@ -136,8 +136,14 @@ char *connectorFormat(const char *format, ...) noexcept {
     return text;
 }
 
+bool connectorIsText(const char *text) noexcept {
+    json_t *json = json_string(text);
+    json_decref(json);
+    return json != nullptr;
+}
+
 TavConnectorGroup *tavConnectorGroupCreate(Tav *tav, const char *name) TAV_NOEXCEPT {
-    if (!tav || !name) return nullptr;
+    if (!tav || !connectorIsText(name)) return nullptr;
     ConnectorTavRef ref(tav, "tavConnectorGroupCreate");
     ConnectorControlScope control("tavConnectorGroupCreate");
     TavConnectorGroup *cg = newGroup(tav, name);
@@ -163,11 +169,18 @@ void tavConnectorGroupReleaseRef(TavConnectorGroup *cg, const char *reason) noex
     if (--cg->refcnt < 1) freeGroup(cg);
 }
 
-void tavConnectorGroupDelete(TavConnectorGroup *cg) noexcept {
-    if (!cg || cg->state == DELETED) return;
-    tavConnectorGroupStop(cg);
+void tavConnectorGroupDelete(TavConnectorGroup *cg) TAV_NOEXCEPT {
+    if (!cg) return;
+    ConnectorTavRef ref(cg->tav, "tavConnectorGroupDelete");
+    ConnectorControlScope control("tavConnectorGroupDelete");
+    if (cg->state == DELETED) return;
+    const bool serves = tavConnectorGetJSON(cg->curConnector) != nullptr;
+    const bool stopped = tavConnectorGroupStop(cg) == 0;
+    tavRemoveConnectorGroup(cg->tav, cg);
     ++cg->generation;
     while (TavListEle *head = tavListGetHead(cg->connectorList)) tavConnectorDelete(static_cast<TavConnector *>(tavListEleGetObject(head)));
+    // A failed group cannot be stopped, but what it brought is still being routed.
+    if (serves && !stopped) tavResetRoutingInfo(cg->tav);
     tavConnectorGroupSetState(cg, DELETED, "connector group deleted");
     tavConnectorGroupReleaseRef(cg, "connector group deleted");
 }
@@ -275,8 +288,13 @@ void tavConnectorGroupSetState(TavConnectorGroup *cg, TavComponentState state, c
     tavUpdateControlState(cg->tav, -1);
 }
 
-int tavConnectorGroupStart(TavConnectorGroup *cg) noexcept {
-    if (cg->state != STOPPED && cg->state != FAILED) {
+int tavConnectorGroupStart(TavConnectorGroup *cg) TAV_NOEXCEPT {
+    if (!cg) return -1;
+    ConnectorTavRef ref(cg->tav, "tavConnectorGroupStart");
+    ConnectorControlScope control("tavConnectorGroupStart");
+    // A worker is fed by its daemon.
+    const bool hasController = !tavIsClientProcess(cg->tav) && tavGetState(cg->tav) != DELETED;
+    if (!hasController || (cg->state != STOPPED && cg->state != FAILED)) {
         TR_DEBUG(cg->trCtx, cg->debugCtl, "TAV connector group %s is not startable; state is %s\n", cg->name, tavState2String(cg->state));
         return -1;
     }
@@ -288,7 +306,10 @@ int tavConnectorGroupStart(TavConnectorGroup *cg) noexcept {
     return 0;
 }
 
-int tavConnectorGroupStop(TavConnectorGroup *cg) noexcept {
+int tavConnectorGroupStop(TavConnectorGroup *cg) TAV_NOEXCEPT {
+    if (!cg) return -1;
+    ConnectorTavRef ref(cg->tav, "tavConnectorGroupStop");
+    ConnectorControlScope control("tavConnectorGroupStop");
     if (!isStoppable(cg)) return -1;
     ++cg->generation;
     tavConnectorGroupSetState(cg, STOPPING, "stopping");

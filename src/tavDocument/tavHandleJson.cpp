@@ -14,7 +14,6 @@
 #include "tavHealthMonitor/tavHealthMonitor.h"
 #include "tavJsonWalk.h"
 #include "tavProcess/tavIpc.h"
-#include "tavProcess/tavSapp.h"
 #include "tavStoredDocument.h"
 #include "tavUtil/tavMemory.h"
 #include "tr/tr.h"
@@ -57,17 +56,9 @@ void makeCurrent(TavConnector *c) noexcept {
     if (!cg->curConnector || tavConnectorGroupIsStopped(cg)) cg->curConnector = c;
 }
 
-// What workers report anew from the new snapshot, the controller hears anew. One connector of a group is in use at a time: its document
-// stands for the whole group.
-void forgetRoutes(const TavConnector *c) noexcept {
-    for (TavConnector *each : TavListRange<TavConnector>(c->cg->connectorList)) c2sResetInfo(c->tav, each);
-}
-
-Boolean rebuild(const TavConnector *c) noexcept {
-    Tav *tav = c->tav;
+Boolean rebuild(Tav *tav) noexcept {
     hmResetInfo(tav);
     tav->rebuildDue = !tavResetRoutingInfo(tav);
-    if (!tav->rebuildDue) forgetRoutes(c);
     return !tav->rebuildDue;
 }
 
@@ -105,7 +96,7 @@ int64_t takeComplete(json_t *document, TavConnector *c, const DocumentObserver *
     held = exchange(c, held); // the index reads the connector's rest version
     c->stored = tavStoredDocumentCreate(document, c, observer);
     makeCurrent(c);
-    if (!c->stored || !rebuild(c)) {
+    if (!c->stored || !rebuild(c->tav)) {
         const HeldDocument refused = exchange(c, held);
         tavStoredDocumentDelete(refused.stored);
         json_decref(refused.json); // the caller holds it too
@@ -114,7 +105,7 @@ int64_t takeComplete(json_t *document, TavConnector *c, const DocumentObserver *
     c->stored->observer = nullptr;
     discard(c->tav, held);
     logUpdated(c);
-    return json_integer_value(json_object_get(document, "version"));
+    return c->vid = json_integer_value(json_object_get(document, "version"));
 }
 
 // ---- deltas ----
@@ -155,19 +146,23 @@ int64_t takeDelta(json_t *document, TavConnector *c, const DocumentObserver *obs
     }
     if (!mergeDelta(document, &info)) return -1;
     logUpdated(c);
-    const Boolean inPlace = !info.resetRoutingInfo && !c->tav->rebuildDue && applyInPlace(document, &info);
-    if (!inPlace && !rebuild(c)) return -1;
+    const Boolean rebuilds = info.resetRoutingInfo || c->tav->rebuildDue;
+    const Boolean inPlace = !rebuilds && applyInPlace(document, &info);
+    const DeltaFindings findings(document, c->json, rebuilds ? observer : nullptr);
+    c->stored->observer = findings.observer();
+    const Boolean applied = inPlace || rebuild(c->tav);
+    c->stored->observer = nullptr;
+    if (!applied) return -1;
     if (inPlace) tavBroadcastDocument(c->tav, document, MT_S2C_ROUTING_INFO_DELTA);
-    return json_integer_value(json_object_get(c->json, "version"));
+    return c->vid = json_integer_value(json_object_get(c->json, "version"));
 }
 
 int64_t takeDocument(json_t *document, TavConnector *c, const DocumentObserver *observer) noexcept {
-    if (!tavConnectorAddName(c, document)) return -1;
+    // A deleted connector is no one's: its group would keep a pointer to it.
+    if (tavConnectorGetState(c) == DELETED || !tavConnectorAddName(c, document)) return -1;
     if (tavIsClientProcess(c->tav)) return tavHandleJsonFromDaemon(c->tav, document, c);
     const bool delta = json_is_true(json_object_get(document, "delta"));
-    const int64_t version = delta ? takeDelta(document, c, observer) : takeComplete(document, c, observer);
-    if (version >= 0) c->vid = version;
-    return version;
+    return delta ? takeDelta(document, c, observer) : takeComplete(document, c, observer);
 }
 
 int64_t takeText(const char *text, TavConnector *c, const DocumentObserver *observer) noexcept {

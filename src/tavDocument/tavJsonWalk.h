@@ -60,6 +60,23 @@ private:
     DocumentPath frame_;
 };
 
+// Hears of a replay of the stored document and tells `observer` which of the refused properties a delta has brought.
+class DeltaFindings {
+public:
+    // All borrowed for the object's life.
+    DeltaFindings(json_t *delta, json_t *stored, const DocumentObserver *observer) noexcept;
+    const DocumentObserver *observer() const noexcept { return observer_ && observer_->finding ? &own_ : nullptr; }
+
+private:
+    static void hear(void *passback, const char *jsonPath, const char *kind, const char *text) noexcept;
+    void tell(const char *jsonPath, const char *text) const noexcept;
+
+    json_t *delta_;
+    json_t *stored_;
+    const DocumentObserver *observer_;
+    DocumentObserver own_;
+};
+
 // Are uri values written without escapes in this document?
 inline bool documentHasUnescapedUris(const ParseInfo *info) noexcept { return info->c->restVersion < 0; }
 // The one type that may be added again.

@@ -85,7 +85,10 @@ bool indexObject(TavStoredDocument *stored, StoredObject *object, json_t *entry,
 StoredObject *indexEntry(const EntryView *entry, const WalkLevel *above, ParseInfo *info) noexcept {
     TavStoredDocument *stored = info->stored;
     const ObjectName name = objectNameScan(entry->name, documentHasUnescapedUris(info));
-    if (StoredObject *existing = findByName(stored, &name)) return existing;
+    if (StoredObject *existing = findByName(stored, &name)) {
+        existing->repeated = TRUE;
+        return existing;
+    }
     StoredObject *parent = findParent(stored, &name, above);
     if (!parentIsFit(entry, &name, parent, info)) return nullptr;
     StoredObject *object = newObject(stored, &name, entry->handler);
@@ -245,7 +248,12 @@ void closeUp(TavStoredDocument *stored, json_t *array, uint32_t *holes) noexcept
 void removeEntry(TavStoredDocument *stored, const StoredObject *object) noexcept {
     json_t *owner = object->holder ? object->holder->entry : json_object_get(stored->document, "add");
     if (!object->array) {
-        json_object_del(owner, "objects");
+        // What stands alone below a later entry of its holder's name is emptied where it is.
+        if (json_object_get(owner, "objects") == object->entry) {
+            json_object_del(owner, "objects");
+        } else {
+            json_object_clear(object->entry);
+        }
         return;
     }
     uint32_t *holes = object->holder ? &object->holder->holes : &stored->holes;
@@ -278,21 +286,48 @@ bool gatherPairs(const StoredObject *object, ParseInfo *info) noexcept {
                           [info](const StoredObject *below) { return below->link ? true : gatherPairs(below, info); });
 }
 
-// With everything that goes with it, children first. What stands below its entry without going with its object goes from the document only:
-// then the snapshot is built again.
-void removeObject(StoredObject *object, ParseInfo *info) noexcept {
-    TavStoredDocument *stored = info->stored;
-    while (object->firstChild) removeObject(object->firstChild, info);
-    forEachIndexed(stored, json_object_get(object->entry, "objects"), [info](StoredObject *below) {
+void removeObject(StoredObject *object, ParseInfo *info) noexcept;
+
+// What stands below an entry without going with its object goes from the document only: then the snapshot is built again.
+void removeBelow(json_t *entry, ParseInfo *info) noexcept {
+    forEachIndexed(info->stored, json_object_get(entry, "objects"), [info](StoredObject *below) {
         info->resetRoutingInfo = TRUE;
         removeObject(below, info);
         return true;
     });
+}
+
+// With everything that goes with it, children first.
+void removeObject(StoredObject *object, ParseInfo *info) noexcept {
+    TavStoredDocument *stored = info->stored;
+    while (object->firstChild) removeObject(object->firstChild, info);
+    removeBelow(object->entry, info);
     storedDocumentDropPairs(stored, object->name);
     unlinkFromParent(object);
     const StoredObject gone = *object;
     stored->objects.remove(object);
     removeEntry(stored, &gone);
+}
+
+// Takes the later entries of the object's name out of `json`, an array of entries or something that has "objects". Else a rebuild would
+// bring back, from one of them, what has been deleted.
+void dropRepeats(json_t *json, const StoredObject *object, ParseInfo *info) noexcept {
+    const auto isRepeat = [object](json_t *entry) { return tavStrEquals(json_string_value(json_object_get(entry, "name")), object->name); };
+    for (size_t i = json_array_size(json); i-- > 0;) {
+        json_t *element = json_array_get(json, i);
+        if (element == object->entry) continue;
+        if (isRepeat(element)) {
+            removeBelow(element, info);
+            json_array_set_new(json, i, json_null());
+        } else {
+            dropRepeats(element, object, info);
+        }
+    }
+    json_t *objects = json_object_get(json, "objects");
+    if (!objects || objects == object->entry) return;
+    if (!isRepeat(objects)) return dropRepeats(objects, object, info);
+    removeBelow(objects, info);
+    json_object_del(json, "objects");
 }
 
 void deltaDel(const EntryView *entry, ParseInfo *info) noexcept {
@@ -308,6 +343,7 @@ void deltaDel(const EntryView *entry, ParseInfo *info) noexcept {
         info->failed = TRUE;
         return;
     }
+    if (object->repeated) dropRepeats(json_object_get(info->stored->document, "add"), object, info);
     removeObject(object, info);
     DOC_DEBUG(info, "deltaObjects: deleted %s\n", entry->name);
 }

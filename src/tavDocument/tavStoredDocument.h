@@ -26,6 +26,7 @@ struct StoredObject {
     StoredObject *next;
     StoredObject **link; // what points to this one among its siblings; null: none
     uint32_t holes;      // nulls among its "objects"
+    Boolean repeated;    // later entries of the complete document have the same name: the snapshot refuses them
 };
 
 typedef struct StoredPair {

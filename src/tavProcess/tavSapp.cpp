@@ -114,3 +114,11 @@ void c2sResetInfo(Tav *tav, TavConnector *connector) noexcept {
         tavRoutingSappDestroy(entry);
     }
 }
+
+void c2sResetAllInfo(Tav *tav) noexcept {
+    const auto first = [tav]() -> TavRoutingSapp * {
+        for (auto [name, entry] : TavHashRange<TavRoutingSapp>(tav->sappMap)) return entry;
+        return nullptr;
+    };
+    while (TavRoutingSapp *entry = first()) c2sResetInfo(tav, entry->connector);
+}

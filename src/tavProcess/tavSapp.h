@@ -26,5 +26,8 @@ void sappMapProcessing(Tav *tav, json_t *names, int pid, TavConnector *connector
 void c2sClientProcessCleanup(Tav *tav, int pid) noexcept;
 // Forgets everything that was registered through the connector.
 void c2sResetInfo(Tav *tav, TavConnector *connector) noexcept;
+// The same for every connector: with the snapshot all their routing information has been replaced. The workers report anew what they route
+// to by their next snapshot.
+void c2sResetAllInfo(Tav *tav) noexcept;
 
 #endif

@@ -11,6 +11,7 @@
 #include "tavObjects/tavHandlers.h"
 #include "tavObjects/tavObjectMap.h"
 #include "tavProcess/tavIpc.h"
+#include "tavProcess/tavSapp.h"
 #include "tavRequestMapper/tavRequestMapper.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavURLMatcher/tavURLMatcher.h"
@@ -80,7 +81,12 @@ void tavRoutingInfoPublish(TavRoutingInfo *ri) noexcept {
 Boolean tavSwitchToNewRoutingInfo(Tav *tav, TavRoutingInfo *ri) noexcept {
     if (!ri) return FALSE;
     SNAPSHOT_DEBUG(tav, "tavSwitchToNewRoutingInfo: enter - newRoutingInfo=%p\n", static_cast<void *>(ri));
-    if (!tavTraceRulesActivate(ri)) {
+    const auto instanceEnded = [tav] {
+        TavLockGuard guard(tav->routingInfoLock, "tavSwitchToNewRoutingInfo");
+        return !tav->routingInfo;
+    };
+    // A snapshot that came after the last one was dropped would keep the instance for ever.
+    if (instanceEnded() || !tavTraceRulesActivate(ri)) {
         tavRoutingInfoRelease(ri);
         return FALSE;
     }
@@ -100,7 +106,11 @@ Boolean tavSwitchToNewRoutingInfo(Tav *tav, TavRoutingInfo *ri) noexcept {
     return TRUE;
 }
 
-Boolean tavResetRoutingInfo(Tav *tav) noexcept { return tavSwitchToNewRoutingInfo(tav, tavCreateAndPopulateNewRoutingInfo(tav)); }
+Boolean tavResetRoutingInfo(Tav *tav) noexcept {
+    if (!tavSwitchToNewRoutingInfo(tav, tavCreateAndPopulateNewRoutingInfo(tav))) return FALSE;
+    c2sResetAllInfo(tav);
+    return TRUE;
+}
 
 TavRoutingInfo *tavRoutingInfoObtain(Tav *tav) noexcept {
     if (!tav) return nullptr;

@@ -339,7 +339,7 @@ TEST_F(Connector, RemovingConnectors) {
     TavConnector *second = tavConnectorCreate(group, "http://127.0.0.1:2");
     EXPECT_EQ(tavConnectorGroupFindConnector(group, "http://127.0.0.1:2"), second);
     EXPECT_EQ(tavConnectorGroupFindConnector(group, "http://127.0.0.1"), nullptr);
-    EXPECT_EQ(tavConnectorCreate(group, nullptr), nullptr);
+    for (const char *url : {static_cast<const char *>(nullptr), "http://\xc3"}) EXPECT_EQ(tavConnectorCreate(group, url), nullptr);
     answer(200, "{\"version\": 1}");
     // The one that polls goes: another carries on. One that does not: nothing changes.
     tavConnectorGroupRemoveConnector(group, connector);
@@ -365,6 +365,50 @@ TEST_F(Connector, RemovingConnectors) {
     tavConnectorGroupRemoveConnector(group, connector);
     EXPECT_EQ(tavConnectorGroupGetState(group), FAILED);
     EXPECT_EQ(alarms.size(), 1u);
+}
+
+TEST_F(Connector, GroupsComeAndGoWhileTheInstanceRuns) {
+    answer(200, "{\"version\": -1}"); // as good as any other version, but one that cannot be told from a refusal
+    EXPECT_EQ(connector->vid, -1);
+    EXPECT_NE(tavConnectorGetJSON(connector), nullptr);
+    TavConnectorGroup *second = tavConnectorGroupCreate(tav, "second");
+    TavConnector *other = tavConnectorCreate(second, "http://127.0.0.1:2");
+    EXPECT_EQ(tavConnectorGroupStart(second), 0);
+    EXPECT_EQ(tavConnectorGroupStart(second), -1);
+    EXPECT_EQ(tavGetState(tav), STARTING);
+    answer(200, "{\"version\": 1}");
+    EXPECT_EQ(tavGetState(tav), STARTED);
+    EXPECT_EQ(tavConnectorGroupStop(second), 0);
+    EXPECT_EQ(tavConnectorGroupStop(second), -1);
+    EXPECT_EQ(tavGetState(tav), PARTIAL_START);
+    EXPECT_EQ(tavConnectorGetJSON(other), nullptr);
+    EXPECT_EQ(tavConnectorGroupStart(second), 0);
+    tavConnectorGroupDelete(second);
+    EXPECT_EQ(tavFindConnectorGroup(tav, "second"), nullptr);
+    EXPECT_EQ(tavGetState(tav), STARTED);
+    answerNothing(); // late, for a group that is gone
+    // Workers have no controller of their own.
+    tav->processType = ClientProcess;
+    EXPECT_EQ(tavConnectorGroupStop(group), 0);
+    EXPECT_EQ(tavConnectorGroupStart(group), -1);
+    tav->processType = StandaloneProcess;
+    // One that was taken out, running, outlives the instance's end: its polls do nothing any more.
+    EXPECT_EQ(tavConnectorGroupStart(group), 0);
+    tavRemoveConnectorGroup(tav, group);
+    tavObtainRef(tav, "test");
+    tavDestroy(tav);
+    tavDestroy(tav); // there is nothing more to give back
+    const size_t before = sent.size();
+    answer(200, "{\"version\": 2}");
+    fireAll();
+    EXPECT_EQ(sent.size(), before);
+    EXPECT_EQ(tavHandleJsonFromRestService("{\"version\": 2}", connector), -1);
+    EXPECT_EQ(tavConnectorGroupCreate(tav, "late"), nullptr);
+    EXPECT_EQ(tavStart(tav, -1), -1);
+    tavConnectorGroupDelete(group);
+    EXPECT_EQ(tavGetState(tav), DELETED);
+    tavReleaseRef(tav, "test");
+    tav = nullptr;
 }
 
 TEST_F(Connector, NextConnectorTakesTurns) {
@@ -403,7 +447,7 @@ TEST_F(Connector, Properties) {
     EXPECT_STREQ(json_string_value(json_object_get(state, "state")), "STARTING");
     EXPECT_EQ(json_integer_value(json_object_get(state, "failures")), 1);
     json_decref(dump);
-    EXPECT_EQ(tavConnectorGroupCreate(tav, nullptr), nullptr);
+    for (const char *name : {static_cast<const char *>(nullptr), "g\xff"}) EXPECT_EQ(tavConnectorGroupCreate(tav, name), nullptr);
 }
 
 TEST_F(Connector, SurvivesEveryFailedAllocation) {
@@ -413,15 +457,10 @@ TEST_F(Connector, SurvivesEveryFailedAllocation) {
         const size_t firstOfRun = sent.size();
         if (TavConnectorGroup *cg = tavConnectorGroupCreate(tav, "other")) {
             TavConnector *c = tavConnectorCreate(cg, "http://127.0.0.1:5");
-            {
-                TavControlScope control("test");
-                tavConnectorGroupStart(cg);
-            }
+            tavConnectorGroupStart(cg);
             if (sent.size() > firstOfRun) answer(firstOfRun, response(200, "nonsense"));
             if (c) tavConnectorPostRoutingChange(c, "/a", TRUE, TRUE);
             tavSetAllocationGate(nullptr);
-            TavControlScope control("test");
-            tavListFindAndRemove(tav->connectorGroupList, cg);
             tavConnectorGroupDelete(cg);
         }
         tavSetAllocationGate(nullptr);

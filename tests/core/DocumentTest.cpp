@@ -596,6 +596,53 @@ TEST_F(Document, TheConnectorThatADocumentNames) {
     EXPECT_EQ(tavFindConnectorFromJson(tav, nullptr), nullptr);
 }
 
+// An entry whose name came before is refused, its children are not; deleting the object takes all of it along.
+TEST_F(Document, NamesThatAreGivenTwice) {
+    ASSERT_EQ(give(quoted("{'version': 6, 'restVersion': 1, 'add': {'objects': ["
+                          "{'name': '/cell/c', 'type': 'cell', 'objects': [{'name': '/cell/c/node/n1', 'type': 'node'},"
+                          "{'name': '/cell/c/cluster/k', 'type': 'cluster'}]},"
+                          "{'name': '/cell/c', 'type': 'cell', 'objects': {'name': '/cell/c/node/n1', 'type': 'node', 'objects':"
+                          "{'name': '/cell/c/node/n1/server/s1', 'type': 'server', 'props': {'weight': 1}}}},"
+                          "{'name': '/cell/c/cluster/k', 'type': 'cluster'}]}}")),
+              6);
+    EXPECT_NE(object(S1), nullptr);
+    expectSameAsRebuild();
+    EXPECT_EQ(give(delta(7, "'del': {'objects': [{'name': '/cell/c/node/n1/server/s1', 'type': 'server'}]}")), 7);
+    EXPECT_NE(object("/cell/c/node/n1"), nullptr);
+    EXPECT_NE(object("/cell/c/cluster/k"), nullptr);
+    expectSameAsRebuild();
+    EXPECT_EQ(give(delta(8,
+                         "'del': {'objects': [{'name': '/cell/c/cluster/k', 'type': 'cluster'},"
+                         "{'name': '/cell/c/node/n1', 'type': 'node'}]}")),
+              8);
+    EXPECT_THAT(storedText(), Not(HasSubstr("cluster/k")));
+    EXPECT_THAT(storedText(), Not(HasSubstr("node/n1")));
+    expectSameAsRebuild();
+    EXPECT_EQ(object("/cell/c/cluster/k"), nullptr);
+}
+
+// What a delta with a rebuild brings that is not taken is told at its place in the delta, and nothing else.
+TEST_F(Document, ARebuildTellsOfTheDeltasProperties) {
+    EXPECT_EQ(give(delta(6, "'set': {'objects': [{'name': '/cell/c/node/n1/server/s1', 'type': 'server', 'props': {'old': 1.5}}]}")), 6);
+    std::vector<std::string> findings;
+    const DocumentObserver observer{
+        [](void *passback, const char *path, const char *kind, const char *text) {
+            static_cast<std::vector<std::string> *>(passback)->push_back(std::string(path) + " " + kind + " " + text);
+        },
+        &findings};
+    const std::string text = delta(
+        7,
+        "'add': {'objects': [{'name': '/cell/c', 'type': 'cell', 'objects': [{'name': '/cell/c/application/new', 'type': 'application',"
+        "'props': {'a/b~': 1.5, 'edition': '1'}}]}]}, 'set': {'objects': {'name': '/cell/c/node/n1/server/s1', 'type': 'server',"
+        "'props': {'new': null, 'none': 2.5}}}");
+    EXPECT_EQ(tavHandleJsonObserved(text.c_str(), connector, &observer), 7);
+    EXPECT_THAT(findings,
+                testing::IsSupersetOf(
+                    {"/add/objects/0/objects/0/props/a~1b~0 property unknown type for property a/b~ on object /cell/c/application/new",
+                     "/set/objects/props/none property unknown type for property none on object /cell/c/node/n1/server/s1"}));
+    EXPECT_THAT(findings, testing::Not(testing::Contains(HasSubstr("property old"))));
+}
+
 // Each connector group adds its own document to the snapshot.
 TEST_F(Document, GroupsShareASnapshot) {
     TavConnectorGroup *other = tavConnectorGroupCreate(tav, "other");

@@ -60,7 +60,7 @@ protected:
         alarmFiresInside = false;
         onConnectorState = nullptr;
         tavStop(tav);
-        while (!alarms.empty()) fire();
+        fireAll();
         for (const Sent &request : sent) {
             if (!request.answered) pending().push_back({request.callback, request.passback, "", "", ""});
         }
@@ -114,6 +114,10 @@ protected:
         const Alarm alarm = alarms.back();
         alarms.pop_back();
         alarm.fn(alarm.arg);
+    }
+
+    void fireAll() {
+        while (!alarms.empty()) fire();
     }
 
     // Waits until the instance's own thread has done what was queued before, and what that queued. Returns the blocks in use then.

@@ -10,11 +10,14 @@
 #include "FuzzShop.h"
 
 int fuzz_catalogue(const uint8_t *data, size_t size);
+int fuzz_controlState(const uint8_t *data, size_t size);
 int fuzz_daemonFrames(const uint8_t *data, size_t size);
 int fuzz_delta(const uint8_t *data, size_t size);
 int fuzz_document(const uint8_t *data, size_t size);
 int fuzz_healthBlock(const uint8_t *data, size_t size);
+int fuzz_httpResponse(const uint8_t *data, size_t size);
 int fuzz_names(const uint8_t *data, size_t size);
+int fuzz_pollAnswer(const uint8_t *data, size_t size);
 int fuzz_request(const uint8_t *data, size_t size);
 int fuzz_rule(const uint8_t *data, size_t size);
 int fuzz_traceSpec(const uint8_t *data, size_t size);
@@ -55,11 +58,13 @@ TEST_P(BadInput, CorpusHolds) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Targets, BadInput,
-                         testing::Values(Target{"catalogue", fuzz_catalogue}, Target{"delta", fuzz_delta},
-                                         Target{"document", fuzz_document}, Target{"names", fuzz_names}, Target{"request", fuzz_request},
-                                         Target{"rule", fuzz_rule}, Target{"traceSpec", fuzz_traceSpec},
-                                         Target{"uriPatterns", fuzz_uriPatterns}, Target{"daemonFrames", fuzz_daemonFrames},
-                                         Target{"healthBlock", fuzz_healthBlock}, Target{"workerFrames", fuzz_workerFrames}),
+                         testing::Values(Target{"catalogue", fuzz_catalogue}, Target{"controlState", fuzz_controlState},
+                                         Target{"daemonFrames", fuzz_daemonFrames}, Target{"delta", fuzz_delta},
+                                         Target{"document", fuzz_document}, Target{"healthBlock", fuzz_healthBlock},
+                                         Target{"httpResponse", fuzz_httpResponse}, Target{"names", fuzz_names},
+                                         Target{"pollAnswer", fuzz_pollAnswer}, Target{"request", fuzz_request}, Target{"rule", fuzz_rule},
+                                         Target{"traceSpec", fuzz_traceSpec}, Target{"uriPatterns", fuzz_uriPatterns},
+                                         Target{"workerFrames", fuzz_workerFrames}),
                          [](const auto &tested) { return tested.param.name; });
 
 // Refused (-1), and the shop is served as before; or taken, and the version counts: the shop is gone unless the document has it.

@@ -116,9 +116,38 @@ void systemAnswerReports() {
     }
 }
 
+int systemPolls() {
+    const std::lock_guard<std::mutex> guard(mutex);
+    int polls = 0;
+    for (size_t i = 0; i < pendingCount; i++) polls += !pending[i].report;
+    return polls;
+}
+
+bool systemAnswerPoll(int code, const std::string &body) {
+    Pending poll{};
+    {
+        const std::lock_guard<std::mutex> guard(mutex);
+        size_t i = 0;
+        while (i < pendingCount && pending[i].report) i++;
+        if (i == pendingCount) return false;
+        poll = pending[i];
+        pending[i] = pending[--pendingCount];
+    }
+    std::string copy = body;
+    TavHttpResponse response{};
+    response.responseCode = code;
+    response.body = copy.data();
+    poll.callback(&response, poll.passback);
+    return true;
+}
+
 void systemAnswerNone() {
     for (std::vector<Pending> taken; !(taken = takePending(false)).empty();)
         for (const Pending &each : taken) each.callback(nullptr, each.passback);
+    systemRing();
+}
+
+void systemRing() {
     std::vector<Alarm> ringing;
     {
         const std::lock_guard<std::mutex> guard(mutex);

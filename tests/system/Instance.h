@@ -13,6 +13,11 @@
 EnvCallBacks systemCallBacks();
 // Answers every request that the transport holds and is not a poll: a report of routes or health is taken (status 200).
 void systemAnswerReports();
+// Answers the poll that the transport holds; FALSE when there is none. How many polls it holds.
+bool systemAnswerPoll(int code, const std::string &body);
+int systemPolls();
+// Lets the alarms ring that were set by now.
+void systemRing();
 // Tells everyone who still waits for an answer that there is none, and lets the alarms ring that were set by then.
 void systemAnswerNone();
 // Host endpoint objects that were made and not yet deleted.

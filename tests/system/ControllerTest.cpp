@@ -1,0 +1,271 @@
+// A running instance with the built-in transport against a controller that does everything wrong: requests are routed by the last good
+// snapshot throughout, the states are those that the host is told, and the next good answer heals everything.
+#include <gmock/gmock.h>
+
+#include <array>
+#include <atomic>
+#include <mutex>
+
+#include "system/HeldController.h"
+#include "system/Instance.h"
+#include "system/Shop.h"
+#include "tavUtil/tavMemory.h"
+#include "tr/tr.h"
+
+namespace {
+
+enum How { SENDS, SENDS_AND_CLOSES, RESETS, DRIPS };
+enum Outcome {
+    NO_RESPONSE, // the next connector
+    BAD_CODE,    // likewise
+    UNUSABLE,    // the same one again, after a pause
+    TAKEN
+};
+
+const std::string kOk = "HTTP/1.1 200 OK\r\n";
+std::string counted(const std::string &body) { return HeldController::counted(body); }
+std::string chunked(const std::string &rest) { return kOk + "Transfer-Encoding: chunked\r\n\r\n" + rest; }
+std::string delta(const char *version) { return std::string("{\"version\": ") + version + ", \"restVersion\": 1, \"delta\": true}"; }
+
+const struct Row {
+    const char *name;
+    How how;
+    std::string text;
+    Outcome outcome;
+    const char *version = nullptr; // that the next poll asks with
+} ROWS[] = {
+    {"reset", RESETS, "", NO_RESPONSE},
+    {"closed", SENDS_AND_CLOSES, "", NO_RESPONSE},
+    {"half a head", SENDS_AND_CLOSES, kOk + "Content-Le", NO_RESPONSE},
+    {"a head without an end", SENDS_AND_CLOSES, kOk + "X: " + std::string(3000, 'x'), NO_RESPONSE},
+    {"half a body", SENDS_AND_CLOSES, kOk + "Content-Length: 50\r\n\r\n{\"version\": 9", NO_RESPONSE},
+    {"no length", SENDS, kOk + "\r\n" + delta("9"), NO_RESPONSE},
+    {"oversize", SENDS, kOk + "Content-Length: 1073741825\r\n\r\n", NO_RESPONSE},
+    {"negative chunk", SENDS, chunked("-5\r\nhello\r\n0\r\n\r\n"), NO_RESPONSE},
+    {"oversize chunk", SENDS, chunked("ffffffffff\r\n"), NO_RESPONSE},
+    {"chunks without an end", SENDS_AND_CLOSES, chunked("5\r\nhello\r\n"), NO_RESPONSE},
+    {"no HTTP", SENDS, "220 mail.example.com ESMTP\r\n\r\n", NO_RESPONSE},
+    {"error", SENDS, HeldController::counted("sorry", "500 Internal Server Error"), BAD_CODE},
+    {"an HTML page", SENDS, counted("<html><body>Please log in</body></html>"), UNUSABLE},
+    {"empty", SENDS, counted(""), UNUSABLE},
+    {"chunk line without digits", SENDS, chunked("zz\r\n"), UNUSABLE},
+    {"length too short", SENDS, kOk + "Content-Length: 5\r\n\r\n" + delta("9"), UNUSABLE},
+    {"an array", SENDS, counted("[1]"), UNUSABLE},
+    {"bad UTF-8", SENDS, counted("{\"version\": 9, \"\xff\": 1}"), UNUSABLE},
+    {"deep nesting", SENDS, counted(std::string(5000, '[')), UNUSABLE},
+    {"more after the document", SENDS, counted(delta("9") + "}"), UNUSABLE},
+    {"wrong types", SENDS, counted("{\"version\": \"x\", \"delta\": true, \"add\": 7, \"set\": {\"objects\": \"x\"}, \"del\": []}"), TAKEN,
+     "0"},
+    {"nested entries", SENDS,
+     counted("{\"version\": 4, \"delta\": true, \"add\": {\"objects\": " + std::string(500, '[') + std::string(500, ']') + "}}"), TAKEN,
+     "4"},
+    {"a version further on", SENDS, counted(delta("7000000000")), TAKEN, "7000000000"},
+    {"a version back", SENDS, counted(delta("3")), TAKEN, "3"},
+    {"bytes after the last chunk", SENDS, chunked("2f\r\n" + delta("5") + "\r\n0\r\n\r\nrubbish"), TAKEN, "5"},
+    {"a byte at a time", DRIPS, counted(delta("6")), TAKEN, "6"},
+};
+
+class ControllerFails : public testing::Test {
+protected:
+    struct Alarm {
+        void (*fn)(void *);
+        void *arg;
+        int milliseconds;
+    };
+
+    ControllerFails() {
+        self = this;
+        EnvCallBacks env = fakeHostCallBacks();
+        env.version = TAV_ENV_VERSION;
+        env.trace.printf = [](const TrContext *, va_list) { return 0; };
+        env.alarm = [](void (*fn)(void *), void *arg, int milliseconds) {
+            const std::lock_guard guard(self->mutex);
+            self->alarms.push_back({fn, arg, milliseconds});
+            self->changed.notify_all();
+            return 0;
+        };
+        env.stateChange.tavConnectorGroup = [](TavConnectorGroup *, TavComponentState state, char *reason) {
+            self->note(std::string("group ") + tavState2String(state) + ": " + reason);
+        };
+        env.stateChange.tavConnector = [](TavConnector *, TavComponentState state, char *reason) {
+            self->note(std::string(tavState2String(state)) + ": " + reason);
+        };
+        static char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
+        tav = tavCreate(&env, nullptr, catalogue);
+        group = tavConnectorGroupCreate(tav, "g");
+        connector = tavConnectorCreate(group, controller.url().c_str());
+    }
+
+    // Polls, and requests run, until the end of the test.
+    void SetUp() override {
+        ASSERT_EQ(tavStart(tav, -1), 0);
+        expectPoll("1");
+        EXPECT_TRUE(controller.reported(1));
+        for (std::thread &visitor : visitors)
+            visitor = std::thread([this] {
+                for (EnvHttpContext request = shop::request("/shop/cart"); !ended; visits++)
+                    misses += shop::decide(tav, request).server.empty();
+            });
+    }
+
+    void TearDown() override {
+        ended = true;
+        for (std::thread &visitor : visitors) visitor.join();
+        EXPECT_EQ(misses, 0);
+        EXPECT_GT(visits, 0);
+        tavDestroy(tav);
+        while (!alarms.empty()) fire();
+        controller.shut();
+        EXPECT_TRUE(systemThreadsBackTo(threads));
+        trDestroy();
+    }
+
+    void note(const std::string &state) {
+        const std::lock_guard guard(mutex);
+        states.push_back(state);
+    }
+    std::vector<std::string> takeStates() {
+        const std::lock_guard guard(mutex);
+        return std::exchange(states, {});
+    }
+    void expectPoll(const std::string &version) {
+        EXPECT_EQ(controller.poll(), "GET /sentinelFabric?name=tavlib&server=tavlib&vid=" + version +
+                                         "&wait=" + std::to_string(tavConnectorGroupGetWaitTime(group)) + " HTTP/1.1");
+    }
+    // Waits until the group wants to be called again.
+    int alarm() {
+        std::unique_lock guard(mutex);
+        changed.wait_for(guard, std::chrono::seconds(20), [this] { return !alarms.empty(); });
+        return alarms.empty() ? 0 : alarms.back().milliseconds;
+    }
+    void fire() {
+        Alarm ringing;
+        {
+            const std::lock_guard guard(mutex);
+            ringing = alarms.back();
+            alarms.pop_back();
+        }
+        ringing.fn(ringing.arg);
+    }
+    void expectRouted() {
+        EnvHttpContext request = shop::request("/shop/cart");
+        EXPECT_FALSE(shop::decide(tav, request).server.empty());
+    }
+
+    // The group goes FAILED for this reason of its only connector, and the next interest heals it.
+    void expectFailureAndRecovery(const std::string &reason) {
+        EXPECT_EQ(alarm(), 60000);
+        EXPECT_THAT(takeStates(), testing::ElementsAre("FAILED: " + reason, "group FAILED: failure on all connectors"));
+        EXPECT_EQ(tavGetState(tav), FAILED);
+        expectRouted();
+        fire();
+        expectPoll("1");
+        EXPECT_EQ(tavGetState(tav), STARTED);
+        EXPECT_THAT(takeStates(), testing::ElementsAre("STARTING: starting", "STARTED: started", "group STARTED: started"));
+    }
+    std::string noResponse(const char *type) { return "no response was received from " + controller.url() + " for request type " + type; }
+
+    static inline ControllerFails *self;
+    const int threads = systemThreads();
+    HeldController controller{shop::document(1, 1)};
+    Tav *tav;
+    TavConnectorGroup *group;
+    TavConnector *connector;
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<Alarm> alarms;
+    std::vector<std::string> states;
+    std::array<std::thread, 2> visitors;
+    std::atomic<bool> ended = false;
+    std::atomic<int> visits = 0, misses = 0;
+};
+
+TEST_F(ControllerFails, InEveryWayUnderRequests) {
+    for (const Row &row : ROWS) {
+        SCOPED_TRACE(row.name);
+        takeStates();
+        controller.answer([&row](int fd) {
+            if (row.how == RESETS) return HeldController::reset(fd);
+            if (row.how != DRIPS) return HeldController::sendText(fd, row.text) && row.how == SENDS;
+            for (const char byte : row.text) {
+                if (!HeldController::sendText(fd, std::string(1, byte))) return false;
+                usleep(2000);
+            }
+            return true;
+        });
+        switch (row.outcome) {
+            case NO_RESPONSE:
+                expectFailureAndRecovery(noResponse("waitForDelta"));
+                break;
+            case BAD_CODE:
+                expectFailureAndRecovery("HTTP response error code 500 was received from " + controller.url() +
+                                         " for request type waitForDelta");
+                break;
+            case UNUSABLE:
+                EXPECT_EQ(alarm(), 1000);
+                expectRouted();
+                fire();
+                expectPoll("-1");
+                EXPECT_THAT(takeStates(), testing::IsEmpty());
+                break;
+            case TAKEN:
+                expectPoll(row.version);
+                EXPECT_THAT(takeStates(), testing::IsEmpty());
+                expectRouted();
+                break;
+        }
+    }
+}
+
+TEST_F(ControllerFails, ByNotBeingThere) {
+    controller.shut();
+    EXPECT_EQ(alarm(), 60000);
+    // Refused, and a name that does not resolve: one round of both.
+    tavConnectorCreate(group, "http://no such host:80");
+    takeStates();
+    fire();
+    EXPECT_EQ(alarm(), 60000);
+    EXPECT_THAT(takeStates(),
+                testing::ElementsAre("STARTING: starting", "FAILED: open failed", "STARTING: starting", "FAILED: " + noResponse("init")));
+    expectRouted();
+    controller.open();
+    fire();
+    EXPECT_EQ(alarms.size(), 0u);
+    expectPoll("1");
+    expectRouted();
+}
+
+TEST_F(ControllerFails, ByNotAnswering) {
+    tavConnectorGroupSetWaitTime(group, 1);
+    tavConnectorGroupSetMaxWaitOffset(group, 0);
+    controller.answer([](int) { return false; }); // the time-out belongs to the chain: a new one
+    EXPECT_EQ(alarm(), 60000);
+    fire();
+    takeStates();
+    // Nobody answers: the poll ends after a second.
+    EXPECT_EQ(alarm(), 60000);
+    EXPECT_THAT(takeStates(), testing::Contains("FAILED: " + noResponse("waitForDelta")));
+    expectRouted();
+    controller.answer(nullptr);
+    tavConnectorGroupSetWaitTime(group, 300);
+    fire();
+    expectPoll("1");
+}
+
+// A connector that takes over may bring a delta for a document that it has not given.
+TEST_F(ControllerFails, ByADeltaToNothing) {
+    tavConnectorCreate(group, controller.url("localhost").c_str());
+    controller.setDocument(delta("8"));
+    controller.answer([](int) { return false; });
+    EXPECT_EQ(alarm(), 1000);
+    EXPECT_EQ(tavGetState(tav), STARTED);
+    expectRouted();
+    fire();
+    expectPoll("-1");
+    controller.answer([](int fd) { return HeldController::sendText(fd, counted(shop::document(2, 2))); });
+    expectPoll("2");
+    EnvHttpContext request = shop::request("/shop/cart");
+    EXPECT_THAT(shop::decide(tav, request).server, testing::EndsWith("-2"));
+}
+
+} // namespace
