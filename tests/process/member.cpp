@@ -140,7 +140,7 @@ std::string Member::stat() {
 int main(int argc, char **argv) {
     if (argc != 4) return 2;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    const int blocks = tavGetMemCount();
+    const int blocks = tavGetMemCount(), threads = systemThreads();
     Member member{};
     member.isDaemon = strcmp(argv[1], "daemon") == 0;
     for (std::string line; std::getline(std::cin, line);) {
@@ -152,9 +152,9 @@ int main(int argc, char **argv) {
             member.pause();
             tavDestroy(member.tav);
             member.tav = nullptr;
-            systemThreadsBackTo(1);
+            systemThreadsBackTo(threads);
             trDestroy();
-            std::cout << "left " << tavGetMemCount() - blocks << " threads " << systemThreads() << std::endl;
+            std::cout << "left " << tavGetMemCount() - blocks << " threads " << systemThreads() - threads << std::endl;
             return 0;
         }
         std::cout << (line == "stat" ? member.stat() : "done " + std::to_string(now())) << std::endl;

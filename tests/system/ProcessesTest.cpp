@@ -157,7 +157,7 @@ protected:
     void endAll() {
         workers.push_back(std::move(daemon));
         for (const ChildPtr &child : workers) {
-            EXPECT_EQ(child->ask("end"), "left 0 threads 1");
+            EXPECT_EQ(child->ask("end"), "left 0 threads 0");
             EXPECT_EQ(child->wait(), 0);
         }
         workers.clear();
