@@ -19,8 +19,10 @@
 
 #include "system/Instance.h"
 #include "system/Shop.h"
+#include "tav/tavControl.h"
 #include "tav/tavRecord.h"
 #include "tavMultiProcess/tavMultiProcess.h"
+#include "tavProcess/tavSapp.h"
 #include "tavUtil/tavMemory.h"
 
 namespace {
@@ -126,12 +128,21 @@ int openDescriptors() {
     return count;
 }
 
+// How many routes of how many processes the daemon counts.
+int registered(Tav *tav) {
+    TavControlScope control("test");
+    int count = 0;
+    for (auto [name, entry] : TavHashRange<TavRoutingSapp>(tav->sappMap)) count += tavListGetCount(entry->pids);
+    return count;
+}
+
 std::string Member::stat() {
     const std::lock_guard<std::mutex> guard(mutex);
     char text[256];
-    std::snprintf(text, sizeof text, "version %d seenAt %lld requests %ld failed %ld clients %d descriptors %d threads %d blocks %d",
-                  version, seenAt, requests.load(), failed.load(), isDaemon && tav ? tavServerProcessGetClientCount(tav->serverProcess) : 0,
-                  openDescriptors(), systemThreads(), tavGetMemCount());
+    std::snprintf(text, sizeof text,
+                  "version %d seenAt %lld requests %ld failed %ld clients %d registered %d descriptors %d threads %d blocks %d", version,
+                  seenAt, requests.load(), failed.load(), isDaemon && tav ? tavServerProcessGetClientCount(tav->serverProcess) : 0,
+                  isDaemon && tav ? registered(tav) : 0, openDescriptors(), systemThreads(), tavGetMemCount());
     return text + (failure.empty() ? "" : " failure " + failure);
 }
 

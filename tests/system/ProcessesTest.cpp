@@ -193,14 +193,19 @@ std::map<std::string, int> onEveryRoute(const std::string &kind, int generation)
 
 TEST_F(RealProcesses, TheControllerHearsOfTheFirstAndTheLast) {
     std::map<std::string, int> expected = onEveryRoute("add", 2);
+    // A report that is still under way when the configuration changes counts for the new one.
+    const auto everyWorkersRoutes = static_cast<long long>(WORKERS * expected.size());
     const auto hears = [&] { return eventually([&] { return controller.reports() == expected; }); };
+    const auto allRegister = [&] { return eventually([&] { return daemon->stat("registered") == everyWorkersRoutes; }); };
     startDaemon();
     startWorkers();
     EXPECT_TRUE(hears()) << testing::PrintToString(controller.reports());
+    ASSERT_TRUE(allRegister());
     controller.publish(); // a delta
     controller.publish(); // routes of other names, and no more of the old ones
     expected.merge(onEveryRoute("add", 3));
     EXPECT_TRUE(hears()) << testing::PrintToString(controller.reports());
+    ASSERT_TRUE(allRegister());
     tellAll("serve");
     expectVersionEverywhere(4);
     tellAll("slow");
