@@ -119,7 +119,7 @@ std::string fuzzTrigger(bool triggered, const char *policy, const char *server, 
 }
 
 std::string fuzzFrame(int type, const std::string &body, int wrong) {
-    const TavMessageHdr hdr = {type, 4711 + type, static_cast<int>(body.size()) + wrong};
+    const TavMessageHdr hdr = {type, 4711, static_cast<int>(body.size()) + wrong};
     return std::string(reinterpret_cast<const char *>(&hdr), sizeof hdr) + body;
 }
 

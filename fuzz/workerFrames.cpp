@@ -39,22 +39,25 @@ std::string complete() {
     return fuzzFrame(MT_S2C_BEGIN_ROUTING_INFO, "") + fuzzFrame(MT_S2C_ROUTING_INFO, text) + fuzzFrame(MT_S2C_END_ROUTING_INFO, "");
 }
 
+// The worker's dump after a complete sequence.
+std::string takenWhole(const FuzzProcess &worker, const std::string &sequence) {
+    hear(worker.tav, sequence, 60000);
+    worker.settle();
+    return worker.dump();
+}
+
 } // namespace
 
 FUZZ_TARGET(fuzz_workerFrames) {
     const FuzzProcess &worker = FuzzProcess::worker();
     static const std::string good = complete();
-    hear(worker.tav, good, 60000);
-    worker.settle();
-    const std::string before = worker.dump();
+    static const std::string expected = takenWhole(worker, good);
     FuzzInput input(data, size);
     const size_t piece = 1 + input.pick(2) * 60000 + input.pick(200);
     hear(worker.tav, fuzzFrames(input), piece);
     EnvHttpContext request = shop::request("/shop/x.jsp");
     shop::decide(worker.tav, request);
-    hear(worker.tav, good, 60000);
-    worker.settle();
-    FUZZ_CHECK(worker.dump() == before);
+    FUZZ_CHECK(takenWhole(worker, good) == expected);
     FUZZ_CHECK(!worker.tav->newRoutingInfo);
     return 0;
 }

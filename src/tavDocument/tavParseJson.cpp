@@ -4,6 +4,7 @@
 
 #include "tav/tavRecord.h"
 #include "tavDocument.h"
+#include "tavUtil/tavMemory.h"
 #include "tavUtil/tavString.h"
 #include "tr/tr.h"
 
@@ -18,15 +19,35 @@ json_t *refuse(Tav *tav, const char *source, const char *reason, int line) noexc
     return nullptr;
 }
 
+json_t *loadOnce(const char *text, size_t len, json_error_t *error) noexcept {
+    // Where the parser says nothing it had no memory. The code is the text's last byte.
+    *error = {};
+    std::snprintf(error->text, sizeof error->text, "no memory");
+    error->text[JSON_ERROR_TEXT_LENGTH - 1] = json_error_out_of_memory;
+    return json_loadb(text, len, 0, error);
+}
+
+// Counts a failure that comes of want of memory. The parser may call a text malformed then, but not twice at the same place.
+json_t *load(const char *text, size_t len, json_error_t *error) noexcept {
+    json_t *json = loadOnce(text, len, error);
+    if (json) return json;
+    bool noMemory = json_error_code(error) == json_error_out_of_memory;
+    if (!noMemory) {
+        json_error_t first = *error;
+        json = loadOnce(text, len, error);
+        noMemory = json_error_code(error) == json_error_out_of_memory || error->position != first.position;
+    }
+    if (!json && noMemory) tavNoteAllocationFailure();
+    return json;
+}
+
 } // namespace
 
 json_t *tavParseJson(Tav *tav, const char *text, size_t len, const char *source) noexcept {
     if (!text) return refuse(tav, source, "no text", 0);
     if (len > MAX_DOCUMENT_SIZE) return refuse(tav, source, "larger than 1 GiB", 0);
     json_error_t error;
-    error.line = 0;
-    std::snprintf(error.text, sizeof error.text, "no memory");
-    json_t *json = json_loadb(text, len, 0, &error);
+    json_t *json = load(text, len, &error);
     if (!json) return refuse(tav, source, error.text, error.line);
     if (json_is_object(json)) return json;
     json_decref(json);

@@ -27,7 +27,7 @@ namespace {
 // A worker's connection. `fd` never is 0, 1 or 2: reporter id 1 is the daemon itself.
 struct IpcClient {
     int fd;
-    int pid; // of the last header seen; 0: none yet
+    int pid; // of the headers seen; 0: none yet
     IpcBuffer in;
     IpcQueue out; // guarded by the write lock
     bool broken;  // guarded by the write lock: the loop drops it
@@ -106,7 +106,8 @@ void dropClient(TavServerProcess *sp, IpcClient *client) noexcept {
 // Only these come from a worker; the rest is the daemon's own or unknown.
 bool isFromClient(int type) noexcept { return type == MT_C2S_JSON || type == MT_CLIENT_TO_SERVER_HEALTH_TRIGGER; }
 
-// Handles every complete message that has arrived; false when the stream is at its end or out of frame.
+// Handles every complete message that has arrived; false when the stream is at its end or out of frame. One connection speaks for one
+// process: what it has registered could not be taken back by the process id otherwise.
 bool hearClient(TavServerProcess *sp, IpcClient *client) noexcept {
     const bool alive = ipcReceive(client->fd, &client->in);
     TavMessage msg;
@@ -114,9 +115,11 @@ bool hearClient(TavServerProcess *sp, IpcClient *client) noexcept {
         const IpcRead result = ipcNextMessage(&client->in, &msg);
         if (result == IpcRead::Failed) return false;
         if (result == IpcRead::Incomplete) return alive;
-        client->pid = msg.hdr.pid;
-        if (isFromClient(msg.hdr.type)) tavServerProcessHandleMessage(sp->process.tav, &msg, client->fd);
+        const bool sameProcess = client->pid == 0 || client->pid == msg.hdr.pid;
+        client->pid = sameProcess ? msg.hdr.pid : client->pid;
+        if (sameProcess && isFromClient(msg.hdr.type)) tavServerProcessHandleMessage(sp->process.tav, &msg, client->fd);
         tavFree(msg.body);
+        if (!sameProcess) return false;
     }
 }
 

@@ -5,6 +5,7 @@
 #include "tavIpc.h"
 #include "tavSapp.h"
 #include "tavSnapshot/tavRoutingInfo.h"
+#include "tavUtil/tavMemory.h"
 #include "tr/tr.h"
 
 #define IPC_TRACE(tav, ...) TR_TRACE((tav)->trCtx, (tav)->ipcProcessRec, TR_DEBUG_LEVEL, __VA_ARGS__)
@@ -82,7 +83,9 @@ void beginRoutingInfo(Tav *tav) noexcept {
 }
 
 void handleDocument(Tav *tav, TavMessage *msg) noexcept {
+    const unsigned failures = tavAllocationFailures();
     json_t *json = parseBody(tav, msg, "TAV daemon");
+    if (!json && tavAllocationFailures() != failures) return tavWorkerStartOver(tav);
     if (TavConnector *connector = tavFindConnectorFromJson(tav, json)) tavHandleJsonFromDaemon(tav, json, connector);
     json_decref(json);
 }

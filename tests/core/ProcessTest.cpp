@@ -206,6 +206,12 @@ TEST_F(Processes, HostileFramesCostOnlyTheirConnection) {
     const int odd = rawSocket(path);
     for (int type : {MT_CONNECTED + 0, MT_S2C_END_ROUTING_INFO + 0, MT_C2S_JSON + 0, MT_CLIENT_TO_SERVER_HEALTH_TRIGGER + 0, 99})
         sendText(odd, frame(type) + frame(type, "{a}"));
+    const int two = rawSocket(path);
+    std::string other = frame(MT_C2S_JSON);
+    other[4]++;
+    sendText(two, frame(MT_C2S_JSON) + other);
+    EXPECT_TRUE(isClosed(two)) << "another process id on the same connection";
+    close(two);
     give(serverDocument(6, "AFFINITY"));
     EXPECT_TRUE(eventually([&] { return workerState() == "AFFINITY"; })) << "the others are served meanwhile";
     EXPECT_TRUE(eventually([&] { return clients() == 3; }));

@@ -12,8 +12,11 @@
 #include "failing/FailingAllocations.h"
 #include "system/Instance.h"
 #include "system/Shop.h"
+#include "tav/tavControl.h"
 #include "tav/tavRecord.h"
 #include "tavConnector/tavConnector.h"
+#include "tavMultiProcess/tavMultiProcess.h"
+#include "tavProcess/tavIpc.h"
 #include "tavUtil/tavTime.h"
 #include "tr/tr.h"
 
@@ -191,6 +194,47 @@ TEST_F(FailingMemory, DeltaInPlace) {
             shop::objects("set", shop::entry(shop::S1 + "/transport/http", "transport", "'host': 'moved', 'port': 1") + ", " +
                                      shop::entry(shop::WORK_CLASS + "/rule/1", "rule", "'action': 'redirect:http://other/'")));
     failEverywhere([&] { return give(text); }, true);
+}
+
+// A worker has the whole sequence or none of it; where it lacks memory it begins anew, and then it has it.
+TEST_F(FailingMemory, WhatTheDaemonSends) {
+    Tav *tav = instance.tav;
+    static char path[] = "/nowhere";
+    ASSERT_EQ(tavMarkAsClientProcess(tav, path), 0);
+    const auto hear = [&](std::string &document) {
+        tav->clientProcess->outOfStep = false;
+        TavMessage messages[] = {{{MT_S2C_BEGIN_ROUTING_INFO, 1, 0}, nullptr},
+                                 {{MT_S2C_ROUTING_INFO, 1, static_cast<int>(document.size() + 1)}, document.data()},
+                                 {{MT_S2C_END_ROUTING_INFO, 1, 0}, nullptr}};
+        TavControlScope control("test");
+        for (TavMessage &message : messages) {
+            tavClientProcessHandleMessage(tav, &message);
+            if (tav->clientProcess->outOfStep) return false;
+        }
+        return true;
+    };
+    std::string documents[2];
+    for (int i = 0; i < 2; i++)
+        documents[i] = R"({"connectorGroupName": "g", "connectorURL": "http://127.0.0.1:1", )" + shop::document(i + 1).substr(1);
+    ASSERT_TRUE(hear(documents[1]));
+    const std::vector<std::string> after = decisions(tav);
+    ASSERT_TRUE(hear(documents[0]));
+    const std::vector<std::string> before = decisions(tav);
+    failing::arm(-1, 0);
+    ASSERT_TRUE(hear(documents[1]));
+    const long total = failing::disarm();
+    ASSERT_TRUE(hear(documents[0]));
+    for (const long length : LENGTHS) {
+        for (long failed = 0, stride = total / MOST_RUNS + 1; failed < total; failed += stride) {
+            failing::arm(failed, length);
+            const bool done = hear(documents[1]);
+            failing::disarm();
+            ASSERT_EQ(decisions(tav), done ? after : before) << length << " failing from allocation " << failed << " of " << total;
+            ASSERT_TRUE(hear(documents[0]));
+            instance.settle();
+        }
+    }
+    ASSERT_EQ(decisions(tav), before);
 }
 
 TEST_F(FailingMemory, DeltaWithRebuild) {

@@ -19,8 +19,10 @@
 
 #include "system/Instance.h"
 #include "system/Shop.h"
+#include "tav/tavControl.h"
 #include "tav/tavRecord.h"
 #include "tavMultiProcess/tavMultiProcess.h"
+#include "tavProcess/tavSapp.h"
 #include "tavUtil/tavMemory.h"
 
 namespace {
@@ -126,12 +128,21 @@ int openDescriptors() {
     return count;
 }
 
+// How many routes of how many processes the daemon counts.
+int registered(Tav *tav) {
+    TavControlScope control("test");
+    int count = 0;
+    for (auto [name, entry] : TavHashRange<TavRoutingSapp>(tav->sappMap)) count += tavListGetCount(entry->pids);
+    return count;
+}
+
 std::string Member::stat() {
     const std::lock_guard<std::mutex> guard(mutex);
     char text[256];
-    std::snprintf(text, sizeof text, "version %d seenAt %lld requests %ld failed %ld clients %d descriptors %d threads %d blocks %d",
-                  version, seenAt, requests.load(), failed.load(), isDaemon && tav ? tavServerProcessGetClientCount(tav->serverProcess) : 0,
-                  openDescriptors(), systemThreads(), tavGetMemCount());
+    std::snprintf(text, sizeof text,
+                  "version %d seenAt %lld requests %ld failed %ld clients %d registered %d descriptors %d threads %d blocks %d", version,
+                  seenAt, requests.load(), failed.load(), isDaemon && tav ? tavServerProcessGetClientCount(tav->serverProcess) : 0,
+                  isDaemon && tav ? registered(tav) : 0, openDescriptors(), systemThreads(), tavGetMemCount());
     return text + (failure.empty() ? "" : " failure " + failure);
 }
 
@@ -140,7 +151,7 @@ std::string Member::stat() {
 int main(int argc, char **argv) {
     if (argc != 4) return 2;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    const int blocks = tavGetMemCount();
+    const int blocks = tavGetMemCount(), threads = systemThreads();
     Member member{};
     member.isDaemon = strcmp(argv[1], "daemon") == 0;
     for (std::string line; std::getline(std::cin, line);) {
@@ -152,9 +163,9 @@ int main(int argc, char **argv) {
             member.pause();
             tavDestroy(member.tav);
             member.tav = nullptr;
-            systemThreadsBackTo(1);
+            systemThreadsBackTo(threads);
             trDestroy();
-            std::cout << "left " << tavGetMemCount() - blocks << " threads " << systemThreads() << std::endl;
+            std::cout << "left " << tavGetMemCount() - blocks << " threads " << systemThreads() - threads << std::endl;
             return 0;
         }
         std::cout << (line == "stat" ? member.stat() : "done " + std::to_string(now())) << std::endl;

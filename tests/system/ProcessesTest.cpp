@@ -157,7 +157,7 @@ protected:
     void endAll() {
         workers.push_back(std::move(daemon));
         for (const ChildPtr &child : workers) {
-            EXPECT_EQ(child->ask("end"), "left 0 threads 1");
+            EXPECT_EQ(child->ask("end"), "left 0 threads 0");
             EXPECT_EQ(child->wait(), 0);
         }
         workers.clear();
@@ -193,14 +193,19 @@ std::map<std::string, int> onEveryRoute(const std::string &kind, int generation)
 
 TEST_F(RealProcesses, TheControllerHearsOfTheFirstAndTheLast) {
     std::map<std::string, int> expected = onEveryRoute("add", 2);
+    // A report that is still under way when the configuration changes counts for the new one.
+    const auto everyWorkersRoutes = static_cast<long long>(WORKERS * expected.size());
     const auto hears = [&] { return eventually([&] { return controller.reports() == expected; }); };
+    const auto allRegister = [&] { return eventually([&] { return daemon->stat("registered") == everyWorkersRoutes; }); };
     startDaemon();
     startWorkers();
     EXPECT_TRUE(hears()) << testing::PrintToString(controller.reports());
+    ASSERT_TRUE(allRegister());
     controller.publish(); // a delta
     controller.publish(); // routes of other names, and no more of the old ones
     expected.merge(onEveryRoute("add", 3));
     EXPECT_TRUE(hears()) << testing::PrintToString(controller.reports());
+    ASSERT_TRUE(allRegister());
     tellAll("serve");
     expectVersionEverywhere(4);
     tellAll("slow");
