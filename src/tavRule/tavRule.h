@@ -109,10 +109,10 @@ struct _TavRules {
     TrRecord *recCtrlList;
     TrRecord *recCtrlProcess;
     // private
-    Boolean outOfOrder TAV_GUARDED_BY(lock);            // an inserted rule's order was changed: the list may be unsorted
-    std::atomic<int> ruleCount;                         // 0: requests pin nothing
-    TavLock pinLock;                                    // leaf: reading `published` together with counting a pin
+    std::atomic<int> ruleCount;                         // 0: requests pin nothing. This and the next two lie side by side for them
     TavRuleArray *published TAV_PT_GUARDED_BY(pinLock); // one count is the set's
+    TavLock pinLock;                                    // leaf: reading `published` together with counting a pin
+    Boolean outOfOrder TAV_GUARDED_BY(lock);            // an inserted rule's order was changed: the list may be unsorted
 };
 
 // ---- rule sets ----

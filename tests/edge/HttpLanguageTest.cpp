@@ -29,7 +29,7 @@ protected:
         return expr;
     }
 
-    // "(no cell)", "(null)" or the text or number that both ways of evaluation give.
+    // "(no cell)", "(null)" or the text or number that all ways of evaluation give.
     std::string valueOf(const char *operand) {
         ExpressionPtr expr = parse(operand);
         if (!expr) return "(no expression)";
@@ -41,6 +41,12 @@ protected:
         expressionEvaluateInto(expr.get(), &evalCtx, &value);
         EXPECT_EQ(value.kind == VALUE_MISSING ? "(no cell)" : show(number, value.word), byCell) << operand;
         expressionValueClear(&value);
+        const auto *operandCtx = reinterpret_cast<const OperandContext *>(expressionGetContext(expr.get()));
+        intptr_t word = 0;
+        if (OperandPeekFcn peek = operandCtx->operand->peek) {
+            const Boolean shown = peek(operandContextGetArgument(operandCtx, 0), &evalCtx, &word);
+            EXPECT_EQ(shown ? show(number, word) : "(no cell)", byCell) << operand;
+        }
         return byCell;
     }
 

@@ -1,5 +1,7 @@
 #include "LanguageFixture.h"
 
+#include "tavLanguage/conditionProgram.h"
+
 namespace {
 
 int validated = 0;
@@ -17,6 +19,13 @@ void nameValue(Expression *, EvaluationContext *evalCtx, ExpressionValue *result
     ++requestOf(evalCtx)->asked;
     if (!requestOf(evalCtx)->name) return expressionValueSetMissing(result);
     expressionValueSetText(result, evalCtx, requestOf(evalCtx)->name);
+}
+
+Boolean nameShown(const char *, const EvaluationContext *evalCtx, intptr_t *word) {
+    auto *request = static_cast<TestRequest *>(evaluationContextGetObject(evalCtx));
+    ++request->asked;
+    *word = reinterpret_cast<intptr_t>(request->name);
+    return request->name != nullptr;
 }
 
 void joinedArguments(Expression *expr, EvaluationContext *evalCtx, ExpressionValue *result) {
@@ -64,6 +73,7 @@ bool registerTestOperand(Language *language, const TestOperand &row) {
     Operand *operand = operandCreate(row.name, 0, nullptr, count, args, createPlain, nullptr, row.evaluate, nullptr, row.numTypes,
                                      row.types[0], row.types[1]);
     operandSetEvaluateInto(operand, row.evaluateInto);
+    if (row.evaluateInto == nameValue) operandSetPeek(operand, nameShown);
     langRegisterOperand(language, operand);
     return langFindOperand(language, row.name) != nullptr;
 }
@@ -117,12 +127,18 @@ std::string valueOf(Language *language, const std::string &text, TestRequest *re
     ExpressionValue value;
     expressionEvaluateInto(parsed.expr.get(), &evalCtx, &value);
     const std::string byValue = describe(value);
-    EXPECT_EQ(expressionIsTrue(parsed.expr.get(), &evalCtx), value.word != 0) << text;
+    const bool truth = value.word != 0;
+    EXPECT_EQ(expressionIsTrue(parsed.expr.get(), &evalCtx), truth) << text;
     expressionValueClear(&value);
 
     intptr_t *cell = expressionEvaluate(parsed.expr.get(), &evalCtx);
     EXPECT_EQ(describe({cell ? *cell : 0, cell ? expressionGetValueKind(parsed.expr.get()) : VALUE_MISSING, false}), byValue) << text;
     expressionCellFree(parsed.expr.get(), cell);
+
+    Expression *alone = parsed.expr.get();
+    ConditionProgram *program = conditionProgramCreate(&alone, 1);
+    EXPECT_EQ(conditionProgramFirst(program, &evalCtx), truth ? 0 : -1) << text;
+    conditionProgramFree(program);
     evaluationContextClear(&evalCtx);
     return byValue;
 }

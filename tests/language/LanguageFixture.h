@@ -34,7 +34,7 @@ struct Parsed {
 };
 
 // The value of `text` for `request`: "TRUE"/"FALSE" for other than texts and lists, "'text'", "null", "(list)", "missing", or the parse
-// error. Evaluates by value and by cell and expects the same.
+// error. Evaluates by value, by cell and by program and expects the same.
 std::string valueOf(Language *language, const std::string &text, TestRequest *request);
 
 class LanguageTest : public testing::Test {
