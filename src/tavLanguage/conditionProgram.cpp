@@ -195,11 +195,6 @@ void conditionProgramFree(ConditionProgram *program) noexcept { tavFreeUncounted
 
 int conditionProgramTreeSteps(const ConditionProgram *program) noexcept { return program->treeSteps; }
 
-void conditionProgramPrefetch(const ConditionProgram *program) noexcept {
-    constexpr size_t lines = 5; // some nine steps; what is behind follows by itself
-    for (size_t i = 0; i < lines; ++i) __builtin_prefetch(reinterpret_cast<const char *>(program) + i * 64);
-}
-
 // ---- running ----
 
 namespace {

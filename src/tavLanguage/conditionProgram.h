@@ -17,8 +17,6 @@ ConditionProgram *conditionProgramCreate(Expression *const *exprs, int count) no
 void conditionProgramFree(ConditionProgram *program) noexcept; // null ignored
 // The index of the first expression that holds, -1 when none does; those behind it are not evaluated. Any number of threads.
 int conditionProgramFirst(const ConditionProgram *program, EvaluationContext *evalCtx) noexcept;
-// Asks for the cache lines of a program that is about to run.
-void conditionProgramPrefetch(const ConditionProgram *program) noexcept;
 // How many of its steps walk a tree. For tests and measurements.
 int conditionProgramTreeSteps(const ConditionProgram *program) noexcept;
 

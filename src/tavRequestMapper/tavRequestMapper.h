@@ -87,6 +87,8 @@ struct _WebModule {
     // private
     TavListEle *ele; // place in the application's list
     TsModuleHint hint;
+    // Where the last request found the rules and what TavRuleMatch::places tells: only to ask for cache lines.
+    std::atomic<const void *> rulePlaces[1 + TavRuleMatch::PLACES];
 };
 
 // ---- mapper ----

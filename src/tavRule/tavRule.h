@@ -153,6 +153,9 @@ public:
     // The first rule whose expression holds; null: none. Borrowed from this object.
     const TavRuleEntry *entry() const noexcept { return entry_; }
     void reset() noexcept;
+    // Where the next match of the set will look: array, program, entry and action. To ask for cache lines, never to be followed.
+    inline static constexpr int PLACES = 4;
+    void places(const void *(&addresses)[PLACES]) const noexcept;
 
 private:
     friend TavRuleMatch tavRulesMatch(TrContext *trCtx, TavRules *rules, TavHttpContext *ctx) noexcept;

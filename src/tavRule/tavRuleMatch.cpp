@@ -37,7 +37,6 @@ const TavRuleEntry *findMatch(TavRuleArray *array, Evaluation &evaluation) noexc
     const bool plain = evaluation.isTraced() || array->hasDead.load(std::memory_order_relaxed);
     const ConditionProgram *program = plain ? nullptr : ruleArrayProgram(array);
     if (!program) return findMatchByTrees(array, evaluation);
-    conditionProgramPrefetch(program);
     const int index = evaluation.firstOf(program);
     return index < 0 ? nullptr : array->entries()[index];
 }
@@ -56,6 +55,13 @@ TavRuleMatch &TavRuleMatch::operator=(TavRuleMatch &&other) noexcept {
 void TavRuleMatch::reset() noexcept {
     ruleArrayRelease(array_);
     forget();
+}
+
+void TavRuleMatch::places(const void *(&addresses)[PLACES]) const noexcept {
+    addresses[0] = array_;
+    addresses[1] = array_ ? array_->program.load(std::memory_order_relaxed) : nullptr;
+    addresses[2] = entry_;
+    addresses[3] = entry_ ? entry_->action : nullptr;
 }
 
 TavRuleMatch tavRulesMatch(TrContext *trCtx, TavRules *rules, TavHttpContext *ctx) noexcept {
