@@ -60,6 +60,7 @@ void tavHttpContextSetAffinityPolicy(TavHttpContext *, HttpAffinityPolicy *) noe
 void tavHttpContextSetPerformedLoadBalancing(TavHttpContext *ctx, Boolean performed) noexcept { ctx->loadBalanced = performed; }
 void tavHttpContextBreakAffinity(TavHttpContext *) noexcept {}
 Boolean tavHttpContextIsFailedServerApp(TavHttpContext *, const TargetServerApplication *) noexcept { return FALSE; }
+TsModuleHint *tavHttpContextGetModuleHint(TavHttpContext *) noexcept { return nullptr; }
 TsTargetInfo *tavHttpContextGetTargetInfo(TavHttpContext *ctx) noexcept { return &ctx->targetInfo; }
 void tavHttpContextSetMyTargetInfo(TavHttpContext *ctx, TavTargetEndpoint *endpoint, TargetServerApplication *sapp) noexcept {
     ctx->endpoint = endpoint;

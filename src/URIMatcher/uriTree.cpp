@@ -144,8 +144,10 @@ static const Suffix *longestSuffix(const Node *node, const UriPath &path) noexce
 static const Node *childOnPath(const Node *node, const UriPath &path, size_t offset) noexcept {
     const int position = uriFindChild(node, static_cast<unsigned char>(path.at(offset)));
     if (position < 0) return nullptr;
+    // The first byte is compared already; many an edge has no other.
     const Node *child = &node->children[position];
-    return child->nameLength <= path.length - offset && path.has(offset, child->name, child->nameLength) ? child : nullptr;
+    const size_t rest = child->nameLength - 1;
+    return rest < path.length - offset && (rest == 0 || path.has(offset + 1, child->name + 1, rest)) ? child : nullptr;
 }
 
 // The deepest node with a matching suffix or a prefix target decides; at one node the suffix comes first.

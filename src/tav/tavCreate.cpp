@@ -162,7 +162,8 @@ bool createLocks(Tav *tav) noexcept {
 
 bool createParts(Tav *tav) noexcept {
     if (!createLocks(tav) || !createContainers(tav)) return false;
-    if (!(tav->routingInfo = tavRoutingInfoCreate(tav))) return false;
+    tav->routingInfo = tavRoutingInfoCreate(tav);
+    if (!tav->routingInfo) return false;
     tavRoutingInfoPublish(tav->routingInfo);
     if (!(tav->httpLanguage = langCreateHttpLanguage(tav->trCtx, tav->processRec))) return false;
     if (!(tav->requestTraceRules = tavRulesCreate(tav->httpLanguage, tav))) return false;

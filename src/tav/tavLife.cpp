@@ -172,11 +172,13 @@ void waitForOtherStops(Tav *tav) noexcept {
     }
 }
 
-void dropSnapshot(Tav *tav, TavRoutingInfo **field) noexcept {
+template <typename Field>
+void dropSnapshot(Tav *tav, Field *field) noexcept {
     tavLockObtain(tav->routingInfoLock, "tavDestroy2");
     TavRoutingInfo *ri = *field;
     *field = nullptr;
     tavLockRelease(tav->routingInfoLock);
+    tavSweepIdleContexts(tav);
     tavTraceRulesDeactivate(ri);
     tavRoutingInfoRelease(ri);
 }

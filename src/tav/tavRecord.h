@@ -25,6 +25,13 @@ typedef struct PartitionIDTable {
     TavLock *lock;
 } PartitionIDTable;
 
+// Where a thread leaves the context of its last request; see tavIdleContexts.cpp. One to two cache lines, which others do not write to.
+struct TavIdleContext {
+    std::atomic<TavHttpContext *> ctx;
+    char apart[120];
+};
+inline constexpr unsigned TAV_IDLE_CONTEXTS = 16;
+
 struct _Tav {
     std::atomic<int> refcnt;
     EnvCallBacks env;
@@ -41,9 +48,9 @@ struct _Tav {
     std::atomic<int> maxTargetEndpointsPerRequest;
     TavLock *stopLock;
     TavLock *routingInfoLock;
-    TavRoutingInfo *routingInfo;    // guarded by routingInfoLock
-    TavRoutingInfo *newRoutingInfo; // control lock
-    TavHashMap *endPointRefMap;     // endpoint name to EndPointRef; guarded by endPointRefLock
+    std::atomic<TavRoutingInfo *> routingInfo; // changed, and counted, under routingInfoLock
+    TavRoutingInfo *newRoutingInfo;            // control lock
+    TavHashMap *endPointRefMap;                // endpoint name to EndPointRef; guarded by endPointRefLock
     TavHashMap *sappMap;
     PartitionIDTable partitionIDData;
     TrMgr *trMgr;
@@ -105,6 +112,7 @@ struct _Tav {
     int stopsInProgress; // tavStop2 calls that wait with the locks released; control lock
     unsigned stopCount;  // stops and destroys so far: a start that waits sees that it was overtaken; control lock
     bool destroying;     // tavDestroy2 has begun: nothing starts and no group joins any more; control lock
+    TavIdleContext idleContexts[TAV_IDLE_CONTEXTS];
 };
 
 // ---- control and stop lock ----
@@ -122,6 +130,9 @@ void tavSetState(Tav *tav, TavComponentState state, const char *reason) noexcept
 Boolean isStartable(Tav *tav) noexcept;
 Boolean isStoppable(Tav *tav) noexcept;
 Boolean isInitialized(Tav *tav) noexcept;
+
+// Moves every idle context to the pool and gives its snapshot back. After a change of `routingInfo`; no lock but control may be held.
+void tavSweepIdleContexts(Tav *tav) noexcept;
 
 // ---- the instance's parts ----
 char *tavSetProperty(void *tav, char *name, char *value) noexcept; // the property set's setter

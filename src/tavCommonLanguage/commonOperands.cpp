@@ -91,6 +91,7 @@ struct CommonOperand {
     EvaluateFcn evaluate;
     OperandValueFcn evaluateInto;
     const char *args[maxArgs]; // names of the formal arguments; null: none
+    OperandTruth truth = TRUTH_DEPENDS;
 };
 
 constexpr CommonOperand commonOperands[] = {
@@ -100,14 +101,16 @@ constexpr CommonOperand commonOperands[] = {
      .destroy = operandDestroyExpression_true,
      .evaluate = operandEvaluate_true,
      .evaluateInto = constantWord<1>,
-     .args = {}},
+     .args = {},
+     .truth = TRUTH_ALWAYS},
     {.name = "false",
      .type = EXPR_BOOLEAN,
      .create = operandCreateExpression_false,
      .destroy = operandDestroyExpression_false,
      .evaluate = operandEvaluate_false,
      .evaluateInto = constantWord<0>,
-     .args = {}},
+     .args = {},
+     .truth = TRUTH_NEVER},
     {.name = "percentage",
      .type = EXPR_BOOLEAN,
      .create = operandCreateExpression_Percent,
@@ -146,6 +149,7 @@ Operand *createOperand(const CommonOperand &row) noexcept {
     }
     Operand *operand = operandCreate(row.name, 0, nullptr, count, args, row.create, row.destroy, row.evaluate, nullptr, 1, row.type);
     operandSetEvaluateInto(operand, row.evaluateInto);
+    operandSetTruth(operand, row.truth);
     return operand;
 }
 

@@ -45,6 +45,11 @@ void compareInts(Expression *expr, EvaluationContext *evalCtx, const ExpressionV
     expressionValueSetWord(result, truth);
 }
 
+template <typename Compare>
+Boolean testInts(intptr_t left, intptr_t right) {
+    return Compare()(left, right);
+}
+
 template <typename Compute, Format format>
 void computeBooleans(Expression *expr, EvaluationContext *evalCtx, const ExpressionValue *inputs, ExpressionValue *result) {
     if (lacksInput(expr, evalCtx, inputs, result)) return;
@@ -101,6 +106,11 @@ void compareTexts(Expression *expr, EvaluationContext *evalCtx, const Expression
     EVALUATION_DEBUG(evalCtx, format.text, static_cast<const void *>(left), tavOrNull(left), static_cast<const void *>(right),
                      tavOrNull(right), truthText(truth));
     expressionValueSetWord(result, truth);
+}
+
+template <typename Compare>
+Boolean testTexts(intptr_t left, intptr_t right) {
+    return left && right && Compare()(reinterpret_cast<const char *>(left), reinterpret_cast<const char *>(right));
 }
 
 void concatenate(Expression *expr, EvaluationContext *evalCtx, const ExpressionValue *inputs, ExpressionValue *result) {
@@ -185,28 +195,39 @@ struct CommonOperator {
     PatternElement pattern[maxPattern]; // ends at the first element that is neither type nor keyword
     OperatorCombineFcn combine;
     ExpressionType result = EXPR_BOOLEAN;
+    OperatorTestFcn test = nullptr; // short form, like `logic`
+    OperatorLogic logic = LOGIC_NONE;
 };
 
 constexpr CommonOperator commonOperators[] = {
-    {.name = "IntEqualsInt", .pattern = {INT_, word("="), INT_}, .combine = compareInts<std::equal_to<>, "IntEqualsInt %d=%d --> %s\n">},
+    {.name = "IntEqualsInt",
+     .pattern = {INT_, word("="), INT_},
+     .combine = compareInts<std::equal_to<>, "IntEqualsInt %d=%d --> %s\n">,
+     .test = testInts<std::equal_to<>>},
     {.name = "IntNotEqualsInt",
      .pattern = {INT_, word("<>"), INT_},
-     .combine = compareInts<std::not_equal_to<>, "IntNotEqualsInt %d<>%d --> %s\n">},
+     .combine = compareInts<std::not_equal_to<>, "IntNotEqualsInt %d<>%d --> %s\n">,
+     .test = testInts<std::not_equal_to<>>},
     {.name = "StringEqualsString",
      .pattern = {STRING_, word("="), STRING_},
-     .combine = compareTexts<SameText, "StringEqualsString: [%p]%s=[%p]%s -> %s">},
+     .combine = compareTexts<SameText, "StringEqualsString: [%p]%s=[%p]%s -> %s">,
+     .test = testTexts<SameText>},
     {.name = "StringEqualsIgnoreCaseString",
      .pattern = {STRING_, word("EQUALSIGNORECASE"), STRING_},
-     .combine = compareTexts<SameTextAnyCase, "StringEqualsIgnoreCaseString: [%p]%s=[%p]%s -> %s">},
+     .combine = compareTexts<SameTextAnyCase, "StringEqualsIgnoreCaseString: [%p]%s=[%p]%s -> %s">,
+     .test = testTexts<SameTextAnyCase>},
     {.name = "StringNotEqualsString",
      .pattern = {STRING_, word("<>"), STRING_},
-     .combine = compareTexts<OtherText, "StringNotEqualsString: [%p]%s<>[%p]%s -> %s">},
+     .combine = compareTexts<OtherText, "StringNotEqualsString: [%p]%s<>[%p]%s -> %s">,
+     .test = testTexts<OtherText>},
     {.name = "StringLikeString",
      .pattern = {STRING_, word("LIKE"), STRING_},
-     .combine = compareTexts<LikeText<true>, "StringLikeString: [%p]%s LIKE [%p]%s -> %s">},
+     .combine = compareTexts<LikeText<true>, "StringLikeString: [%p]%s LIKE [%p]%s -> %s">,
+     .test = testTexts<LikeText<true>>},
     {.name = "StringLikeIgnoreCaseString",
      .pattern = {STRING_, word("LIKEIGNORECASE"), STRING_},
-     .combine = compareTexts<LikeText<false>, "StringLikeIgnoreCaseString: [%p]%s LIKEIGNORECASE [%p]%s -> %s">},
+     .combine = compareTexts<LikeText<false>, "StringLikeIgnoreCaseString: [%p]%s LIKEIGNORECASE [%p]%s -> %s">,
+     .test = testTexts<LikeText<false>>},
     {.name = "BooleanEqualsBoolean",
      .pattern = {BOOLEAN_, word("="), BOOLEAN_},
      .combine = computeBooleans<std::equal_to<>, "BooleanEqualsBoolean %s=%s --> %s\n">},
@@ -215,22 +236,30 @@ constexpr CommonOperator commonOperators[] = {
      .combine = computeBooleans<std::not_equal_to<>, "BooleanNotEqualsBoolean %s<>%s --> %s\n">},
     {.name = "IntGreaterthanInt",
      .pattern = {INT_, word(">"), INT_},
-     .combine = compareInts<std::greater<>, "IntGreaterthanInt %d>%d --> %s\n">},
-    {.name = "IntLessthanInt", .pattern = {INT_, word("<"), INT_}, .combine = compareInts<std::less<>, "IntLessthanInt %d<%d --> %s\n">},
+     .combine = compareInts<std::greater<>, "IntGreaterthanInt %d>%d --> %s\n">,
+     .test = testInts<std::greater<>>},
+    {.name = "IntLessthanInt",
+     .pattern = {INT_, word("<"), INT_},
+     .combine = compareInts<std::less<>, "IntLessthanInt %d<%d --> %s\n">,
+     .test = testInts<std::less<>>},
     {.name = "IntGreaterthanEqualToInt",
      .pattern = {INT_, word(">="), INT_},
-     .combine = compareInts<std::greater_equal<>, "IntGreaterthanEqualToInt %d>=%d --> %s\n">},
+     .combine = compareInts<std::greater_equal<>, "IntGreaterthanEqualToInt %d>=%d --> %s\n">,
+     .test = testInts<std::greater_equal<>>},
     {.name = "IntLessthanEqualToInt",
      .pattern = {INT_, word("<="), INT_},
-     .combine = compareInts<std::less_equal<>, "IntLessthanEqualToInt %d<=%d --> %s\n">},
+     .combine = compareInts<std::less_equal<>, "IntLessthanEqualToInt %d<=%d --> %s\n">,
+     .test = testInts<std::less_equal<>>},
     {.name = "IntBetweenInt", .pattern = {INT_, word("BETWEEN"), INT_, word("AND"), INT_}, .combine = isBetween},
     {.name = "AND",
      .pattern = {BOOLEAN_, word("AND"), BOOLEAN_},
-     .combine = computeBooleans<std::logical_and<>, "operatorEvaluate_AND (%s AND %s) --> %s">},
+     .combine = computeBooleans<std::logical_and<>, "operatorEvaluate_AND (%s AND %s) --> %s">,
+     .logic = LOGIC_AND},
     {.name = "OR",
      .pattern = {BOOLEAN_, word("OR"), BOOLEAN_},
-     .combine = computeBooleans<std::logical_or<>, "operatorEvaluate_OR (%s OR %s) --> %s">},
-    {.name = "NOT", .pattern = {word("NOT"), BOOLEAN_}, .combine = negate},
+     .combine = computeBooleans<std::logical_or<>, "operatorEvaluate_OR (%s OR %s) --> %s">,
+     .logic = LOGIC_OR},
+    {.name = "NOT", .pattern = {word("NOT"), BOOLEAN_}, .combine = negate, .logic = LOGIC_NOT},
     {.name = "STRING_IN_LIST",
      .pattern = {STRING_, word("IN"), LIST_},
      .combine = textInList<SameText, "EXIT: operatorEvaluate_STRINGINLIST: %s IN (list) --> %s">},
@@ -280,6 +309,8 @@ Operator *createOperator(const CommonOperator &row, const NamedFunctions &named)
     }
     Operator *op = operatorCreateFromArray(row.name, row.result, named.create, named.destroy, named.evaluate, count, elements);
     operatorSetCombine(op, row.combine);
+    operatorSetTest(op, row.test, row.pattern[0].type == EXPR_STRING);
+    operatorSetLogic(op, row.logic);
     return op;
 }
 

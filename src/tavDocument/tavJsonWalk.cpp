@@ -15,6 +15,8 @@
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavString.h"
 
+void documentPathPush(ParseInfo *info, DocumentPath *frame) noexcept { info->path = frame; }
+
 namespace {
 
 // One turn over the members instead of a look-up for each.

@@ -45,11 +45,17 @@ typedef struct WalkLevel {
         if ((info)->observer && !(info)->merged) documentFinding((info), (kind), __VA_ARGS__); \
     } while (0)
 
+// Puts the frame in front of the chain. Out of line, because a compiler that sees the frame's address go into `info` warns that it outlives
+// its scope; the scope's end takes it back.
+[[gnu::noinline]] void documentPathPush(ParseInfo *info, DocumentPath *frame) noexcept;
+
 // One step down for the time of a scope.
 class DocumentStep {
 public:
-    DocumentStep(ParseInfo *info, const char *key) noexcept : info_(info), frame_{info->path, key, 0} { info->path = &frame_; }
-    DocumentStep(ParseInfo *info, size_t index) noexcept : info_(info), frame_{info->path, nullptr, index} { info->path = &frame_; }
+    DocumentStep(ParseInfo *info, const char *key) noexcept : info_(info), frame_{info->path, key, 0} { documentPathPush(info, &frame_); }
+    DocumentStep(ParseInfo *info, size_t index) noexcept : info_(info), frame_{info->path, nullptr, index} {
+        documentPathPush(info, &frame_);
+    }
     ~DocumentStep() noexcept { info_->path = frame_.up; }
     DocumentStep(const DocumentStep &) = delete;
     DocumentStep &operator=(const DocumentStep &) = delete;

@@ -56,8 +56,13 @@ Boolean tavHttpContextSetApplicationName(TavHttpContext *ctx, const char *name) 
     return setText(ctx, &TavHttpContext::applicationName, name);
 }
 Boolean tavHttpContextSetModuleName(TavHttpContext *ctx, const char *name) noexcept {
+    if (ctx) ctx->moduleHint = nullptr;
     return setText(ctx, &TavHttpContext::moduleName, name);
 }
+void tavHttpContextSetModuleHint(TavHttpContext *ctx, TsModuleHint *hint) noexcept {
+    if (ctx) ctx->moduleHint = hint;
+}
+TsModuleHint *tavHttpContextGetModuleHint(TavHttpContext *ctx) noexcept { return ctx ? ctx->moduleHint : nullptr; }
 Boolean tavHttpContextSetEditionName(TavHttpContext *ctx, const char *name) noexcept {
     return setText(ctx, &TavHttpContext::editionName, name);
 }

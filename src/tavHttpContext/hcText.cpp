@@ -12,7 +12,10 @@ static bool inArena(const TavHttpContext *ctx, const char *text) noexcept {
 
 static char *copyText(TavHttpContext *ctx, const char *value) noexcept {
     size_t size = strlen(value) + 1;
-    if (size > sizeof ctx->arena - ctx->arenaUsed) return tavStrdup(value);
+    if (size > sizeof ctx->arena - ctx->arenaUsed) {
+        ctx->textsOutside = TRUE;
+        return tavStrdup(value);
+    }
     char *copy = ctx->arena + ctx->arenaUsed;
     ctx->arenaUsed += size;
     memcpy(copy, value, size);
@@ -36,7 +39,10 @@ Boolean hcSetText(TavHttpContext *ctx, char **text, const char *value) noexcept 
 
 void hcClearTexts(TavHttpContext *ctx) noexcept {
     for (char **text : {&ctx->errorMsg, &ctx->redirectURL, &ctx->applicationName, &ctx->moduleName, &ctx->editionName, &ctx->vHostName,
-                        &ctx->contextRoot, &ctx->url})
-        freeText(ctx, text);
+                        &ctx->contextRoot, &ctx->url}) {
+        if (ctx->textsOutside) freeText(ctx, text);
+        *text = nullptr;
+    }
+    ctx->textsOutside = FALSE;
     ctx->arenaUsed = 0;
 }

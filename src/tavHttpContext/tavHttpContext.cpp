@@ -6,10 +6,11 @@
 //
 // Ownership: the context owns its texts, its trace context and one reference to its private specification; it holds one snapshot
 // reference between obtain and release, and with it the instance. Endpoint and server application are kept alive by what the selector
-// counted in `targetInfo`; the policy lives as long as the snapshot. Pooled contexts belong to the pool and hold no snapshot.
+// counted in `targetInfo`; the policy lives as long as the snapshot. Pooled contexts belong to the pool and hold no snapshot; the one that
+// a thread left in its own place (tavKeepIdleContext) holds the current one.
 //
-// Locks: none of its own. Obtain takes the stop lock and, inside it, the routing-information lock, and the pool lock by itself; the host is
-// called with none of them held.
+// Locks: none of its own. Obtain takes none when the thread's own place has a context; otherwise the stop lock and, inside it, the
+// routing-information lock, and the pool lock by itself; the host is called with none of them held.
 #include "tavHttpContext/hcInternal.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavUtil/tavMemory.h"
@@ -89,6 +90,7 @@ static void clean(TavHttpContext *ctx) noexcept {
     hcClearTexts(ctx);
     if (!tavListIsEmpty(ctx->failedServerApps)) tavListClean(ctx->failedServerApps);
     ctx->policy = nullptr;
+    ctx->moduleHint = nullptr;
     ctx->stateMsg = nullptr;
 }
 
@@ -98,10 +100,8 @@ static void poolOrDelete(TavHttpContext *ctx) noexcept {
     tavHttpContextDelete(ctx);
 }
 
-// ---- life ----
-
-TavHttpContext *tavHttpContextObtain(Tav *tav, EnvHttpContext *envHttpContext) noexcept {
-    if (!tav || !tavCanRoute(tav)) return nullptr;
+// The long way to a context with a snapshot; null when there is no snapshot or no memory.
+static TavHttpContext *pooledOrNewContext(Tav *tav) noexcept {
     TavHttpContext *ctx = removeTavHttpContextFromPool(tav);
     TavRoutingInfo *ri = getRoutingInfo(tav);
     if (!ri) {
@@ -114,6 +114,16 @@ TavHttpContext *tavHttpContextObtain(Tav *tav, EnvHttpContext *envHttpContext) n
         return nullptr;
     }
     ctx->routingInfo = ri;
+    return ctx;
+}
+
+// ---- life ----
+
+TavHttpContext *tavHttpContextObtain(Tav *tav, EnvHttpContext *envHttpContext) noexcept {
+    if (!tav || !tavCanRoute(tav)) return nullptr;
+    TavHttpContext *ctx = tavTakeIdleContext(tav);
+    if (!ctx) ctx = pooledOrNewContext(tav);
+    if (!ctx) return nullptr;
     initialise(ctx, envHttpContext);
     tavMaxRequestsPerDaemon(tav); // only counts: the daemon ends by itself once the limit is passed
     TR_DEBUG(ctx->trContext, ctx->requestProcess, "tavHttpContextObtain: exit - ctx=%p\n", static_cast<void *>(ctx));
@@ -132,9 +142,10 @@ void tavHttpContextRelease(TavHttpContext *ctx) noexcept {
     if (state == CACHED || state == FREE) return; // null, or released already
     TR_DEBUG(ctx->trContext, ctx->requestProcess, "tavHttpContextRelease: enter - ctx=%p\n", static_cast<void *>(ctx));
     endUnreportedRequest(ctx);
+    clean(ctx);
+    if (tavKeepIdleContext(ctx->tav, ctx)) return;
     TavRoutingInfo *ri = ctx->routingInfo;
     ctx->routingInfo = nullptr;
-    clean(ctx);
     poolOrDelete(ctx);
     tavRoutingInfoRelease(ri); // may free the instance, and with it the pool
 }

@@ -65,10 +65,12 @@ struct _TavHttpContext {
     TrRecord *requestProcess;
     TrRecord *connectFailure;
 
-    TsTargetInfo targetInfo; // what the selector holds for this request
-    int portOfText;          // the port that portText spells; -1: none yet
+    TsTargetInfo targetInfo;  // what the selector holds for this request
+    TsModuleHint *moduleHint; // of moduleName; borrowed from the snapshot; null: none
+    int portOfText;           // the port that portText spells; -1: none yet
     char portText[12];
     size_t arenaUsed;
+    Boolean textsOutside; // a text of this request did not fit into the arena
     char arena[TAV_HTTP_CONTEXT_ARENA];
 };
 

@@ -11,6 +11,13 @@ Boolean addTavHttpContextToPool(Tav *tav, TavHttpContext *ctx) noexcept;
 // Returns new (the latest one put back, in INITIAL), null when the pool is empty.
 TavHttpContext *removeTavHttpContextFromPool(Tav *tav) noexcept;
 
+// A short cut past pool, stop lock and snapshot counts, which all threads share: each thread leaves the context of its last request in a
+// place of its own, still holding the snapshot, as long as that is the current one. Returns new, in INITIAL, `routingInfo` counted and
+// current; null: there is none, go the long way.
+TavHttpContext *tavTakeIdleContext(Tav *tav) noexcept;
+// Takes `ctx` over with its snapshot and puts it into CACHED; FALSE: both stay the caller's, go the long way.
+Boolean tavKeepIdleContext(Tav *tav, TavHttpContext *ctx) noexcept;
+
 // ---- the snapshot ----
 // The stop lock; a snapshot is only fetched under it, while the instance can route.
 void tavStopLock(Tav *tav, const char *who) noexcept;

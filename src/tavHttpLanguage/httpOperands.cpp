@@ -60,7 +60,16 @@ static void setTextOrMissing(ExpressionValue *result, EvaluationContext *evalCtx
         expressionValueSetMissing(result);
 }
 
+// Peeking at a text of the host; without one the value is missing.
+static Boolean showText(const char *text, intptr_t *word) noexcept {
+    *word = reinterpret_cast<intptr_t>(text);
+    return text != nullptr;
+}
+
 #define HTTP_TEXT_OPERAND(x, slot)                                                                      \
+    Boolean operandPeek_##x(const char *, const EvaluationContext *evalCtx, intptr_t *word) noexcept {  \
+        return showText(askText(evalCtx, &RequestCalls::slot), word);                                   \
+    }                                                                                                   \
     void operandValue_##x(Expression *, EvaluationContext *evalCtx, ExpressionValue *result) noexcept { \
         setTextOrMissing(result, evalCtx, askText(evalCtx, &RequestCalls::slot));                       \
     }
@@ -72,23 +81,38 @@ HTTP_TEXT_OPERAND(virtualHost, getVirtualHost)
 HTTP_TEXT_OPERAND(serverip, getLocalAddress)
 #undef HTTP_TEXT_OPERAND
 
-#define HTTP_NAMED_OPERAND(x, slot)                                                                         \
-    void operandValue_##x(Expression *expr, EvaluationContext *evalCtx, ExpressionValue *result) noexcept { \
-        setTextOrMissing(result, evalCtx, askText(evalCtx, &RequestCalls::slot, argumentOf(expr)));         \
+#define HTTP_NAMED_OPERAND(x, slot)                                                                            \
+    Boolean operandPeek_##x(const char *argument, const EvaluationContext *evalCtx, intptr_t *word) noexcept { \
+        return showText(askText(evalCtx, &RequestCalls::slot, argument), word);                                \
+    }                                                                                                          \
+    void operandValue_##x(Expression *expr, EvaluationContext *evalCtx, ExpressionValue *result) noexcept {    \
+        setTextOrMissing(result, evalCtx, askText(evalCtx, &RequestCalls::slot, argumentOf(expr)));            \
     }
 HTTP_NAMED_OPERAND(header, getHeaderValue)
 HTTP_NAMED_OPERAND(cookie, getCookieValue)
 #undef HTTP_NAMED_OPERAND
 
 // The only one whose value can be null: with "protocol IS NULL" a rule can ask for it.
+Boolean operandPeek_protocol(const char *, const EvaluationContext *evalCtx, intptr_t *word) noexcept {
+    showText(askText(evalCtx, &RequestCalls::getProtocol), word);
+    return TRUE;
+}
+
 void operandValue_protocol(Expression *, EvaluationContext *evalCtx, ExpressionValue *result) noexcept {
     expressionValueSetText(result, evalCtx, askText(evalCtx, &RequestCalls::getProtocol));
 }
 
-void operandValue_virtualPort(Expression *, EvaluationContext *evalCtx, ExpressionValue *result) noexcept {
+Boolean operandPeek_virtualPort(const char *, const EvaluationContext *evalCtx, intptr_t *word) noexcept {
     const EnvCallBacks *env = getEnvCallbacksFromEvalCtx(evalCtx);
-    if (env && env->http.request.getVirtualPort)
-        expressionValueSetWord(result, env->http.request.getVirtualPort(getEnvHttpCtxFromEvalCtx(evalCtx)));
+    if (!env || !env->http.request.getVirtualPort) return FALSE;
+    *word = env->http.request.getVirtualPort(getEnvHttpCtxFromEvalCtx(evalCtx));
+    return TRUE;
+}
+
+void operandValue_virtualPort(Expression *, EvaluationContext *evalCtx, ExpressionValue *result) noexcept {
+    intptr_t port;
+    if (operandPeek_virtualPort(nullptr, evalCtx, &port))
+        expressionValueSetWord(result, port);
     else
         expressionValueSetMissing(result);
 }

@@ -15,28 +15,29 @@ struct HttpOperand {
     ExpressionDestructorFcn destroy;
     EvaluateFcn evaluate;
     OperandValueFcn value;
-    bool offersMethods; // names the usual methods for a rule editor
+    OperandPeekFcn peek; // null: no short form
+    bool offersMethods;  // names the usual methods for a rule editor
 };
 
 #define FUNCTIONS(x) operandCreateExpression_##x, operandDestroyExpression_##x, operandEvaluate_##x, operandValue_##x
 static constexpr HttpOperand HTTP_OPERANDS[] = {
-    {"uri", nullptr, EXPR_STRING, FUNCTIONS(uri), false},
-    {"queryparm", "name", EXPR_STRING, FUNCTIONS(queryparm), false},
-    {"uid", nullptr, EXPR_STRING, FUNCTIONS(userid), false},
-    {"gids", "securityRealm", EXPR_LIST, FUNCTIONS(groupids), false}, // the realm is not used
-    {"header", "headerName", EXPR_STRING, FUNCTIONS(header), false},
-    {"cookie", "cookieName", EXPR_STRING, FUNCTIONS(cookie), false},
-    {"HTTPMethod", nullptr, EXPR_STRING, FUNCTIONS(httpmethod), true},
-    {"clienthost", nullptr, EXPR_STRING, FUNCTIONS(clienthost), false},
-    {"clientipv4", nullptr, EXPR_STRING, FUNCTIONS(clientip), false},
-    {"clientipv6", nullptr, EXPR_STRING, FUNCTIONS(clientip), false},
-    {"serverhost", nullptr, EXPR_STRING, FUNCTIONS(virtualHost), false},
-    {"serveripv4", nullptr, EXPR_STRING, FUNCTIONS(serverip), false},
-    {"serveripv6", nullptr, EXPR_STRING, FUNCTIONS(serverip), false},
-    {"port", nullptr, EXPR_INT, FUNCTIONS(virtualPort), false},
-    {"protocol", nullptr, EXPR_STRING, FUNCTIONS(protocol), false},
-    {"virtualhost", nullptr, EXPR_STRING, FUNCTIONS(virtualHost), false},
-    {"virtualport", nullptr, EXPR_INT, FUNCTIONS(virtualPort), false},
+    {"uri", nullptr, EXPR_STRING, FUNCTIONS(uri), operandPeek_uri, false},
+    {"queryparm", "name", EXPR_STRING, FUNCTIONS(queryparm), nullptr, false},
+    {"uid", nullptr, EXPR_STRING, FUNCTIONS(userid), operandPeek_userid, false},
+    {"gids", "securityRealm", EXPR_LIST, FUNCTIONS(groupids), nullptr, false}, // the realm is not used
+    {"header", "headerName", EXPR_STRING, FUNCTIONS(header), operandPeek_header, false},
+    {"cookie", "cookieName", EXPR_STRING, FUNCTIONS(cookie), operandPeek_cookie, false},
+    {"HTTPMethod", nullptr, EXPR_STRING, FUNCTIONS(httpmethod), operandPeek_httpmethod, true},
+    {"clienthost", nullptr, EXPR_STRING, FUNCTIONS(clienthost), nullptr, false},
+    {"clientipv4", nullptr, EXPR_STRING, FUNCTIONS(clientip), operandPeek_clientip, false},
+    {"clientipv6", nullptr, EXPR_STRING, FUNCTIONS(clientip), operandPeek_clientip, false},
+    {"serverhost", nullptr, EXPR_STRING, FUNCTIONS(virtualHost), operandPeek_virtualHost, false},
+    {"serveripv4", nullptr, EXPR_STRING, FUNCTIONS(serverip), operandPeek_serverip, false},
+    {"serveripv6", nullptr, EXPR_STRING, FUNCTIONS(serverip), operandPeek_serverip, false},
+    {"port", nullptr, EXPR_INT, FUNCTIONS(virtualPort), operandPeek_virtualPort, false},
+    {"protocol", nullptr, EXPR_STRING, FUNCTIONS(protocol), operandPeek_protocol, false},
+    {"virtualhost", nullptr, EXPR_STRING, FUNCTIONS(virtualHost), operandPeek_virtualHost, false},
+    {"virtualport", nullptr, EXPR_INT, FUNCTIONS(virtualPort), operandPeek_virtualPort, false},
 };
 #undef FUNCTIONS
 
@@ -53,7 +54,8 @@ static Operand *createOperand(const HttpOperand &op) noexcept {
     FormalArg *args[1] = {op.argument ? formalArgCreate(op.argument, ARG_STRING, nullptr, 0, nullptr) : nullptr};
     Operand *operand =
         operandCreate(op.name, numMethods, methods, op.argument ? 1 : 0, args, op.create, op.destroy, op.evaluate, nullptr, 1, op.type);
-    if (operand) operandSetEvaluateInto(operand, op.value);
+    operandSetEvaluateInto(operand, op.value);
+    operandSetPeek(operand, op.peek);
     return operand;
 }
 

@@ -40,6 +40,20 @@ typedef struct _HttpOperandExpression {
 TAV_HTTP_OPERANDS(TAV_DECLARE_HTTP_OPERAND)
 #undef TAV_DECLARE_HTTP_OPERAND
 
+// Short forms of those that need no work on the host's answer; the others have none.
+#define TAV_DECLARE_HTTP_PEEK(x) Boolean operandPeek_##x(const char *argument, const EvaluationContext *evalCtx, intptr_t *word) noexcept;
+TAV_DECLARE_HTTP_PEEK(uri)
+TAV_DECLARE_HTTP_PEEK(userid)
+TAV_DECLARE_HTTP_PEEK(httpmethod)
+TAV_DECLARE_HTTP_PEEK(clientip)
+TAV_DECLARE_HTTP_PEEK(virtualHost)
+TAV_DECLARE_HTTP_PEEK(serverip)
+TAV_DECLARE_HTTP_PEEK(header)
+TAV_DECLARE_HTTP_PEEK(cookie)
+TAV_DECLARE_HTTP_PEEK(protocol)
+TAV_DECLARE_HTTP_PEEK(virtualPort)
+#undef TAV_DECLARE_HTTP_PEEK
+
 // The host's handle and callbacks of the request under evaluation. Null, with a line on standard error, when the evaluation context has no
 // request or the request no instance.
 EnvHttpContext *getEnvHttpCtxFromEvalCtx(const EvaluationContext *evalCtx) noexcept;

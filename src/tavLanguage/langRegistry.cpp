@@ -137,6 +137,16 @@ void operatorSetCombine(Operator *op, OperatorCombineFcn combine) noexcept {
     if (op) op->combine = combine;
 }
 
+void operatorSetTest(Operator *op, OperatorTestFcn test, bool testsTexts) noexcept {
+    if (!op) return;
+    op->test = test;
+    op->testsTexts = testsTexts;
+}
+
+void operatorSetLogic(Operator *op, OperatorLogic logic) noexcept {
+    if (op) op->logic = logic;
+}
+
 void operatorFree(Operator *op) noexcept {
     if (!op) return;
     freeAll<InputElement, inputElementFree>(op->inputElements, op->numInputElements);
@@ -212,6 +222,14 @@ Operand *operandCreate(const char *name, int numSelectableValues, SelectableValu
 
 void operandSetEvaluateInto(Operand *operand, OperandValueFcn evaluateInto) noexcept {
     if (operand) operand->evaluateInto = evaluateInto;
+}
+
+void operandSetPeek(Operand *operand, OperandPeekFcn peek) noexcept {
+    if (operand) operand->peek = peek;
+}
+
+void operandSetTruth(Operand *operand, OperandTruth truth) noexcept {
+    if (operand) operand->truth = truth;
 }
 
 void operandFree(Operand *operand) noexcept {

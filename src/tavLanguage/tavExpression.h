@@ -102,6 +102,18 @@ typedef void (*OperandValueFcn)(Expression *expr, EvaluationContext *evalCtx, Ex
 typedef void (*OperatorCombineFcn)(Expression *expr, EvaluationContext *evalCtx, const ExpressionValue *inputs, ExpressionValue *result);
 inline constexpr int OPERATOR_MAX_COMBINED_INPUTS = 4; // an operator with more is evaluated through its cell
 
+// ---- short forms, for conditionProgram.h ----
+
+// Shows an operand's value without copying it: a number, or a text (may be null) that is good until the next operand is asked. `argument`
+// is the operand's first argument, null without one. FALSE: the value is missing. Shows what the operand's OperandValueFcn delivers.
+typedef Boolean (*OperandPeekFcn)(const char *argument, const EvaluationContext *evalCtx, intptr_t *word);
+// The verdict of an operator with two inputs that are numbers, or texts (either may be null), none of them missing.
+typedef Boolean (*OperatorTestFcn)(intptr_t left, intptr_t right);
+// An operator that joins truths to a truth.
+typedef enum OperatorLogic : unsigned char { LOGIC_NONE, LOGIC_AND, LOGIC_OR, LOGIC_NOT } OperatorLogic;
+// What is known of an operand's truth before it is asked.
+typedef enum OperandTruth : unsigned char { TRUTH_DEPENDS, TRUTH_ALWAYS, TRUTH_NEVER } OperandTruth;
+
 // ---- expressions ----
 
 typedef struct _Evaluable {

@@ -53,6 +53,9 @@ struct _Operator {
     OperatorCreateExpressionFcn createExpression;
     ExpressionDestructorFcn destroyExpression; // frees the inputs, not the record; may be null
     OperatorCombineFcn combine;                // null: evaluated through `base.evaluate` alone
+    OperatorTestFcn test;                      // short form of a comparison; may be null
+    bool testsTexts;                           // its inputs are texts
+    OperatorLogic logic;                       // short form of AND, OR, NOT
 };
 
 InputElement *typeInputElementCreate(ExpressionType type) noexcept;  // returns new
@@ -68,6 +71,9 @@ Operator *operatorCreateFromArray(const char *name, ExpressionType resultType, O
                                   InputElement *const *elements) noexcept;
 // Lets the operator be computed without cells. `evaluate` should then be expressionEvaluateAsCell or do the same.
 void operatorSetCombine(Operator *op, OperatorCombineFcn combine) noexcept;
+// Short forms: each must compute what `combine` does. An operator has one of them or none.
+void operatorSetTest(Operator *op, OperatorTestFcn test, bool testsTexts) noexcept;
+void operatorSetLogic(Operator *op, OperatorLogic logic) noexcept;
 void operatorFree(Operator *op) noexcept; // null ignored
 
 // ---- operands ----
@@ -102,6 +108,8 @@ struct _Operand {
     int numReturnTypes;
     ExpressionType *returnTypes;  // owned
     OperandValueFcn evaluateInto; // null: evaluated through `base.evaluate` alone
+    OperandPeekFcn peek;          // short form; may be null
+    OperandTruth truth;           // what every evaluation delivers, if it always delivers the same
 };
 
 SelectableValue *selectableValueCreate(const char *string, int32_t intValue) noexcept;   // returns new; the key is the string
@@ -120,6 +128,9 @@ Operand *operandCreate(const char *name, int numSelectableValues, SelectableValu
                        EvaluateFcn evaluate, OperandValidateInputFcn validateInput, int numReturnTypes, ...) noexcept;
 // Lets the operand be computed without cells; see OperandValueFcn.
 void operandSetEvaluateInto(Operand *operand, OperandValueFcn evaluateInto) noexcept;
+// Short forms: each must agree with `evaluateInto`.
+void operandSetPeek(Operand *operand, OperandPeekFcn peek) noexcept;
+void operandSetTruth(Operand *operand, OperandTruth truth) noexcept;
 void formalArgFree(FormalArg *arg) noexcept;                 // null ignored
 void operandFree(Operand *operand) noexcept;                 // null ignored
 const char *operandGetName(const Operand *operand) noexcept; // borrowed

@@ -1,5 +1,7 @@
 // Mapping one request: host, port and path lead to a web module; the rules of its application choose the edition that serves it.
+#include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
 #include "tavRequestMapper/tavHttpContextForMapper.h"
@@ -47,11 +49,25 @@ Verdict applyAction(const Action *action, TavHttpContext *ctx) noexcept {
     }
 }
 
-Verdict evaluateEdition(Application *application, TavHttpContext *ctx) noexcept {
+// Keeps for the next request of the module where this one found its rules.
+void rememberPlaces(WebModule *webModule, const TavRules *rules, const TavRuleMatch &match) noexcept {
+    const void *places[TavRuleMatch::PLACES];
+    match.places(places);
+    const auto remember = [webModule](size_t i, const void *place) {
+        std::atomic<const void *> &kept = webModule->rulePlaces[i];
+        if (kept.load(std::memory_order_relaxed) != place) kept.store(place, std::memory_order_relaxed);
+    };
+    remember(0, rules);
+    for (size_t i = 0; i < TavRuleMatch::PLACES; ++i) remember(i + 1, places[i]);
+}
+
+// `webModule` (may be null) is the module that was matched.
+Verdict evaluateEdition(Application *application, WebModule *webModule, TavHttpContext *ctx) noexcept {
     WebRouteWorkClass *workClass = application->defaultWebRouteWorkClass;
     if (!workClass) return verdictOf(tavHttpContextSetPermit(ctx, application->edition, FALSE), Verdict::Permitted);
     // The pin keeps the action while its texts are copied into the context.
     TavRuleMatch match = tavRulesMatch(tavHttpContextGetTrContext(ctx), workClass->rules, ctx);
+    if (webModule) rememberPlaces(webModule, workClass->rules, match);
     if (!match.entry()) return rejectWith(ctx, 500, "no edition routing rule match found; Error Status Code=500");
     return applyAction(match.entry()->action, ctx);
 }
@@ -128,17 +144,38 @@ int chooseEdition(TavHttpContext *ctx, const char *path, WebModule **webModule) 
     return *webModule ? MAPPED : NOT_MAPPED; // not mapped without a rejection: the outcome of the rule stands
 }
 
-Boolean storeMapping(TavHttpContext *ctx, const WebModule *webModule) noexcept {
+Boolean storeMapping(TavHttpContext *ctx, WebModule *webModule) noexcept {
     const Application *application = wmGetApplication(webModule);
-    return tavHttpContextSetApplicationName(ctx, application->simpleName) && tavHttpContextSetEditionName(ctx, application->edition) &&
-           tavHttpContextSetModuleName(ctx, webModule->name) && tavHttpContextSetContextRoot(ctx, webModule->contextRoot);
+    const bool stored = tavHttpContextSetApplicationName(ctx, application->simpleName) &&
+                        tavHttpContextSetEditionName(ctx, application->edition) && tavHttpContextSetModuleName(ctx, webModule->name) &&
+                        tavHttpContextSetContextRoot(ctx, webModule->contextRoot);
+    if (stored) tavHttpContextSetModuleHint(ctx, &webModule->hint);
+    return stored;
+}
+
+// Asks for the cache lines that the rest of the mapping and the selection need: with a thousand applications they are far away, and the
+// rules take a while.
+void prefetchModule(const WebModule *webModule) noexcept {
+    // Following the pointers from the module to a rule's steps would be one wait after the other.
+    constexpr size_t lines[] = {3, 1, 5, 1, 1}; // of the set, its array, its program, the entry, its action
+    for (size_t i = 0; i < std::size(lines); ++i) {
+        const auto place = reinterpret_cast<uintptr_t>(webModule->rulePlaces[i].load(std::memory_order_relaxed));
+        for (size_t line = 0; line < lines[i]; ++line) __builtin_prefetch(reinterpret_cast<const void *>(place + line * 64));
+    }
+    const Application *application = wmGetApplication(webModule);
+    const void *virtualCluster = webModule->hint.virtualCluster.load(std::memory_order_relaxed);
+    for (const void *memory :
+         {static_cast<const void *>(webModule->name), static_cast<const void *>(webModule->contextRoot),
+          static_cast<const void *>(application->simpleName), static_cast<const void *>(application->edition), virtualCluster})
+        __builtin_prefetch(memory);
 }
 
 int mapInput(RequestMapper *rm, TavHttpContext *ctx, RequestInput &input) noexcept {
     WebModule *webModule = matchPathOnly(rm, ctx, input);
     if (!webModule) return reject(ctx, 404, "no mapping found", NOT_MAPPED);
+    prefetchModule(webModule);
     TrContext *trCtx = tavHttpContextGetTrContext(ctx);
-    switch (evaluateEdition(wmGetApplication(webModule), ctx)) {
+    switch (evaluateEdition(wmGetApplication(webModule), webModule, ctx)) {
         case Verdict::NoMemory:
             return rejectNoMemory(ctx);
         case Verdict::Decided:
@@ -161,7 +198,7 @@ char *pathOnly(const char *path) noexcept { return path ? tavStrndup(path, pathO
 
 const char *evaluateAppEditionRoutingRules(Application *application, TavHttpContext *ctx) noexcept {
     if (!application || !ctx) return nullptr;
-    switch (evaluateEdition(application, ctx)) {
+    switch (evaluateEdition(application, nullptr, ctx)) {
         case Verdict::Permitted:
             return tavHttpContextGetEditionName(ctx);
         case Verdict::NoMemory:

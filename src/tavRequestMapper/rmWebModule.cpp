@@ -88,6 +88,7 @@ WebModule *rmWebModuleCreate(Application *application, const char *name, int res
     webModule->sslMapMode = NullMapMode;
     webModule->fileServingEnabled = TRUE;
     webModule->restVersion = restVersion;
+    webModule->hint.appNameHash = tavHashCompute(application->simpleName);
     if (webModule->name && webModule->uris && webModule->clusters && appAddWebModule(application, webModule)) return webModule;
     webModuleFree(webModule);
     return nullptr;

@@ -10,9 +10,9 @@
 typedef struct _WebModule WebModule;
 
 typedef struct _HttpAffinityPolicy {
-    char *descriptor;   // owned; null when made from its parts
-    char **cookieNames; // owned copies, ends with null
-    char *delimiter;    // owned
+    char *descriptor;   // null when made from its parts; this and the next two lie in the policy's own block
+    char **cookieNames; // ends with null
+    char *delimiter;
     Boolean learnServerIDs;
     // private
     struct _HttpAffinityPolicy *nextRetired;

@@ -5,6 +5,8 @@
 
 #include <tav/context.h>
 
+typedef struct _TsModuleHint TsModuleHint;
+
 // Action PERMIT with the edition name and the stickiness. On FALSE nothing has changed.
 Boolean tavHttpContextSetPermit(TavHttpContext *ctx, const char *edition, Boolean sticky) noexcept;
 // Action REJECT with the status and a text. On FALSE action and status stand, the text is none.
@@ -14,6 +16,8 @@ Boolean tavHttpContextSetRedirect(TavHttpContext *ctx, const char *url) noexcept
 
 Boolean tavHttpContextSetApplicationName(TavHttpContext *ctx, const char *name) noexcept;
 Boolean tavHttpContextSetModuleName(TavHttpContext *ctx, const char *name) noexcept;
+// What the selector remembers of the module of that name; borrowed from the snapshot. Another module name clears it.
+void tavHttpContextSetModuleHint(TavHttpContext *ctx, TsModuleHint *hint) noexcept;
 Boolean tavHttpContextSetEditionName(TavHttpContext *ctx, const char *name) noexcept;
 Boolean tavHttpContextSetContextRoot(TavHttpContext *ctx, const char *contextRoot) noexcept;
 const char *tavHttpContextGetEditionName(TavHttpContext *ctx) noexcept; // the context's copy, borrowed until the next set; null: none

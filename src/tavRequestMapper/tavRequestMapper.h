@@ -19,6 +19,7 @@
 #include "tavLock/tavLock.h"
 #include "tavRequestMapper/tavHttpAffinityPolicy.h"
 #include "tavRule/tavRule.h"
+#include "tavTargetSelector/tavHttpContextForSelector.h"
 
 struct json_t;
 
@@ -85,6 +86,9 @@ struct _WebModule {
     int restVersion;
     // private
     TavListEle *ele; // place in the application's list
+    TsModuleHint hint;
+    // Where the last request found the rules and what TavRuleMatch::places tells: only to ask for cache lines.
+    std::atomic<const void *> rulePlaces[1 + TavRuleMatch::PLACES];
 };
 
 // ---- mapper ----

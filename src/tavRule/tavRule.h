@@ -109,10 +109,10 @@ struct _TavRules {
     TrRecord *recCtrlList;
     TrRecord *recCtrlProcess;
     // private
-    Boolean outOfOrder TAV_GUARDED_BY(lock);            // an inserted rule's order was changed: the list may be unsorted
-    std::atomic<int> ruleCount;                         // 0: requests pin nothing
-    TavLock pinLock;                                    // leaf: reading `published` together with counting a pin
+    std::atomic<int> ruleCount;                         // 0: requests pin nothing. This and the next two lie side by side for them
     TavRuleArray *published TAV_PT_GUARDED_BY(pinLock); // one count is the set's
+    TavLock pinLock;                                    // leaf: reading `published` together with counting a pin
+    Boolean outOfOrder TAV_GUARDED_BY(lock);            // an inserted rule's order was changed: the list may be unsorted
 };
 
 // ---- rule sets ----
@@ -153,6 +153,9 @@ public:
     // The first rule whose expression holds; null: none. Borrowed from this object.
     const TavRuleEntry *entry() const noexcept { return entry_; }
     void reset() noexcept;
+    // Where the next match of the set will look: array, program, entry and action. To ask for cache lines, never to be followed.
+    inline static constexpr int PLACES = 4;
+    void places(const void *(&addresses)[PLACES]) const noexcept;
 
 private:
     friend TavRuleMatch tavRulesMatch(TrContext *trCtx, TavRules *rules, TavHttpContext *ctx) noexcept;

@@ -124,7 +124,7 @@ TavRuleArray *ruleArraySpliced(TavRuleArray *old, int index, int removed, TavRul
     int capacity = std::max(4, oldCount + oldCount / 2 + 1);
     void *memory = tavMalloc(sizeof(TavRuleArray) + static_cast<size_t>(capacity) * sizeof(TavRuleEntry *));
     if (!memory) return nullptr;
-    auto *array = new (memory) TavRuleArray{1, 0, capacity, FALSE};
+    auto *array = new (memory) TavRuleArray{1, 0, capacity, FALSE, nullptr};
     auto append = [array](TavRuleEntry *entry) { array->entries()[array->count++] = retain(entry); };
     for (int i = 0; i <= oldCount; i++) {
         if (i == index && added) append(added);
@@ -137,6 +137,7 @@ TavRuleArray *ruleArraySpliced(TavRuleArray *old, int index, int removed, TavRul
 Boolean ruleArraySplice(TavRuleArray *array, int index, int removed, TavRuleEntry *added) noexcept {
     int grow = (added ? 1 : 0) - removed;
     if (array->count + grow > array->capacity) return FALSE;
+    conditionProgramFree(array->program.exchange(nullptr, std::memory_order_relaxed));
     TavRuleEntry **at = array->entries() + index;
     TavRuleEntry **end = array->entries() + array->count;
     retain(added);
@@ -148,8 +149,27 @@ Boolean ruleArraySplice(TavRuleArray *array, int index, int removed, TavRuleEntr
     return TRUE;
 }
 
+static ConditionProgram *compile(TavRuleArray *array) noexcept {
+    std::unique_ptr<Expression *[], TavFreer> exprs(
+        static_cast<Expression **>(tavMalloc(static_cast<size_t>(array->count) * sizeof(Expression *))));
+    if (!exprs) return nullptr;
+    for (int i = 0; i < array->count; i++) exprs[i] = array->entries()[i]->expr;
+    return conditionProgramCreate(exprs.get(), array->count);
+}
+
+const ConditionProgram *ruleArrayProgram(TavRuleArray *array) noexcept {
+    ConditionProgram *program = array->program.load(std::memory_order_acquire);
+    if (program) return program;
+    ConditionProgram *made = compile(array);
+    // Of several threads that compiled it one wins; all use its program.
+    if (made && array->program.compare_exchange_strong(program, made, std::memory_order_acq_rel)) return made;
+    conditionProgramFree(made);
+    return program;
+}
+
 void ruleArrayRelease(TavRuleArray *array) noexcept {
     if (!releaseIsLast(array)) return;
+    conditionProgramFree(array->program.load(std::memory_order_relaxed));
     for (int i = 0; i < array->count; i++) ruleEntryRelease(array->entries()[i]);
     tavDestroyRecord(array);
 }

@@ -5,6 +5,7 @@
 
 #include <atomic>
 
+#include "tavLanguage/conditionProgram.h"
 #include "tavRule/tavRule.h"
 
 struct _TavRuleText {
@@ -44,7 +45,9 @@ struct alignas(TavRuleEntry *) _TavRuleArray {
     std::atomic<int> refCount;
     int count;
     int capacity;
-    Boolean hasDead; // a removed entry could not be taken out
+    std::atomic<Boolean> hasDead; // a removed entry could not be taken out
+    // Its expressions compiled, by the first request that needs it; owned; dies with a change of the array.
+    std::atomic<ConditionProgram *> program;
 
     TavRuleEntry **entries() noexcept { return reinterpret_cast<TavRuleEntry **>(this + 1); }
     int indexOf(const TavRuleEntry *entry) noexcept; // `count` when absent
@@ -57,6 +60,8 @@ struct alignas(TavRuleEntry *) _TavRuleArray {
 TavRuleArray *ruleArraySpliced(TavRuleArray *old, int index, int removed, TavRuleEntry *added) noexcept;
 // The same in place. FALSE when there is no room. The array must be unshared and free of dead entries.
 Boolean ruleArraySplice(TavRuleArray *array, int index, int removed, TavRuleEntry *added) noexcept;
+// The array's program, made now if it must be. Returns borrowed, for as long as the array is pinned; null without memory.
+const ConditionProgram *ruleArrayProgram(TavRuleArray *array) noexcept;
 void ruleArrayRelease(TavRuleArray *array) noexcept; // null ignored
 
 // ---- between rule and set ----

@@ -97,6 +97,7 @@ Boolean tavSwitchToNewRoutingInfo(Tav *tav, TavRoutingInfo *ri) noexcept {
         old = tav->routingInfo;
         tav->routingInfo = ri;
     }
+    tavSweepIdleContexts(tav);
     // The successor's trace rules joined before: there is no moment without rules.
     tavTraceRulesDeactivate(old);
     // After the swap and still under the control lock: a worker that does not read must not stop requests.

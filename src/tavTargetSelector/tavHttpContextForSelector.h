@@ -3,6 +3,8 @@
 #ifndef TAVTARGETSELECTOR_TAVHTTPCONTEXTFORSELECTOR_H
 #define TAVTARGETSELECTOR_TAVHTTPCONTEXTFORSELECTOR_H
 
+#include <atomic>
+
 #include <tav/context.h>
 
 typedef struct _TargetServerApplication TargetServerApplication;
@@ -11,6 +13,15 @@ typedef struct _TargetNode TargetNode;
 typedef struct _Cluster Cluster;
 typedef struct _HttpAffinityPolicy HttpAffinityPolicy;
 typedef struct _TsEndPointPeriod TsEndPointPeriod;
+
+// What the selector remembers of a web module, so that it need not look its names up for every request. Lies in the web module; the
+// selector of the module's snapshot reads and writes it under its lock. The context hands it on.
+typedef struct _TsModuleHint {
+    std::atomic<struct _VirtualCluster *> virtualCluster; // to be followed only while `generation` is the selector's
+    unsigned generation;
+    int appNameHash; // tavHashCompute of the application's simple name; constant
+} TsModuleHint;
+TsModuleHint *tavHttpContextGetModuleHint(TavHttpContext *ctx) noexcept; // borrowed; null: none for the module name that the context has
 
 // The records that one request holds, each counted once, exactly as they were when it was selected: a relink since then changes nothing
 // here. All null: the request holds nothing. The context only stores it; the selector fills, releases and clears it.

@@ -190,6 +190,7 @@ TargetSelector *tsCreate(TavRoutingInfo *ri) noexcept {
     auto *ts = tavNewRecord<TargetSelector>();
     if (!ts) return nullptr;
     ts->ri = ri;
+    ts->virtualClusterGeneration = 1; // a new hint has 0
     ts->tav = tavRoutingInfoGetTav(ri);
     ts->lock = tavLockCreateRanked(TavLockRank::TargetSelector);
     ts->virtualClusterMap = tavHashMapCreate();

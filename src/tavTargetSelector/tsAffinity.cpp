@@ -25,14 +25,8 @@ void TsReason::add(const TsReason &other) noexcept {
     if (other.any_) add(other.text());
 }
 
-const char *tsServerApplicationReason(const TargetServerApplication *sapp, TavTime now, Boolean affinity) noexcept {
-    const TargetServer *server = sapp->server;
-    const char *own = affinity ? sapp->reasonForNoAffinity : sapp->reasonForNoLoadBalancing;
-    if (own) return own;
-    const char *ofServer = affinity ? server->reasonForNoAffinity : server->reasonForNoLoadBalancing;
-    if (ofServer) return ofServer;
-    if (tavTimeIsBefore(now, server->nextRetryTime)) return "connect failure";
-    return server->cluster.load() ? nullptr : "no cluster associated with the server";
+const char *tsServerApplicationReason(const TargetServerApplication *sapp, TavTime now, Boolean affinity) noexcept TAV_NO_ANALYSIS {
+    return serverApplicationReason(sapp, affinity, [now] { return now; });
 }
 
 // ---- clone ids ----
@@ -84,7 +78,7 @@ public:
 
 private:
     const char *after(const char *text) const noexcept {
-        const char *found = length_ ? strstr(text, delimiter_) : nullptr;
+        const char *found = length_ == 1 ? strchr(text, *delimiter_) : length_ ? strstr(text, delimiter_) : nullptr;
         return found ? found + length_ : nullptr;
     }
     const char *copy(const char *piece, size_t length) noexcept {
@@ -105,13 +99,20 @@ private:
 };
 } // namespace
 
+// Asks for the cache lines of a server that will probably serve the request: its fields are spread over all of the record.
+static void prefetchServer(const TargetServer *server) noexcept {
+    for (size_t at = 0; at < sizeof *server; at += 64) __builtin_prefetch(reinterpret_cast<const char *>(server) + at);
+}
+
 // One clone id: the server application, or a reason.
 static TargetServerApplication *resolveCloneId(const TsRequest &req, const char *cloneId, TsReason &reason) noexcept TS_LOCKED {
     auto *server = static_cast<TargetServer *>(tavHashGet(req.ts->serverMapByCloneId, cloneId));
     if (!server) return reason.add("Server was not found for cloneId '", cloneId, "'\n"), nullptr;
-    TargetServerApplication *sapp = serverFindServerApplication(server, req.appName);
+    prefetchServer(server);
+    TargetServerApplication *sapp = req.hint ? serverFindServerApplication(server, req.appName, req.hint->appNameHash)
+                                             : serverFindServerApplication(server, req.appName);
     if (!sapp) return reason.add("Server application was not found for cloneId '", cloneId, "'\n"), nullptr;
-    const char *why = tsServerApplicationReason(sapp, req.now, TRUE);
+    const char *why = serverApplicationReason(sapp, TRUE, [&req] { return req.now(); });
     if (!why) return sapp;
     reason.add("Server application for cloneId '", cloneId, "' is not selectable because ");
     reason.add("", why, "\n");

@@ -28,7 +28,7 @@ inline constexpr const char *serverIsFullMark = "server is full"; // stands for 
 } // namespace
 
 static inline const char *skipReason(const TsRequest &req, const TargetServerApplication *sapp) noexcept TS_LOCKED {
-    if (const char *reason = tsServerApplicationReason(sapp, req.now, FALSE)) return reason;
+    if (const char *reason = serverApplicationReason(sapp, FALSE, [&req] { return req.now(); })) return reason;
     if (tavHttpContextIsFailedServerApp(req.ctx, sapp)) return "previously failed to route this request to this server";
     if (serverIsFull(sapp->server)) return serverIsFullMark;
     return transportReason(req, sapp->server);

@@ -93,6 +93,8 @@ void serverFree(TsScope &scope, TargetServer *server) noexcept TS_LOCKED;
 void serverChooseEndPoints(TargetServer *server) noexcept TS_LOCKED;
 // The first of its list with that name that was not deleted, or null.
 TargetServerApplication *serverFindServerApplication(const TargetServer *server, const char *name) noexcept TS_LOCKED;
+// The same with the name's tavHashCompute at hand.
+TargetServerApplication *serverFindServerApplication(const TargetServer *server, const char *name, int hash) noexcept TS_LOCKED;
 
 // ---- server applications ----
 Boolean serverApplicationSetState(TsScope &scope, TargetServerApplication *sapp, const char *state) noexcept TS_LOCKED;
@@ -129,10 +131,32 @@ struct TsRequest {
     TrContext *trCtx; // the request's
     const char *moduleName;
     const char *appName;
-    int protoIndex; // of the request, then of the endpoint
-    TavTime now;
-    bool byVHost; // endpoints are chosen by the request's virtual-host group
+    TsModuleHint *hint; // may be null
+    int protoIndex;     // of the request, then of the endpoint
+    bool byVHost;       // endpoints are chosen by the request's virtual-host group
+
+    // The time of the selection: read once, by the first server that waits for its next try. Mostly there is none.
+    TavTime now() const noexcept {
+        if (!clockRead) clock = tavGetCurrentTime();
+        clockRead = true;
+        return clock;
+    }
+    mutable TavTime clock;
+    mutable bool clockRead;
 };
+
+// tsServerApplicationReason with a clock that is read only when it matters.
+template <typename Clock>
+inline const char *serverApplicationReason(const TargetServerApplication *sapp, Boolean affinity, const Clock &now) noexcept TS_LOCKED {
+    const TargetServer *server = sapp->server;
+    const char *own = affinity ? sapp->reasonForNoAffinity : sapp->reasonForNoLoadBalancing;
+    if (own) return own;
+    const char *ofServer = affinity ? server->reasonForNoAffinity : server->reasonForNoLoadBalancing;
+    if (ofServer) return ofServer;
+    const TavTime retryTime = server->nextRetryTime.load(std::memory_order_relaxed);
+    if (retryTime != 0 && tavTimeIsBefore(now(), retryTime)) return "connect failure";
+    return server->cluster.load(std::memory_order_relaxed) ? nullptr : "no cluster associated with the server";
+}
 
 // Why affinity cannot be kept. The text is built only when someone reads it; `any` says that there is a reason.
 class TsReason {

@@ -73,8 +73,8 @@ static bool readRequest(TsRequest &req) noexcept {
     req.protoIndex = tsProtocolToIndex(protocol);
     if (req.protoIndex < 0) return reject(req, 500, "negative protocol index"), false;
     req.appName = tavHttpContextGetApplicationName(req.ctx);
+    req.hint = tavHttpContextGetModuleHint(req.ctx);
     req.byVHost = tavSelectsEndpointByVHost(req.ts->tav);
-    req.now = tavGetCurrentTime();
     return true;
 }
 
@@ -127,10 +127,24 @@ static TsChoice rejection(int code, const char *text) noexcept {
     return choice;
 }
 
+// The module's virtual cluster: where the module remembers it, else by name. A hint of this generation is right: a name that led to a
+// virtual cluster leads to it until that one goes.
+static VirtualCluster *findVirtualCluster(const TsRequest &req) noexcept TS_LOCKED {
+    TargetSelector *ts = req.ts;
+    TsModuleHint *hint = req.hint;
+    if (hint && hint->generation == ts->virtualClusterGeneration) return hint->virtualCluster;
+    VirtualCluster *vc = virtualClusterFind(ts, req.moduleName);
+    if (hint && vc) {
+        hint->virtualCluster = vc;
+        hint->generation = ts->virtualClusterGeneration;
+    }
+    return vc;
+}
+
 // Steps under the lock.
 static TsChoice choose(TsRequest &req) noexcept {
     TsScope scope(req.ts->lock, "tsSelect");
-    VirtualCluster *vc = virtualClusterFind(req.ts, req.moduleName);
+    VirtualCluster *vc = findVirtualCluster(req);
     if (!vc) return rejection(404, "web module not found by selector");
     if (!vc->cluster) return rejection(500, "no cluster");
     HttpAffinityPolicy *policy = getAffinityPolicy(vc);

@@ -49,6 +49,11 @@ TargetServerApplication *serverFindServerApplication(const TargetServer *server,
     return static_cast<TargetServerApplication *>(tavHashGet(server->serverApplicationMap, name));
 }
 
+TargetServerApplication *serverFindServerApplication(const TargetServer *server, const char *name, int hash) noexcept {
+    if (!server->serverApplicationMap) return walkForName(server, name);
+    return static_cast<TargetServerApplication *>(tavHashGet2(server->serverApplicationMap, name, hash));
+}
+
 // Of several with one name the first of the list that was not deleted is found.
 static void mapRepair(TargetServer *server, const char *name) noexcept TS_LOCKED {
     tavHashPut(server->serverApplicationMap, name, walkForName(server, name));

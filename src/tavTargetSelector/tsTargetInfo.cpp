@@ -42,8 +42,16 @@ void tsTargetInfoDecrementRefCnt(TavHttpContext *ctx) noexcept {
 
 // ---- connections ----
 
+// Nothing to reset and nobody to tell: as good as always, so the lock is left to those who need it.
+static bool connectSuccessIsNoNews(const TargetServer *server) noexcept {
+    const TargetSelector *ts = server->selector;
+    return server->nextRetryTime.load(std::memory_order_relaxed) == 0 &&
+           server->nextRetryInterval.load(std::memory_order_relaxed) == TS_FIRST_RETRY_INTERVAL &&
+           !trContextLogEnabled(ts->trCtx, ts->balanceRec);
+}
+
 void tsServerConnectSuccess(TargetServer *server) noexcept {
-    if (!server) return;
+    if (!server || connectSuccessIsNoNews(server)) return;
     TsScope scope(server->selector->lock, "tsServerConnectSuccess");
     serverInitRetry(server);
 }
@@ -52,12 +60,12 @@ void tsServerConnectFailure(TargetServer *server) noexcept {
     if (!server) return;
     TargetSelector *ts = server->selector;
     TsScope scope(ts->lock, "tsServerConnectFailure");
-    server->nextRetryTime = tavTimeAdd(tavGetCurrentTime(), server->nextRetryInterval);
-    server->nextRetryInterval =
-        server->nextRetryInterval * 10 < TS_LAST_RETRY_INTERVAL ? server->nextRetryInterval * 10 : TS_LAST_RETRY_INTERVAL;
+    const TavTime interval = server->nextRetryInterval;
+    server->nextRetryTime = tavTimeAdd(tavGetCurrentTime(), interval);
+    server->nextRetryInterval = interval * 10 < TS_LAST_RETRY_INTERVAL ? interval * 10 : TS_LAST_RETRY_INTERVAL;
     TR_DEBUG(ts->trCtx, ts->balanceRec,
              "tsServerConnectFailure: connect failure to the server %s; nextRetryInterval=%lu, nextRetryTime=%lu", server->name,
-             static_cast<unsigned long>(server->nextRetryInterval), static_cast<unsigned long>(server->nextRetryTime));
+             static_cast<unsigned long>(server->nextRetryInterval.load()), static_cast<unsigned long>(server->nextRetryTime.load()));
 }
 
 // ---- the end of a request ----

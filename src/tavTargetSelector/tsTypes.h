@@ -59,6 +59,7 @@ struct _TargetSelector {
     // private
     TargetServer *firstServer;         // every server that lives, also those that were never initialised
     int selected;                      // requests that hold a target
+    unsigned virtualClusterGeneration; // one more whenever a virtual cluster goes; see TsModuleHint
     Cluster *formerClusters;           // at zero, but a request may be reading the name
     HttpAffinityPolicy *ownedPolicies; // made for virtual clusters without a web module
 };
@@ -118,8 +119,8 @@ struct _TargetServer {
     const char *reasonForNoAffinity;
     TavList *endPoints[TS_PROTOCOLS]; // in the record, like serverApplications
     int outstandingRequestCount;
-    TavTime nextRetryInterval;
-    TavTime nextRetryTime;                   // 0: at any time
+    std::atomic<TavTime> nextRetryInterval;
+    std::atomic<TavTime> nextRetryTime;      // 0: at any time
     std::atomic<Cluster *> cluster{nullptr}; // counted
     TavList *linkRequests;                   // of LinkServerToWebModuleRequest, owned; null until the first
     TavList *serverApplications;

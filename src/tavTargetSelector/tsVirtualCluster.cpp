@@ -128,6 +128,7 @@ void tsVirtualClusterDelete(VirtualCluster *vc) noexcept {
     if (!vc) return;
     TsScope scope(vc->selector->lock, "tsVirtualClusterDelete");
     tavHashPut(vc->selector->virtualClusterMap, vc->name, nullptr);
+    vc->selector->virtualClusterGeneration++;
     virtualClusterFree(vc);
 }
 

@@ -145,8 +145,9 @@ static void offer(Best *best, const URIMatcher *supplier, const char *path, TavH
 WebModule *matchLongestURI(const URLMatcher *urlMatcher, TavHttpContext *requestContext, const char *host, int port,
                            const char *path) noexcept {
     Best best;
-    if (urlMatcher->index && urlMatcherIndexCovers(host)) {
-        GroupWalk walk(urlMatcher->index, host, port);
+    const HostKey key(host);
+    if (urlMatcher->index && host && key.fits()) {
+        GroupWalk walk(urlMatcher->index, key, port);
         while (const URIMatcher *patterns = walk.next()) offer(&best, patterns, path, requestContext);
     } else {
         const int count = tavListGetCount(urlMatcher->vhostMatcherList);

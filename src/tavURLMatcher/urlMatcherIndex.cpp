@@ -12,33 +12,26 @@
 #include <unordered_map>
 #include <vector>
 
-#include "VHostMatcher/hostKey.h"
-
-typedef std::vector<int> Positions;
-
-typedef std::unordered_map<std::string, Positions> PositionsByText;
+typedef std::pair<int, Positions> PortGroups;
 
 struct UrlMatcherIndex {
     Positions any;
-    std::unordered_map<int, Positions> byPort;
+    std::vector<PortGroups> byPort; // sorted
     KeyTable byHost;
-    KeyTable byHostAndPort;                                // "host:port"
     std::unique_ptr<std::atomic<URIMatcher *>[]> matchers; // of each group, by position
 };
 
-// What the groups hold, collected before the tables are filled.
+// What the groups hold, collected before the index is filled.
 struct Collected {
-    PositionsByText byHost;
-    PositionsByText byHostAndPort;
+    std::map<int, Positions> byPort;
+    std::unordered_map<std::string, HostGroups> byHost;
+
+    // Null for a host that is longer than any that is asked for.
+    HostGroups *host(const HostKey &key) { return key.fits() ? &byHost[std::string(key.view())] : nullptr; }
 };
 
 static void addPosition(Positions *positions, int position) {
     if (positions->empty() || positions->back() != position) positions->push_back(position);
-}
-
-static void addFolded(PositionsByText *map, const HostKey &key, int position) {
-    // A longer host than that is never asked for.
-    if (key.fits()) addPosition(&(*map)[std::string(key.view())], position);
 }
 
 static void addGroup(UrlMatcherIndex *index, Collected *collected, const VHostMatcher *group, int position) {
@@ -46,11 +39,13 @@ static void addGroup(UrlMatcherIndex *index, Collected *collected, const VHostMa
         addPosition(&index->any, position);
         return;
     }
-    for (int i = 0; i < group->noOfports; ++i) addPosition(&index->byPort[group->ports[i]], position);
-    for (int i = 0; i < group->noOfhosts; ++i) addFolded(&collected->byHost, HostKey(group->hosts[i]), position);
+    for (int i = 0; i < group->noOfports; ++i) addPosition(&collected->byPort[group->ports[i]], position);
+    for (int i = 0; i < group->noOfhosts; ++i) {
+        if (HostGroups *host = collected->host(HostKey(group->hosts[i]))) addPosition(&host->anyPort, position);
+    }
     for (int i = 0; i < group->noOfvhosts; ++i) {
         const VHost *vhost = group->vhostArray[i];
-        addFolded(&collected->byHostAndPort, HostKey(vhost->host, vhost->port), position);
+        if (HostGroups *host = collected->host(HostKey(vhost->host))) addPosition(&host->byPort[vhost->port], position);
     }
 }
 
@@ -60,8 +55,8 @@ UrlMatcherIndex *urlMatcherIndexCreate(VHostMatcher *const *groups, int count) n
         index = new UrlMatcherIndex;
         Collected collected;
         for (int i = 0; i < count; ++i) addGroup(index, &collected, groups[i], i);
+        index->byPort.assign(collected.byPort.begin(), collected.byPort.end());
         index->byHost.fill(collected.byHost);
-        index->byHostAndPort.fill(collected.byHostAndPort);
         index->matchers = std::make_unique<std::atomic<URIMatcher *>[]>(static_cast<size_t>(count));
     } catch (const std::bad_alloc &) {
         delete index;
@@ -79,17 +74,19 @@ void urlMatcherIndexDelete(UrlMatcherIndex *index, VHostMatcher *const *groups, 
     delete index;
 }
 
-bool urlMatcherIndexCovers(const char *host) noexcept { return HostKey(host).fits(); }
-
 static GroupRange rangeOf(const Positions &positions) noexcept { return {positions.data(), positions.data() + positions.size()}; }
 
-GroupWalk::GroupWalk(const UrlMatcherIndex *index, const char *host, int port) noexcept : index_(index) {
+static GroupRange rangeOfPort(const std::vector<PortGroups> &ports, int port) noexcept {
+    const auto at = std::lower_bound(ports.begin(), ports.end(), port, [](const PortGroups &entry, int p) { return entry.first < p; });
+    return at != ports.end() && at->first == port ? rangeOf(at->second) : GroupRange{};
+}
+
+GroupWalk::GroupWalk(const UrlMatcherIndex *index, const HostKey &host, int port) noexcept : index_(index) {
     ranges_[0] = rangeOf(index->any);
-    const auto byPort = index->byPort.find(port);
-    if (byPort != index->byPort.end()) ranges_[1] = rangeOf(byPort->second);
-    if (!host) return;
-    ranges_[2] = index->byHost.find(HostKey(host).view());
-    ranges_[3] = index->byHostAndPort.find(HostKey(host, port).view());
+    ranges_[1] = rangeOfPort(index->byPort, port);
+    const KeyTable::Found found = index->byHost.find(host.view(), port);
+    ranges_[2] = found.anyPort;
+    ranges_[3] = found.onPort;
 }
 
 int GroupWalk::nextPosition() noexcept {

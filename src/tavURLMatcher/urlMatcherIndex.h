@@ -2,6 +2,7 @@
 #ifndef TAVURLMATCHER_URLMATCHERINDEX_H
 #define TAVURLMATCHER_URLMATCHERINDEX_H
 
+#include "VHostMatcher/hostKey.h"
 #include "tavURLMatcher/keyTable.h"
 #include "tavURLMatcher/tavURLMatcher.h"
 
@@ -12,8 +13,8 @@ void urlMatcherIndexDelete(UrlMatcherIndex *index, VHostMatcher *const *groups, 
 // The selecting groups of one request, in the order of insertion, each once. Borrows the index.
 class GroupWalk {
 public:
-    // `host` may be null and must fit a HostKey (urlMatcherIndexCovers).
-    GroupWalk(const UrlMatcherIndex *index, const char *host, int port) noexcept;
+    // `host` must fit; the key of a null host is none's.
+    GroupWalk(const UrlMatcherIndex *index, const HostKey &host, int port) noexcept;
     const URIMatcher *next() noexcept; // the patterns of the next one; null at the end
 
 private:
@@ -23,8 +24,5 @@ private:
     static constexpr int RANGES = 4; // any, port, host, host and port
     GroupRange ranges_[RANGES];
 };
-
-// FALSE for a host that is too long for the index: walk the groups then.
-bool urlMatcherIndexCovers(const char *host) noexcept;
 
 #endif

@@ -172,11 +172,12 @@ inline Boolean trContextLogEnabled(const TrContext *ctx, const TrRecord *record)
     return record && trContextTraceEnabled(ctx, record, record->defaultLevel);
 }
 
-// Emitters. None tests whether the record is on; none does anything without a hook, context or record.
-int trContextLog(TrContext *ctx, const TrRecord *record, ...) noexcept; // the record's own format
-int trContextDebug(TrContext *ctx, const TrRecord *record, const char *format, ...) noexcept __attribute__((format(printf, 3, 4)));
+// Emitters: `cold` keeps the calls out of the way of code that is not traced. None tests whether the record is on; none does anything
+// without a hook, context or record.
+int trContextLog(TrContext *ctx, const TrRecord *record, ...) noexcept __attribute__((cold)); // the record's own format
+int trContextDebug(TrContext *ctx, const TrRecord *record, const char *format, ...) noexcept __attribute__((cold, format(printf, 3, 4)));
 int trContextTrace(TrContext *ctx, const TrRecord *record, int level, const char *format, ...) noexcept
-    __attribute__((format(printf, 4, 5)));
+    __attribute__((cold, format(printf, 4, 5)));
 int trContextVLog(TrContext *ctx, const TrRecord *record, va_list args) noexcept;
 int trContextVDebug(TrContext *ctx, const TrRecord *record, const char *format, va_list args) noexcept
     __attribute__((format(printf, 3, 0)));
@@ -188,8 +189,8 @@ int trContextVTrace(TrContext *ctx, const TrRecord *record, int level, const cha
     do {                                                                                  \
         if (trContextLogEnabled((ctx), (rec))) trContextDebug((ctx), (rec), __VA_ARGS__); \
     } while (0)
-#define TR_LOG(ctx, rec, ...)                                                           \
-    do {                                                                                \
+#define TR_LOG(ctx, rec, ...)                                                                        \
+    do {                                                                                             \
         if (trContextLogEnabled((ctx), (rec))) trContextLog((ctx), (rec)__VA_OPT__(, ) __VA_ARGS__); \
     } while (0)
 #define TR_TRACE(ctx, rec, level, ...)                                                                        \

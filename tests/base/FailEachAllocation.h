@@ -34,6 +34,16 @@ void failEachAllocation(Scenario scenario) {
     EXPECT_GT(runs, 1) << "the scenario allocates nothing";
 }
 
+// Runs a step of a scenario with all the memory it wants.
+template <typename Step>
+auto undisturbed(Step step) {
+    struct Lifted {
+        Lifted() { tavSetAllocationGate(nullptr); }
+        ~Lifted() { tavSetAllocationGate(failing::gate); }
+    } lifted;
+    return step();
+}
+
 // A test that gives back what it takes.
 class LeakFree : public testing::Test {
 protected:

@@ -120,7 +120,7 @@ TEST_F(DocumentProperty, InPlaceEqualsRebuild) {
                 if (wrapper->object) names.insert(key);
             if (version % 4) continue;
             rebuild();
-            for (auto [key, wrapper] : TavHashRange<ObjectWrapper>(tav->routingInfo->objectMap))
+            for (auto [key, wrapper] : TavHashRange<ObjectWrapper>(tav->routingInfo.load()->objectMap))
                 if (wrapper->object) rebuilt.insert(key);
             ASSERT_EQ(rebuilt, names);
             ASSERT_EQ(dump(), live);

@@ -90,14 +90,14 @@ TEST_F(Document, CompleteDocumentBecomesTheSnapshot) {
     ASSERT_NE(w, nullptr);
     EXPECT_STREQ(static_cast<char *>(tavListEleGetObject(tavListGetHead(w->uris))), "/a/*");
     EXPECT_EQ(tavListGetCount(w->clusters), 1);
-    VirtualCluster *vc = tsFindVirtualCluster(tav->routingInfo->targetSelector, W);
+    VirtualCluster *vc = tsFindVirtualCluster(tav->routingInfo.load()->targetSelector, W);
     ASSERT_NE(vc, nullptr);
     EXPECT_EQ(tavListGetCount(vc->sappList), 1);
     EXPECT_EQ(vc->cluster, object("/cell/c/cluster/k"));
-    EXPECT_EQ(matchLongestURI(rmGetURLMatcher(tav->routingInfo->requestMapper), nullptr, "WWW.example.com", 80, "/shop/a/x"), w);
-    EXPECT_EQ(matchLongestURI(rmGetURLMatcher(tav->routingInfo->requestMapper), nullptr, "other", 8080, "/shop/a/x"), w);
-    EXPECT_EQ(matchLongestURI(rmGetURLMatcher(tav->routingInfo->requestMapper), nullptr, "other", 81, "/shop/a/x"), nullptr);
-    EXPECT_STREQ(tav->routingInfo->cell->name, "/cell/c");
+    EXPECT_EQ(matchLongestURI(rmGetURLMatcher(tav->routingInfo.load()->requestMapper), nullptr, "WWW.example.com", 80, "/shop/a/x"), w);
+    EXPECT_EQ(matchLongestURI(rmGetURLMatcher(tav->routingInfo.load()->requestMapper), nullptr, "other", 8080, "/shop/a/x"), w);
+    EXPECT_EQ(matchLongestURI(rmGetURLMatcher(tav->routingInfo.load()->requestMapper), nullptr, "other", 81, "/shop/a/x"), nullptr);
+    EXPECT_STREQ(tav->routingInfo.load()->cell->name, "/cell/c");
 }
 
 TEST_F(Document, InvalidTextsChangeNothing) {

@@ -334,6 +334,52 @@ TEST_F(Instance, AsyncWorkRunsInOrderAndIsDiscardedAtTheEnd) {
     tav = nullptr;
 }
 
+TEST_F(Instance, AnIdleContextHoldsNoReplacedSnapshot) {
+    const TavComponentState restore = tav->state;
+    tav->state = STARTED;
+    EnvHttpContext request;
+    const auto obtain = [&] { return tavHttpContextObtain(tav, &request); };
+    const auto snapshotCount = [&] { return tav->routingInfo.load()->refCount; };
+    TavHttpContext *first = obtain(), *second = obtain();
+    tavHttpContextRelease(first);
+    tavHttpContextRelease(second);
+    EXPECT_EQ(tavHttpContextGetState(second), CACHED);
+    EXPECT_EQ(snapshotCount(), 2) << "the second context's; the first went to the pool";
+    EXPECT_EQ(tavListGetCount(tav->contextPool), 1);
+    EXPECT_EQ(obtain(), second) << "last in, first out";
+    EXPECT_EQ(tavHttpContextGetState(second), INITIAL);
+    EXPECT_EQ(obtain(), first);
+    tavHttpContextRelease(first);
+    EXPECT_EQ(snapshotCount(), 3);
+    tavControlLock("test");
+    EXPECT_TRUE(tavResetRoutingInfo(tav));
+    tavControlUnlock();
+    EXPECT_EQ(snapshotCount(), 1) << "the new one's";
+    EXPECT_EQ(tavListGetCount(tav->contextPool), 1);
+    tavHttpContextRelease(second); // with the old snapshot, its last holder
+    EXPECT_EQ(snapshotCount(), 1);
+    EXPECT_EQ(tavListGetCount(tav->contextPool), 2);
+
+    const struct {
+        int limit;
+        TavComponentState state;
+        bool traced;
+        int pooled;
+    } notKept[] = {{0, STARTED, false, 1}, {-1, FAILED, false, 0}, {-1, STARTED, true, 1}};
+    for (const auto &row : notKept) {
+        TavHttpContext *ctx = obtain();
+        tav->maxHttpContextPoolSize = row.limit;
+        tav->state = row.state;
+        if (row.traced) traceOn();
+        tavHttpContextRelease(ctx);
+        EXPECT_EQ(snapshotCount(), 1);
+        EXPECT_EQ(tavListGetCount(tav->contextPool), row.pooled);
+        tav->maxHttpContextPoolSize = -1;
+        tav->state = STARTED;
+    }
+    tav->state = restore;
+}
+
 TEST_F(Instance, SnapshotIsNeverNull) {
     TavRoutingInfo *ri = tavRoutingInfoObtain(tav);
     ASSERT_NE(ri, nullptr);

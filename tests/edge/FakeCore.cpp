@@ -77,6 +77,9 @@ TavHttpContext *removeTavHttpContextFromPool(Tav *tav) noexcept {
     return ctx;
 }
 
+TavHttpContext *tavTakeIdleContext(Tav *) noexcept { return nullptr; }
+Boolean tavKeepIdleContext(Tav *, TavHttpContext *) noexcept { return FALSE; }
+
 // ---- trace specifications ----
 
 TrSpec *tavPeekRequestTraceSpec(Tav *tav, Boolean *isCustom) noexcept {

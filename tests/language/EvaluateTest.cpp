@@ -1,6 +1,7 @@
 #include <sstream>
 
 #include "LanguageFixture.h"
+#include "tavLanguage/conditionProgram.h"
 
 namespace {
 
@@ -61,7 +62,51 @@ TEST_F(EvaluateTest, TakesATextTypedAsListForWhatItIs) {
 
 TEST_F(EvaluateTest, EvaluatesEveryInput) {
     EXPECT_EQ(value("false AND name = 'x' OR true OR name = 'y'"), "TRUE");
-    EXPECT_EQ(request.asked, 3 * 2) << "by value, for the truth and by cell";
+    EXPECT_EQ(request.asked, 4 * 2) << "by value, for the truth, by cell and by program";
+}
+
+TEST_F(EvaluateTest, CompilesWhatHasAShortForm) {
+    const struct {
+        const char *expression;
+        int treeSteps;
+    } cases[] = {
+        {"name = '/a'", 0},        {"true", 0},         {"NOT name LIKE '/a%' AND (name <> 'x' OR false)", 0},
+        {"'/a' = name", 1},        {"name = name", 1},  {"name = '/a' AND name IN ('/a')", 1}, // one step for the whole tree
+        {"port = 80", 1},          {"name IS NULL", 1}, {"NOT percentage$100", 1},
+        {"name + 'x' = '/ax'", 1}, {"name", 1},         {"((name = '/a'))", 1},
+    };
+    for (const auto &test : cases) {
+        const Parsed parsed(language.get(), test.expression);
+        Expression *expr = parsed.expr.get();
+        ASSERT_NE(expr, nullptr) << test.expression;
+        ConditionProgram *program = conditionProgramCreate(&expr, 1);
+        EXPECT_EQ(conditionProgramTreeSteps(program), test.treeSteps) << test.expression;
+        conditionProgramFree(program);
+    }
+}
+
+TEST_F(EvaluateTest, StopsAtTheFirstConditionThatHolds) {
+    std::string deep = "name = '/a'"; // higher than short forms go
+    for (int i = 0; i < 100; ++i) deep = "NOT (NOT (" + deep + "))";
+    const Parsed no(language.get(), "name = '/b'"), tree(language.get(), "name IN ('/c')"), yes(language.get(), deep);
+    const struct {
+        std::vector<Expression *> conditions;
+        int first, asked;
+    } cases[] = {
+        {{}, -1, 0},
+        {{nullptr, no.expr.get(), tree.expr.get()}, -1, 2},
+        {{no.expr.get(), nullptr, yes.expr.get(), tree.expr.get()}, 2, 2},
+        {{tree.expr.get(), no.expr.get(), yes.expr.get(), yes.expr.get()}, 2, 3},
+    };
+    EvaluationContext evalCtx;
+    evaluationContextInit(&evalCtx, nullptr, nullptr, &request);
+    for (const auto &test : cases) {
+        request.asked = 0;
+        ConditionProgram *program = conditionProgramCreate(test.conditions.data(), static_cast<int>(test.conditions.size()));
+        EXPECT_EQ(conditionProgramFirst(program, &evalCtx), test.first);
+        EXPECT_EQ(request.asked, test.asked);
+        conditionProgramFree(program);
+    }
 }
 
 TEST_F(EvaluateTest, KeepsLongTextsAndManyOfThem) {

@@ -19,6 +19,13 @@ void nameValue(Expression *, EvaluationContext *evalCtx, ExpressionValue *result
     expressionValueSetText(result, evalCtx, requestOf(evalCtx)->name);
 }
 
+Boolean nameShown(const char *, const EvaluationContext *evalCtx, intptr_t *word) {
+    auto *request = static_cast<TestRequest *>(evaluationContextGetObject(evalCtx));
+    ++request->asked;
+    *word = reinterpret_cast<intptr_t>(request->name);
+    return request->name != nullptr;
+}
+
 void joinedArguments(Expression *expr, EvaluationContext *evalCtx, ExpressionValue *result) {
     std::string joined = argumentOf(expr, 0);
     if (argumentOf(expr, 1)) joined += std::string("|") + argumentOf(expr, 1);
@@ -64,6 +71,7 @@ bool registerTestOperand(Language *language, const TestOperand &row) {
     Operand *operand = operandCreate(row.name, 0, nullptr, count, args, createPlain, nullptr, row.evaluate, nullptr, row.numTypes,
                                      row.types[0], row.types[1]);
     operandSetEvaluateInto(operand, row.evaluateInto);
+    if (row.evaluateInto == nameValue) operandSetPeek(operand, nameShown);
     langRegisterOperand(language, operand);
     return langFindOperand(language, row.name) != nullptr;
 }

@@ -64,6 +64,8 @@ Boolean tavHttpContextSetRedirect(TavHttpContext *ctx, const char *url) noexcept
 
 Boolean tavHttpContextSetApplicationName(TavHttpContext *ctx, const char *name) noexcept { return copy(ctx, ctx->applicationName, name); }
 Boolean tavHttpContextSetModuleName(TavHttpContext *ctx, const char *name) noexcept { return copy(ctx, ctx->moduleName, name); }
+void tavHttpContextSetModuleHint(TavHttpContext *ctx, TsModuleHint *hint) noexcept { ctx->moduleHint = hint; }
+TsModuleHint *tavHttpContextGetModuleHint(TavHttpContext *ctx) noexcept { return ctx ? ctx->moduleHint : nullptr; }
 Boolean tavHttpContextSetEditionName(TavHttpContext *ctx, const char *name) noexcept { return copy(ctx, ctx->editionName, name); }
 Boolean tavHttpContextSetContextRoot(TavHttpContext *ctx, const char *root) noexcept { return copy(ctx, ctx->contextRoot, root); }
 

@@ -20,6 +20,7 @@ struct _TavHttpContext {
     TavAction action = NONE;
     int errorCode = 0;
     Text errorMsg, redirectURL, editionName, applicationName, moduleName, contextRoot, vHostName;
+    TsModuleHint *moduleHint = nullptr;
     Boolean sticky = FALSE;
     TavSSLMapMode sslMapMode = NullMapMode;
     HttpAffinityPolicy *policy = nullptr;

@@ -163,6 +163,7 @@ std::unique_ptr<TavHttpContext> SelectorTest::request(const char *cookie) {
     ctx->tav = &tav;
     ctx->trContext = trMgrGetDefaultContext(tav.mgr);
     ctx->moduleName = moduleName;
+    ctx->moduleHint = &module->hint;
     ctx->applicationName = "shop";
     if (cookie) ctx->request.cookies["JSESSIONID"] = cookie;
     return ctx;

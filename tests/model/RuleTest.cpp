@@ -238,14 +238,14 @@ TEST_F(RuleTest, WithoutMemoryARuleStaysAsItWas) {
     TavHttpContext ctx = request("/a");
     for (bool pinned : {false, true}) {
         failEachAllocation([&](auto failed) {
-            TavRuleMatch pin = pinned ? match(rules, ctx) : TavRuleMatch();
+            TavRuleMatch pin = pinned ? undisturbed([&] { return match(rules, ctx); }) : TavRuleMatch();
             Action *action = actionCreate("permit:-editionnew");
             if (!action) return;
             if (!tavRuleSetObject(rule, action)) {
                 EXPECT_TRUE(failed());
                 actionDelete(action);
             }
-            EXPECT_EQ(editionFor(rules, "/a"), failed() ? "old" : "new");
+            EXPECT_EQ(undisturbed([&] { return editionFor(rules, "/a"); }), failed() ? "old" : "new");
             tavSetAllocationGate(nullptr);
             tavRuleSetObject(rule, actionCreate("permit:-editionold"));
         });
@@ -253,17 +253,17 @@ TEST_F(RuleTest, WithoutMemoryARuleStaysAsItWas) {
         for (const char *text : {"'x", "uri IN ('a', 1)", "uri = 'b' uri", "NOT uri = '/a' AND true"}) {
             SCOPED_TRACE(text);
             failEachAllocation([&](auto failed) {
-                TavRuleMatch pin = pinned ? match(rules, ctx) : TavRuleMatch();
+                TavRuleMatch pin = pinned ? undisturbed([&] { return match(rules, ctx); }) : TavRuleMatch();
                 const Boolean changed = tavRuleSetExpr(rule, text);
                 EXPECT_EQ(changed, !failed());
                 EXPECT_EQ(tavRuleIsError(rule), text[0] != 'N' && !failed());
-                EXPECT_EQ(editionFor(rules, "/a"), failed() ? "old" : "-");
+                EXPECT_EQ(undisturbed([&] { return editionFor(rules, "/a"); }), failed() ? "old" : "-");
                 tavSetAllocationGate(nullptr);
                 tavRuleSetExpr(rule, "uri = '/a'");
             });
         }
         failEachAllocation([&](auto failed) {
-            TavRuleMatch pin = pinned ? match(rules, ctx) : TavRuleMatch();
+            TavRuleMatch pin = pinned ? undisturbed([&] { return match(rules, ctx); }) : TavRuleMatch();
             TavRule *second = tavRuleCreate(rules.get());
             if (!second) return;
             const Boolean inserted = tavRulesInsertRule(rules.get(), second);

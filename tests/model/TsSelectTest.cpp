@@ -24,6 +24,7 @@ TEST_F(SelectorTest, RequestsThatCannotBeSelectedForAreRejected) {
         tsLinkVirtualClusterToCluster(vc, cluster, row.cluster);
         auto ctx = request();
         ctx->moduleName = row.module;
+        if (row.module != moduleName) ctx->moduleHint = nullptr;
         ctx->request.protocol = row.protocol;
         ctx->performedLoadBalancing = TRUE;
         EXPECT_EQ(tsSelect(ts, ctx.get()), nullptr);
@@ -33,6 +34,21 @@ TEST_F(SelectorTest, RequestsThatCannotBeSelectedForAreRejected) {
         EXPECT_EQ(ctx->targetInfo.sapp, nullptr);
     }
     EXPECT_EQ(tsSelect(nullptr, nullptr), nullptr);
+}
+
+TEST_F(SelectorTest, AModulesHintIsFollowedOnlyWhileItHolds) {
+    Back &b = back("a");
+    EXPECT_EQ(selectName(), "a");
+    EXPECT_EQ(module->hint.virtualCluster, vc);
+    tsVirtualClusterDelete(vc);
+    auto ctx = request();
+    EXPECT_EQ(selectName(*ctx), "-");
+    EXPECT_EQ(ctx->errorCode, 404);
+    vc = tsVirtualClusterCreate(ts, module, moduleName);
+    tsLinkVirtualClusterToCluster(vc, cluster, TRUE);
+    EXPECT_EQ(selectName(), "-") << "nothing is linked to the new one";
+    tsLinkServerToWebModule(b.server, module, TRUE);
+    EXPECT_EQ(selectName(), "a");
 }
 
 TEST_F(SelectorTest, AnUnavailableModuleIsLoggedWithItsCluster) {

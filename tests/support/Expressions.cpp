@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tavLanguage/conditionProgram.h"
+
 static std::string describe(const ExpressionValue &value) {
     if (value.kind == VALUE_MISSING) return "missing";
     if (value.kind == VALUE_LIST) return "(list)";
@@ -33,12 +35,18 @@ std::string valueOf(Language *language, const std::string &text, void *object) {
     ExpressionValue value;
     expressionEvaluateInto(parsed.expr.get(), &evalCtx, &value);
     const std::string byValue = describe(value);
-    EXPECT_EQ(expressionIsTrue(parsed.expr.get(), &evalCtx), value.word != 0) << text;
+    const bool truth = value.word != 0;
+    EXPECT_EQ(expressionIsTrue(parsed.expr.get(), &evalCtx), truth) << text;
     expressionValueClear(&value);
 
     intptr_t *cell = expressionEvaluate(parsed.expr.get(), &evalCtx);
     EXPECT_EQ(describe({cell ? *cell : 0, cell ? expressionGetValueKind(parsed.expr.get()) : VALUE_MISSING, false}), byValue) << text;
     expressionCellFree(parsed.expr.get(), cell);
+
+    Expression *alone = parsed.expr.get();
+    ConditionProgram *program = conditionProgramCreate(&alone, 1);
+    EXPECT_EQ(conditionProgramFirst(program, &evalCtx), truth ? 0 : -1) << text;
+    conditionProgramFree(program);
     evaluationContextClear(&evalCtx);
     return byValue;
 }

@@ -17,7 +17,7 @@ struct Parsed {
 };
 
 // The value of `text` for `object`: "TRUE"/"FALSE" for other than texts and lists, "'text'", "null", "(list)", "missing", or the parse
-// error. Evaluates by value and by cell and expects the same.
+// error. Evaluates by value, by cell and by program and expects the same.
 std::string valueOf(Language *language, const std::string &text, void *object);
 
 #endif
