@@ -16,7 +16,7 @@ extern "C" const unsigned char tavctlCatalogue[];
 extern "C" const size_t tavctlCatalogueSize;
 
 struct EnvConnectorClient {
-    char unused;
+    const TavConnectorGroup *group;
 };
 
 namespace tavctl {
@@ -26,32 +26,38 @@ namespace {
 // ---- a transport that never answers ----
 
 struct PendingRequest {
+    const TavConnectorGroup *group;
     TavHttpResponseCallBack callback;
     TavHttpResponseContext *passback;
 };
 std::mutex pendingMutex;
 std::vector<PendingRequest> pendingRequests;
 
-int acceptRequest(EnvConnectorClient *, const char *, const char *, const char *, int, TavHttpResponseCallBack callback,
+// Polls wait. Reports are not wanted, and an engine that lives long would gather them.
+int acceptRequest(EnvConnectorClient *client, const char *, const char *, const char *body, int, TavHttpResponseCallBack callback,
                   TavHttpResponseContext *passback) {
+    if (body && body[0] == '{' && body[1] != '\'') return -1;
     const std::lock_guard<std::mutex> lock(pendingMutex);
-    pendingRequests.push_back({callback, passback});
+    pendingRequests.push_back({client->group, callback, passback});
     return 0;
 }
 
-// Each accepted request ends once, without a response.
-void endPendingRequests() {
+// Each accepted request of the group ends once, without a response.
+void endPendingRequests(const TavConnectorGroup *group) {
     std::vector<PendingRequest> ended;
     {
         const std::lock_guard<std::mutex> lock(pendingMutex);
-        ended.swap(pendingRequests);
+        for (const PendingRequest &request : pendingRequests) {
+            if (request.group == group) ended.push_back(request);
+        }
+        std::erase_if(pendingRequests, [group](const PendingRequest &request) { return request.group == group; });
     }
     for (const PendingRequest &request : ended) request.callback(nullptr, request.passback);
 }
 
 EnvCallBacks callBacks() {
     EnvCallBacks env = scenarioHostCallBacks();
-    env.http.connector.open = [](TavConnector *) { return new EnvConnectorClient; };
+    env.http.connector.open = [](TavConnector *connector) { return new EnvConnectorClient{tavConnectorGetGroup(connector)}; };
     env.http.connector.sendRequest = acceptRequest;
     env.http.connector.freeResponse = [](TavHttpResponse *) {};
     env.http.connector.close = [](EnvConnectorClient *client) { delete client; };
@@ -90,9 +96,9 @@ Engine::Engine() : tav_(createInstance()) {
 
 Engine::~Engine() {
     tavStop(tav_);
-    endPendingRequests();
+    endPendingRequests(group_);
     tavDestroy(tav_);
-    endPendingRequests();
+    endPendingRequests(group_);
 }
 
 long long Engine::apply(const std::string &document, std::vector<DocumentFinding> *findings) {

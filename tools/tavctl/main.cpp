@@ -1,6 +1,7 @@
 // tavctl: what the library does, from the command line.
 //
-// Nothing here uses a network: the library runs with a host of this program's own (ScenarioHost) and documents from files (Engine).
+// Only the controller uses a network: otherwise the library runs with a host of this program's own (ScenarioHost) and documents from files
+// (Engine).
 #include <tav/tav.h>
 
 #include "Commands.h"
@@ -40,7 +41,7 @@ int runCommand(const tavctl::Run &run) {
 
 int main(int argc, char **argv) {
     tavctl::outputInit();
-    CLI::App app("Routes HTTP requests through tavlib, checks its documents, runs its scenarios and rules; no server, no network.",
+    CLI::App app("Routes HTTP requests through tavlib, checks its documents, runs its scenarios and rules, serves its configuration.",
                  "tavctl");
     app.footer(FOOTER);
     app.require_subcommand(1);
@@ -53,6 +54,7 @@ int main(int argc, char **argv) {
     tavctl::addRuleCommand(app, run);
     tavctl::addDumpCommand(app, run);
     tavctl::addInterestsCommand(app, run);
+    tavctl::addControllerCommand(app, run);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success &help) {
