@@ -19,25 +19,41 @@ constexpr int RESTORE_INTERVAL = 1000; // ms; between looks for a directory that
 
 std::string nameOf(const std::string &fileName) { return fileName.substr(0, fileName.rfind('.')); }
 
-json_t *complaintsJson(const LoadResult &result, bool blocking) {
-    json_t *array = json_array();
+// At most so many of them are told; a large document can have as many as objects.
+constexpr size_t MOST_TOLD_JSON = 1000, MOST_TOLD = 10;
+
+template <typename Tell>
+size_t forEachComplaint(const LoadResult &result, bool blocking, size_t most, Tell tell) {
+    size_t told = 0, others = 0;
     for (const Complaint &complaint : result.complaints) {
         if (complaint.blocks != blocking) continue;
+        if (told < most)
+            tell(complaint), told++;
+        else
+            others++;
+    }
+    return others;
+}
+
+void addComplaints(json_t *event, const LoadResult &result, bool blocking) {
+    json_t *array = json_array();
+    const size_t others = forEachComplaint(result, blocking, MOST_TOLD_JSON, [array](const Complaint &complaint) {
         json_t *json = json_object();
         json_object_set_new(json, "place", tavctl::jsonText(complaint.place.c_str()));
         json_object_set_new(json, "kind", tavctl::jsonText(complaint.kind.c_str()));
         json_object_set_new(json, "text", tavctl::jsonText(complaint.text.c_str()));
         json_array_append_new(array, json);
-    }
-    return array;
+    });
+    json_object_set_new(event, "findings", array);
+    if (others) json_object_set_new(event, "others", json_integer(static_cast<json_int_t>(others)));
 }
 
 std::string complaintsText(const LoadResult &result, bool blocking) {
     std::string text;
-    for (const Complaint &complaint : result.complaints) {
-        if (complaint.blocks == blocking) text += fmt::format("\n    {}\n        {}: {}", complaint.place, complaint.kind, complaint.text);
-    }
-    return text;
+    const size_t others = forEachComplaint(result, blocking, MOST_TOLD, [&text](const Complaint &complaint) {
+        text += fmt::format("\n    {}\n        {}: {}", complaint.place, complaint.kind, complaint.text);
+    });
+    return others ? fmt::format("{}\n    and {} others", text, others) : text;
 }
 
 } // namespace
@@ -75,18 +91,26 @@ void Controller::run() {
 
 void Controller::takeChanges() {
     if (watch_.isLost()) {
-        if (watch_.restore()) loadAll();
+        if (watch_.restore()) reloadAll();
         return;
     }
     const DirectoryWatch::Changes changes = watch_.take();
     if (watch_.isLost())
         events_.tell(Events::Weight::Always, fmt::format("{} is gone; the last good versions are kept", store_.directory()),
                      makeEvent("directoryGone", {{"directory", store_.directory()}}));
-    if (changes.all) return loadAll();
+    if (changes.all) return reloadAll();
     for (const std::string &name : changes.files) {
         if (DocumentStore::isDocumentFile(name)) load(name);
     }
     store_.settleDefault();
+}
+
+void Controller::reloadAll() {
+    try {
+        loadAll();
+    } catch (const tavctl::Fault &unreadable) {
+        events_.tell(Events::Weight::Always, unreadable.what(), makeEvent("unreadable", {{"text", std::string(unreadable.what())}}));
+    }
 }
 
 void Controller::loadAll() {
@@ -108,7 +132,7 @@ void Controller::load(const std::string &fileName) {
 
 void Controller::tellRefusal(const std::string &name, const LoadResult &result) {
     const tavctl::Json event = makeEvent("refused", {{"document", name}});
-    json_object_set_new(event.get(), "findings", complaintsJson(result, true));
+    addComplaints(event.get(), result, true);
     events_.tell(Events::Weight::Always, fmt::format("refused {}: what was served before is kept{}", name, complaintsText(result, true)),
                  event);
 }
@@ -117,7 +141,7 @@ void Controller::tellWarnings(const std::string &name, const LoadResult &result)
     const std::string text = complaintsText(result, false);
     if (text.empty()) return;
     const tavctl::Json event = makeEvent("warning", {{"document", name}});
-    json_object_set_new(event.get(), "findings", complaintsJson(result, false));
+    addComplaints(event.get(), result, false);
     events_.tell(Events::Weight::Detail, fmt::format("warning {}: served, but{}", name, text), event);
 }
 

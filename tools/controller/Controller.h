@@ -31,7 +31,8 @@ private:
         int descriptor;
     };
 
-    void loadAll();
+    void loadAll(); // throws Fault
+    void reloadAll();
     void load(const std::string &fileName);
     void takeChanges();
     void tellRefusal(const std::string &name, const LoadResult &result);

@@ -8,7 +8,7 @@ _tavctl() {
         cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} words=("${COMP_WORDS[@]}") cword=$COMP_CWORD
     fi
 
-    local commands='route check test rule dump interests'
+    local commands='route check test rule dump interests controller'
     local command='' i
     for ((i = 1; i < cword; i++)); do
         case " $commands " in *" ${words[i]} "*) command=${words[i]} && break ;; esac
@@ -34,7 +34,11 @@ _tavctl() {
         compopt -o nospace 2>/dev/null
         return
         ;;
-    -H | --header | -b | --cookie | --client | --request | --repeat | --in-flight | --fail-under) return ;;
+    -H | --header | -b | --cookie | --client | --request | --repeat | --in-flight | --fail-under | --listen | --wait) return ;;
+    --dir)
+        mapfile -t COMPREPLY < <(compgen -d -- "$cur")
+        return
+        ;;
     esac
 
     local configuration='-c --config -d --delta -p --property'
@@ -47,6 +51,7 @@ _tavctl() {
     rule) options+=" $request --request --file --json" ;;
     dump) options+=" $configuration" ;;
     interests) options+=' --admin' ;;
+    controller) options+=' --dir --listen --wait --strict --json --quiet' ;;
     esac
     if [[ $cur == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$cur")
