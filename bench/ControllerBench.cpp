@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 #include <jansson.h>
 #include <netinet/in.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -79,7 +80,7 @@ Worker startWorker(const std::string &url) {
 
 void waitForOther(const std::vector<Worker> &workers, int64_t version) {
     for (const Worker &worker : workers) {
-        while (tavConnectorGetVersion(worker.connector) == version) std::this_thread::yield();
+        while (tavConnectorGetVersion(worker.connector) == version) std::this_thread::sleep_for(std::chrono::microseconds(50));
     }
 }
 
@@ -88,7 +89,9 @@ void editToLastOfEight(benchmark::State &state) {
     Site site(document);
     std::vector<Worker> workers;
     for (int i = 0; i < 8; i++) workers.push_back(startWorker(site.url()));
-    waitForOther(workers, 0);
+    for (const Worker &worker : workers) {
+        while (tavConnectorGetVersion(worker.connector) <= 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
     double editing = 0, parsing = 0;
     const size_t place = document.find("\"weight\":2", document.size() / 2) + 9;
     std::string text = document;

@@ -28,6 +28,16 @@ struct LoadResult {
     size_t bytes = 0;     // of what those pollers get
 };
 
+// A version that is ready to be published.
+struct PreparedVersion {
+    Change change;
+    std::optional<Model> fresh; // takes the model's place
+    bool comparable = false;
+    std::string delta;
+    int64_t version = 0;
+    std::optional<int64_t> restVersion;
+};
+
 class Document {
 public:
     Document(std::string name, const std::string &path, bool strict) : name_(std::move(name)), check_(path, strict) {}
@@ -49,14 +59,6 @@ public:
     bool knows(int64_t vid) const { return vid == version_ || steps_.count(vid) > 0; }
 
 private:
-    struct Prepared {
-        Change change;
-        std::optional<Model> fresh; // takes the model's place
-        bool comparable = false;
-        std::string delta;
-        int64_t version = 0;
-        std::optional<int64_t> restVersion;
-    };
     struct Read; // a text that was read
 
     bool readPiece(const std::string &text, Read &read) const;
@@ -70,7 +72,7 @@ private:
     const std::string name_;
     DocumentCheck check_;             // loader
     std::optional<EntryIndex> index_; // loader
-    std::optional<Prepared> prepared_;
+    std::optional<PreparedVersion> prepared_;
     Model model_;             // written by publish() only
     bool comparable_ = false; // the model holds the version that is served; publish() too
     int64_t version_ = -1;
