@@ -11,6 +11,7 @@
 
 #include <tav/tav.h>
 
+#include "benchDocument.h"
 #include "tav/tavRecord.h"
 #include "tavConnector/tavConnector.h"
 #include "tavSnapshot/tavRoutingInfo.h"
@@ -36,30 +37,6 @@ Tav *createInstance() {
     request.setHeaderValue = [](EnvHttpContext *, char *, char *) { return 0; };
     static char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
     return tavCreate(&env, nullptr, catalogue);
-}
-
-// `objects` in all: of every ten, one server, two transports, seven server applications; and the servers' cluster.
-std::string makeDocument(int objects) {
-    std::string text =
-        R"({"version":1,"restVersion":1,"add":{"objects":[{"name":"/cell/main","type":"cell","objects":[{"name":"/cell/main/cluster/web","type":"cluster","props":{"serverType":"APPLICATION_SERVER"}})";
-    std::string pairs;
-    const int servers = objects / 10;
-    for (int i = 0; i < servers; i++) {
-        const std::string node = "/cell/main/node/node" + std::to_string(i / 10);
-        if (i % 10 == 0) text += std::string(i ? "]}" : "") + ",{\"name\":\"" + node + "\",\"type\":\"node\",\"objects\":[";
-        const std::string server = node + "/server/server" + std::to_string(i);
-        text += std::string(i % 10 ? "," : "") + "{\"name\":\"" + server + "\",\"type\":\"server\",\"props\":{\"id\":\"id" +
-                std::to_string(i) + R"(","state":"STARTED","weight":2,"type":"APPLICATION_SERVER","connectTimeout":5},"objects":[)";
-        for (const char *protocol : {"http", "https"})
-            text += "{\"name\":\"" + server + "/transport/" + protocol + R"(","type":"transport","props":{"protocol":")" + protocol +
-                    R"(","host":"10.1.2.3","port":9080}},)";
-        for (int a = 0; a < 7; a++)
-            text += std::string(a ? "," : "") + "{\"name\":\"" + server + "/serverApplication/application" + std::to_string(a) +
-                    R"(","type":"serverApplication","props":{"state":"STARTED"}})";
-        text += "]}";
-        pairs += std::string(i ? "," : "") + R"({"cluster":"/cell/main/cluster/web","server":")" + server + "\"}";
-    }
-    return text + R"(]}]}],"relationships":{"cluster:server":[)" + pairs + "]}}}";
 }
 
 std::string oneProperty(int version, int server) {
@@ -120,7 +97,7 @@ Site &site() {
 
 // A complete document in place of another: the call against the parser's share of it.
 void completeDocument(benchmark::State &state) {
-    const std::string text = makeDocument(static_cast<int>(state.range(0)));
+    const std::string text = benchDocument(static_cast<int>(state.range(0)));
     give(text, site().c);
     double parsing = 0, giving = 0;
     for (auto _ : state) {
@@ -137,7 +114,7 @@ BENCHMARK(completeDocument)->Arg(1000)->Arg(100000)->UseManualTime()->Unit(bench
 // One property of one of ten servers that lie far apart.
 void onePropertyDelta(benchmark::State &state) {
     const int objects = static_cast<int>(state.range(0));
-    give(makeDocument(objects), site().c);
+    give(benchDocument(objects), site().c);
     int version = 2;
     for (auto _ : state) {
         const std::string delta = oneProperty(version, version % 10 * (objects / 100));
@@ -148,7 +125,7 @@ void onePropertyDelta(benchmark::State &state) {
 BENCHMARK(onePropertyDelta)->Arg(1000)->Arg(100000)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 void snapshotMemory(benchmark::State &state) {
-    const std::string text = makeDocument(static_cast<int>(state.range(0)));
+    const std::string text = benchDocument(static_cast<int>(state.range(0)));
     give(text, site().c);
     for (auto _ : state) state.counters["toText"] = static_cast<double>(snapshotBytes(site().tav)) / static_cast<double>(text.size());
 }

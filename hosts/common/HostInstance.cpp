@@ -13,7 +13,7 @@ namespace tavhost {
 
 namespace {
 
-constexpr const char *FILE_GROUP = "file", *FILE_URL = "http://file.invalid/";
+constexpr const char *FILE_URL = "http://file.invalid/";
 
 void applyProperties(Tav *tav, const HostOptions &options) {
     for (const auto &[name, value] : options.properties) {
@@ -110,12 +110,13 @@ void startInstance(Tav *tav, const HostOptions &options, int seconds) {
     tavStart(tav, seconds > 0 ? seconds + 1 : -1);
 }
 
-void endInstance(Tav *tav) {
+void endInstance(Tav *tav, const char *silentGroup) {
+    const TavConnectorGroup *group = tavFindConnectorGroup(tav, silentGroup);
     tavStop(tav);
-    endSilentRequests();
+    endSilentRequests(group);
     endCurlRequests();
     tavDestroy(tav);
-    endSilentRequests();
+    endSilentRequests(group);
 }
 
 void checkOptions(EnvCallBacks env, const HostOptions &options) {

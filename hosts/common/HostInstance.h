@@ -10,6 +10,8 @@
 
 namespace tavhost {
 
+inline constexpr const char *FILE_GROUP = "file"; // of a configuration file
+
 // Why an instance cannot be set up, in words for the person who wrote the configuration.
 class HostFault : public std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -32,8 +34,8 @@ void checkOptions(EnvCallBacks env, const HostOptions &options);
 // wait). Throws HostFault when the file is refused.
 void startInstance(Tav *tav, const HostOptions &options, int seconds);
 
-// Stops and destroys it.
-void endInstance(Tav *tav);
+// Stops and destroys it. `silentGroup`: the group whose requests a silent transport holds.
+void endInstance(Tav *tav, const char *silentGroup = FILE_GROUP);
 
 } // namespace tavhost
 

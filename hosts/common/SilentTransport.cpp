@@ -1,10 +1,13 @@
 #include "SilentTransport.h"
 
+#include <tav/connector.h>
+
+#include <algorithm>
 #include <mutex>
 #include <vector>
 
 struct EnvConnectorClient {
-    char unused;
+    const TavConnectorGroup *group;
 };
 
 namespace tavhost {
@@ -12,33 +15,39 @@ namespace tavhost {
 namespace {
 
 struct PendingRequest {
+    const TavConnectorGroup *group;
     TavHttpResponseCallBack callback;
     TavHttpResponseContext *passback;
 };
 std::mutex pendingMutex;
 std::vector<PendingRequest> pendingRequests;
 
-int acceptRequest(EnvConnectorClient *, const char *, const char *, const char *, int, TavHttpResponseCallBack callback,
+// A report is a JSON object; the interest, which is answered as a poll is, quotes its names otherwise.
+int acceptRequest(EnvConnectorClient *client, const char *, const char *, const char *body, int, TavHttpResponseCallBack callback,
                   TavHttpResponseContext *passback) {
+    if (body && body[0] == '{' && body[1] != '\'') return -1;
     const std::lock_guard<std::mutex> lock(pendingMutex);
-    pendingRequests.push_back({callback, passback});
+    pendingRequests.push_back({client->group, callback, passback});
     return 0;
 }
 
 } // namespace
 
 void useSilentTransport(EnvCallBacks &env) {
-    env.http.connector.open = [](TavConnector *) { return new EnvConnectorClient; };
+    env.http.connector.open = [](TavConnector *connector) { return new EnvConnectorClient{tavConnectorGetGroup(connector)}; };
     env.http.connector.sendRequest = acceptRequest;
     env.http.connector.freeResponse = [](TavHttpResponse *) {};
     env.http.connector.close = [](EnvConnectorClient *client) { delete client; };
 }
 
-void endSilentRequests() {
+void endSilentRequests(const TavConnectorGroup *group) {
     std::vector<PendingRequest> ended;
     {
         const std::lock_guard<std::mutex> lock(pendingMutex);
-        ended.swap(pendingRequests);
+        const auto first = std::partition(pendingRequests.begin(), pendingRequests.end(),
+                                          [group](const PendingRequest &request) { return request.group != group; });
+        ended.assign(first, pendingRequests.end());
+        pendingRequests.erase(first, pendingRequests.end());
     }
     for (const PendingRequest &request : ended) request.callback(nullptr, request.passback);
 }

@@ -36,8 +36,9 @@ struct Check::LinkRule {
 
 Check::Check() : reader_(engine_.tav()) {}
 
-void Check::addFile(const std::string &path) {
-    std::string text = readFile(path);
+void Check::addFile(const std::string &path) { addText(path, readFile(path)); }
+
+void Check::addText(const std::string &path, std::string text) {
     const Json document = parseJson(text, path);
     paths_.push_back(path);
     texts_.push_back(std::move(text));
@@ -168,6 +169,16 @@ void Check::addLines() {
             if (line != lines.end()) finding.line = line->second;
         }
     }
+}
+
+void Check::forget() {
+    paths_.clear();
+    texts_.clear();
+    findings_.clear();
+    seen_.clear();
+    explained_.clear();
+    harmless_.clear();
+    places_.clear();
 }
 
 size_t Check::count() const {

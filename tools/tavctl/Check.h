@@ -29,8 +29,13 @@ public:
 
     // The first document is complete, the others are deltas. Throws Fault when the file cannot be read.
     void addFile(const std::string &path);
+    // The same of a text that was read already; `path` is what findings call it.
+    void addText(const std::string &path, std::string text);
     // When all files are in: adds what the whole never uses and the lines, and sorts.
     void finish();
+
+    // The documents stay applied; what was found and where it stood is dropped. Memory stays bounded however many deltas follow.
+    void forget();
 
     const std::vector<std::string> &files() const { return paths_; }
     const std::vector<Finding> &findings() const { return findings_; }

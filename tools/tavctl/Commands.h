@@ -19,6 +19,7 @@ void addRuleCommand(CLI::App &app, Run &run);
 void addDumpCommand(CLI::App &app, Run &run);
 void addInterestsCommand(CLI::App &app, Run &run);
 void addWatchCommand(CLI::App &app, Run &run);
+void addControllerCommand(CLI::App &app, Run &run);
 
 inline void addConfigurationOptions(CLI::App &command, ConfigurationOptions &options) {
     command.add_option("-c,--config", options.config, "Configuration document (complete)")->required()->type_name("FILE");

@@ -57,7 +57,7 @@ Engine::Engine() {
     throw Fault("the library could not be started");
 }
 
-Engine::~Engine() { tavhost::endInstance(tav_); }
+Engine::~Engine() { tavhost::endInstance(tav_, tavConnectorGroupGetName(group_)); }
 
 long long Engine::apply(const std::string &document, std::vector<DocumentFinding> *findings) {
     TraceLines lines;

@@ -1,7 +1,7 @@
 // One library instance for the tool: standalone, one connector group "scenario" with one connector, no network.
 //
-// Documents are handed in as if the connector had received them. The transport accepts every request and answers none; what it was given is
-// ended when the engine goes. One engine at a time.
+// Documents are handed in as if the connector had received them. The transport accepts every poll and answers none; what it was given is
+// ended when the engine goes. Several engines may live at a time; each is used by one thread.
 #ifndef TAVCTL_ENGINE_H
 #define TAVCTL_ENGINE_H
 

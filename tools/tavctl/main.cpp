@@ -1,6 +1,7 @@
 // tavctl: what the library does, from the command line.
 //
-// The library runs with a host of this program's own (ScenarioHost) and documents from files (Engine); only `watch` talks to a controller.
+// The library runs with a host of this program's own (ScenarioHost) and documents from files (Engine); only `watch` and `controller` use a
+// network.
 #include <tav/tav.h>
 
 #include "Commands.h"
@@ -40,8 +41,9 @@ int runCommand(const tavctl::Run &run) {
 
 int main(int argc, char **argv) {
     tavctl::outputInit();
-    CLI::App app("Routes HTTP requests through tavlib, checks its documents, runs its scenarios and rules, and watches a controller.",
-                 "tavctl");
+    CLI::App app(
+        "Routes HTTP requests through tavlib, checks and serves its documents, runs its scenarios and rules, watches a controller.",
+        "tavctl");
     app.footer(FOOTER);
     app.require_subcommand(1);
     app.set_version_flag("--version", fmt::format("tavctl ({})", tavGetVersion()));
@@ -54,6 +56,7 @@ int main(int argc, char **argv) {
     tavctl::addDumpCommand(app, run);
     tavctl::addInterestsCommand(app, run);
     tavctl::addWatchCommand(app, run);
+    tavctl::addControllerCommand(app, run);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success &help) {

@@ -8,7 +8,7 @@ _tavctl() {
         cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} words=("${COMP_WORDS[@]}") cword=$COMP_CWORD
     fi
 
-    local commands='route check test rule dump interests watch'
+    local commands='route check test rule dump interests watch controller'
     local command='' i
     for ((i = 1; i < cword; i++)); do
         case " $commands " in *" ${words[i]} "*) command=${words[i]} && break ;; esac
@@ -34,9 +34,14 @@ _tavctl() {
         compopt -o nospace 2>/dev/null
         return
         ;;
-    -H | --header | -b | --cookie | --client | --request | --repeat | --in-flight | --fail-under | --controller | --group | --group-property | --wait | --every | --for | --trace)
+    -H | --header | -b | --cookie | --client | --request | --repeat | --in-flight | --fail-under | --listen | --wait | --controller | \
+        --group | --group-property | --every | --for | --trace)
         return
-         ;;
+        ;;
+    --dir)
+        mapfile -t COMPREPLY < <(compgen -d -- "$cur")
+        return
+        ;;
     esac
 
     local configuration='-c --config -d --delta -p --property'
@@ -53,6 +58,7 @@ _tavctl() {
         options+=" $request -p --property --controller --group --group-property --wait --daemon --worker --request --every --all --for
             --trace --json"
         ;;
+    controller) options+=' --dir --listen --wait --strict --json --quiet' ;;
     esac
     if [[ $cur == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$cur")
