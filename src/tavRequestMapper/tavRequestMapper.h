@@ -18,8 +18,8 @@
 #include "tavList/tavList.h"
 #include "tavLock/tavLock.h"
 #include "tavRequestMapper/tavHttpAffinityPolicy.h"
+#include "tavRequestMapper/tsModuleHint.h"
 #include "tavRule/tavRule.h"
-#include "tavTargetSelector/tavHttpContextForSelector.h"
 
 struct json_t;
 

@@ -14,13 +14,7 @@ typedef struct _Cluster Cluster;
 typedef struct _HttpAffinityPolicy HttpAffinityPolicy;
 typedef struct _TsEndPointPeriod TsEndPointPeriod;
 
-// What the selector remembers of a web module, so that it need not look its names up for every request. Lies in the web module; the
-// selector of the module's snapshot reads and writes it under its lock. The context hands it on.
-typedef struct _TsModuleHint {
-    std::atomic<struct _VirtualCluster *> virtualCluster; // to be followed only while `generation` is the selector's
-    unsigned generation;
-    int appNameHash; // tavHashCompute of the application's simple name; constant
-} TsModuleHint;
+typedef struct _TsModuleHint TsModuleHint; // tavRequestMapper/tsModuleHint.h
 TsModuleHint *tavHttpContextGetModuleHint(TavHttpContext *ctx) noexcept; // borrowed; null: none for the module name that the context has
 
 // The records that one request holds, each counted once, exactly as they were when it was selected: a relink since then changes nothing

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "tavRequestMapper/tsModuleHint.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavSharedText.h"

@@ -95,7 +95,7 @@ TEST_F(HttpLanguage, OperandsGiveTheRequestsProperties) {
         c.setUp(host);
         EXPECT_EQ(value(c.expression), c.expected) << c.expression << ", row " << (&c - OPERANDS);
         // The comparison of a rule set, which looks at the host's own text.
-        if (*c.expected != '\'') continue;
+        if (*c.expected != '\'' || strchr(c.expected + 1, '\'') != strrchr(c.expected, '\'')) continue; // a quote inside has no place in a rule
         EXPECT_EQ(value(std::string(c.expression) + " = " + c.expected), "TRUE") << c.expression;
     }
     host.path = std::string(5000, 'p'); // more than the evaluation keeps at hand
