@@ -85,6 +85,8 @@ private:
     FILE *output_ = nullptr;
 };
 
+const char *jsonOr(const json_t *text) { return json_is_string(text) ? json_string_value(text) : ""; }
+
 struct Reply {
     int code = 0;
     std::string body;
@@ -287,3 +289,24 @@ TEST_F(Controller, whatCannotBeServedEndsWithTwo) {
 }
 
 } // namespace
+
+// As programs read it: a line is an object, and the story is told in order.
+TEST_F(Controller, watchTellsWhatHappensToALibrary) {
+    ControllerProcess controller(directory());
+    const ToolRun run = runTool(
+        {"watch", "--controller", controller.url, "--json", "--for", "1", "-X", "PUT", "--request", "http://shop.example/shop/cart"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    std::istringstream lines(run.out);
+    std::string story;
+    for (std::string line; std::getline(lines, line);) {
+        const Json event(json_loads(line.c_str(), 0, nullptr));
+        const auto text = [&](const char *name) { return std::string(jsonOr(json_object_get(event.get(), name))); };
+        EXPECT_GT(json_real_value(json_object_get(event.get(), "time")), 0) << line;
+        if (text("event") == "state" && text("of") == "library") story += text("state") + " ";
+        if (text("event") == "document") story += text("kind") + " ";
+        if (text("event") == "decision") story += text("outcome") + " ";
+    }
+    EXPECT_THAT(story, testing::StartsWith("STARTING STARTED complete REJECT with 405")) << run.out;
+    EXPECT_THAT(run.out, HasSubstr("addRoutes"));
+    EXPECT_EQ(runTool({"watch", "--controller", controller.url, "--for", "1", "--group-property", "colour=red"}).status, 2);
+}

@@ -26,7 +26,7 @@ TEST(Interface, manPageAndCompletionsKnowEveryOption) {
     man = std::regex_replace(man, std::regex(R"(\\-)"), "-");
     const std::string bash = readText(TAV_SOURCE_DIR "/tools/tavctl/completion/tavctl.bash");
     const std::string zsh = readText(TAV_SOURCE_DIR "/tools/tavctl/completion/_tavctl");
-    for (const char *command : {"route", "check", "test", "rule", "dump", "interests", "controller"}) {
+    for (const char *command : {"route", "check", "test", "rule", "dump", "interests", "controller", "watch"}) {
         const ToolRun run = runTool({command, "--help"});
         EXPECT_EQ(run.status, 0);
         EXPECT_THAT(run.out, HasSubstr("Example")) << command;

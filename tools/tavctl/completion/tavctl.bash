@@ -19,7 +19,7 @@ _tavctl() {
     fi
 
     case $prev in
-    -c | --config | -d | --delta | --file | --daemon | --worker)
+    -c | --config | -d | --delta | --file | --daemon | --worker | --ca | --cert | --key)
         mapfile -t COMPREPLY < <(compgen -f -- "$cur")
         return
         ;;
@@ -35,7 +35,7 @@ _tavctl() {
         return
         ;;
     -H | --header | -b | --cookie | --client | --request | --repeat | --in-flight | --fail-under | --listen | --wait | --controller | \
-        --group | --group-property | --every | --for | --trace)
+        --group | --group-property | --proxy | --every | --for | --trace)
         return
         ;;
     --dir)
@@ -56,7 +56,7 @@ _tavctl() {
     interests) options+=' --admin' ;;
     watch)
         options+=" $request -p --property --controller --group --group-property --wait --daemon --worker --request --every --all --for
-            --trace --json"
+            --trace --json --ca --cert --key --proxy"
         ;;
     controller) options+=' --dir --listen --wait --strict --json --quiet' ;;
     esac

@@ -33,6 +33,7 @@ int documentEvent = -1;
 const char *stateName(TavComponentState state) { return state == DELETED ? "DELETED" : tavState2String(state); }
 
 void tellState(const char *what, const char *name, TavComponentState state, const char *reason) {
+    if (!eventLog) return; // it is being set up or was refused
     const std::string title = *name ? fmt::format("{} {}", what, name) : what;
     eventLog->tell("state", fmt::format("{}: {} ({})", title, stateName(state), reason ? reason : ""),
                    {{"of", what}, {"name", name}, {"state", stateName(state)}, {"reason", reason ? reason : ""}});
@@ -160,10 +161,10 @@ LiveInstance::LiveInstance(const LiveOptions &options, EventLog &log) : group_(o
     tav_ = createInstance(env);
     try {
         tavhost::configureInstance(tav_, host, processOf(options));
-    } catch (...) {
+    } catch (const tavhost::HostFault &fault) {
         tavDestroy(tav_);
         close(documentEvent);
-        throw;
+        throw Fault(fault.what());
     }
     eventLog = &log;
     tavhost::startInstance(tav_, host, 0);
