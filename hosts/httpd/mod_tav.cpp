@@ -26,5 +26,5 @@ void registerHooks(apr_pool_t *) {
 
 } // namespace
 
-module AP_MODULE_DECLARE_DATA tav_module = {
-    STANDARD20_MODULE_STUFF, nullptr, nullptr, modtav::createServerConfig, modtav::mergeServerConfig, modtav::directives, registerHooks, 0};
+module_struct tav_module = {STANDARD20_MODULE_STUFF, nullptr,       nullptr, modtav::createServerConfig, modtav::mergeServerConfig,
+                            modtav::directives,      registerHooks, 0};

@@ -76,7 +76,8 @@ void waitForEnd(const sigset_t *signals) {
     const tavhost::HostOptions &options = serverConfig(server)->host;
     try {
         Tav *tav = tavhost::createInstance(env, options, tavhost::Process::Daemon);
-        tavhost::startInstance(tav, options, 0);
+        // Children that connect before the first configuration would take an empty one: until it is here there is no socket.
+        tavhost::startInstance(tav, options, serverConfig(server)->startTimeout);
         waitForEnd(&signals);
         tavhost::endInstance(tav);
     } catch (const std::exception &fault) {

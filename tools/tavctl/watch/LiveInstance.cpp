@@ -167,7 +167,7 @@ LiveInstance::LiveInstance(const LiveOptions &options, EventLog &log) : group_(o
         throw Fault(fault.what());
     }
     eventLog = &log;
-    tavhost::startInstance(tav_, host, 0);
+    tavhost::startInstance(tav_, host, options.daemon.empty() ? 0 : 5); // the daemon listens when it has something to tell
 }
 
 LiveInstance::~LiveInstance() {
