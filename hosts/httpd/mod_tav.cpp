@@ -12,6 +12,7 @@ namespace {
 void registerHooks(apr_pool_t *) {
     using namespace modtav;
     static const char *const beforeProxy[] = {"mod_proxy.c", nullptr};
+    ap_hook_check_config(checkConfig, nullptr, nullptr, APR_HOOK_MIDDLE);
     ap_hook_post_config(postConfig, nullptr, nullptr, APR_HOOK_MIDDLE);
     ap_hook_child_init(childInit, nullptr, nullptr, APR_HOOK_MIDDLE);
     ap_hook_translate_name(translateName, nullptr, beforeProxy, APR_HOOK_FIRST);

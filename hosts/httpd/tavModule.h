@@ -64,6 +64,7 @@ extern const command_rec directives[];
 
 // ---- processes ----
 
+int checkConfig(apr_pool_t *config, apr_pool_t *log, apr_pool_t *temporary, server_rec *server);
 int postConfig(apr_pool_t *config, apr_pool_t *log, apr_pool_t *temporary, server_rec *server);
 void childInit(apr_pool_t *pool, server_rec *server);
 Tav *instance(); // of this child; null: there is none

@@ -152,18 +152,6 @@ int prepareSocket(apr_pool_t *pool, server_rec *server) {
     return OK;
 }
 
-// The whole configuration tried once, so that a fault stops the server before it serves. What the library says goes to the error log.
-int checkConfiguration(server_rec *server) {
-    const tavhost::HostOptions &options = serverConfig(server)->host;
-    try {
-        tavhost::checkOptions(callBacks(), options);
-    } catch (const std::exception &fault) {
-        logFault(server, "mod_tav is not configured", fault);
-        return HTTP_INTERNAL_SERVER_ERROR;
-    }
-    return OK;
-}
-
 void completeOptions(server_rec *server) {
     tavhost::HostOptions &options = serverConfig(server)->host;
     if (options.catalogue.empty()) options.catalogue = MODTAV_CATALOGUE;
@@ -174,12 +162,23 @@ void completeOptions(server_rec *server) {
 
 Tav *instance() { return childInstance; }
 
-int postConfig(apr_pool_t *pool, apr_pool_t *, apr_pool_t *, server_rec *server) {
+// The whole configuration tried once, so that a fault shows in the configuration test and stops the server before it serves.
+int checkConfig(apr_pool_t *, apr_pool_t *, apr_pool_t *, server_rec *server) {
     if (!anyServerEnabled(server)) return OK;
     traceTo(server);
     completeOptions(server);
-    if (const int status = checkConfiguration(server); status != OK) return status;
-    if (ap_state_query(AP_SQ_MAIN_STATE) == AP_SQ_MS_CREATE_PRE_CONFIG || ap_state_query(AP_SQ_RUN_MODE) == AP_SQ_RM_CONFIG_TEST) return OK;
+    try {
+        tavhost::checkOptions(callBacks(), serverConfig(server)->host);
+    } catch (const std::exception &fault) {
+        logFault(server, "mod_tav is not configured", fault);
+        return HTTP_INTERNAL_SERVER_ERROR;
+    }
+    return OK;
+}
+
+int postConfig(apr_pool_t *pool, apr_pool_t *, apr_pool_t *, server_rec *server) {
+    if (!anyServerEnabled(server) || ap_state_query(AP_SQ_MAIN_STATE) == AP_SQ_MS_CREATE_PRE_CONFIG) return OK;
+    traceTo(server);
     const tavhost::HostOptions &options = serverConfig(server)->host;
     if (!needsDaemon(options)) return OK;
     if (const int status = prepareSocket(pool, server); status != OK) return status;
