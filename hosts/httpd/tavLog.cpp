@@ -7,6 +7,7 @@ namespace modtav {
 namespace {
 
 server_rec *logServer = nullptr; // of the main server; set before the instance is created
+int lowestLevel = APLOG_TRACE8;
 
 // The library's levels from OFF to DEBUG as the server's.
 constexpr int LOG_LEVELS[] = {APLOG_DEBUG,   APLOG_EMERG,  APLOG_ALERT, APLOG_CRIT, APLOG_ERR,
@@ -14,12 +15,16 @@ constexpr int LOG_LEVELS[] = {APLOG_DEBUG,   APLOG_EMERG,  APLOG_ALERT, APLOG_CR
 
 } // namespace
 
-void traceTo(server_rec *server) { logServer = server; }
+void traceTo(server_rec *server, int lowest) {
+    logServer = server;
+    lowestLevel = lowest;
+}
 
 int traceHook(const TrContext *ctx, va_list args) {
     if (!logServer || !trContextGetFormat(ctx)) return 0;
     const tavhost::TraceText message = tavhost::traceText(ctx, args);
     const int level = message.level >= 0 ? LOG_LEVELS[message.level] : APLOG_DEBUG;
+    if (level > lowestLevel) return 0;
     ap_log_error(APLOG_MARK, level | APLOG_NOERRNO, 0, logServer, "%s%s%s", message.id.c_str(), message.id.empty() ? "" : ": ",
                  message.text.c_str());
     return 0;

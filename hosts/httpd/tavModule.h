@@ -73,7 +73,8 @@ Tav *instance(); // of this child; null: there is none
 
 // The library's trace hook: to the error log of the main server at the matching level, message id first.
 int traceHook(const TrContext *ctx, va_list args);
-void traceTo(server_rec *server);
+// From now on messages go to this server's log, down to `lowest` (an APLOG_ level).
+void traceTo(server_rec *server, int lowest = APLOG_TRACE8);
 // What the library must trace so that everything LogLevel asks for is there.
 const char *traceSpecOf(const server_rec *server);
 

@@ -165,7 +165,7 @@ Tav *instance() { return childInstance; }
 // The whole configuration tried once, so that a fault shows in the configuration test and stops the server before it serves.
 int checkConfig(apr_pool_t *, apr_pool_t *, apr_pool_t *, server_rec *server) {
     if (!anyServerEnabled(server)) return OK;
-    traceTo(server);
+    traceTo(server, APLOG_WARNING); // the life of this instance is nobody's concern
     completeOptions(server);
     try {
         tavhost::checkOptions(callBacks(), serverConfig(server)->host);
