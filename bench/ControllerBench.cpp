@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "Controller.h"
-#include "ScenarioHost.h"
+#include "engine/ScenarioHost.h"
 #include "benchDocument.h"
 #include "tavConnector/tavConnector.h"
 

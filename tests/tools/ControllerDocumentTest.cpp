@@ -8,9 +8,9 @@
 #include <random>
 #include <set>
 
-#include "Check.h"
 #include "Document.h"
-#include "Json.h"
+#include "check/Check.h"
+#include "support/Json.h"
 #include "tavRequestMapper/tavRequestMapper.h"
 #include "tavSnapshot/tavRoutingInfo.h"
 #include "tavTargetSelector/tavTargetSelector.h"

@@ -18,9 +18,9 @@
 #include <filesystem>
 #include <fstream>
 
-#include "Json.h"
-#include "ScenarioHost.h"
 #include "Tool.h"
+#include "engine/ScenarioHost.h"
+#include "support/Json.h"
 #include "tavHttpClient/tavHttpClient.h"
 
 extern char **environ;

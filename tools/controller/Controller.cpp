@@ -8,8 +8,8 @@
 
 #include <chrono>
 
-#include "Fault.h"
-#include "Output.h"
+#include "support/Fault.h"
+#include "support/Output.h"
 
 namespace controller {
 

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "Json.h"
+#include "support/Json.h"
 
 namespace controller {
 

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "Fault.h"
+#include "support/Fault.h"
 
 namespace controller {
 

@@ -4,8 +4,8 @@
 #include <chrono>
 #include <filesystem>
 
-#include "Fault.h"
-#include "Json.h"
+#include "support/Fault.h"
+#include "support/Json.h"
 
 namespace controller {
 

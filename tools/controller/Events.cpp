@@ -1,6 +1,6 @@
 #include "Events.h"
 
-#include "Output.h"
+#include "support/Output.h"
 
 namespace controller {
 

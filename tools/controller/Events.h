@@ -7,7 +7,7 @@
 #include <string>
 #include <variant>
 
-#include "Json.h"
+#include "support/Json.h"
 
 namespace controller {
 

@@ -8,8 +8,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "Fault.h"
 #include "ListenSocket.h"
+#include "support/Fault.h"
 
 namespace controller {
 

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "Fault.h"
+#include "support/Fault.h"
 
 namespace controller {
 

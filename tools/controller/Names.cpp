@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "Inside.h"
+#include "engine/Inside.h"
 #include "tavObjects/tavObjectMap.h"
 
 namespace controller {

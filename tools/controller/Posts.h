@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "Json.h"
+#include "support/Json.h"
 
 namespace controller {
 

@@ -1,10 +1,10 @@
 // tavctl check: tells what the library would refuse, skip or never use.
-#include "Check.h"
 #include "Commands.h"
-#include "Fault.h"
-#include "Json.h"
-#include "Output.h"
-#include "Progress.h"
+#include "check/Check.h"
+#include "support/Fault.h"
+#include "support/Json.h"
+#include "support/Output.h"
+#include "support/Progress.h"
 
 namespace tavctl {
 

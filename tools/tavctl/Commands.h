@@ -5,7 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 
-#include "Engine.h"
+#include "engine/Engine.h"
 
 namespace tavctl {
 

@@ -1,7 +1,7 @@
 // tavctl controller: serves a directory of documents to polling libraries.
 #include "Commands.h"
 #include "Controller.h"
-#include "Fault.h"
+#include "support/Fault.h"
 
 namespace tavctl {
 

@@ -1,7 +1,7 @@
 // tavctl dump and tavctl interests.
 #include "Commands.h"
-#include "Fault.h"
-#include "Output.h"
+#include "support/Fault.h"
+#include "support/Output.h"
 
 namespace tavctl {
 

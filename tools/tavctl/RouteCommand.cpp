@@ -5,15 +5,15 @@
 #include <deque>
 
 #include "Commands.h"
-#include "Decision.h"
-#include "Explanation.h"
-#include "Fault.h"
-#include "Inside.h"
-#include "Json.h"
-#include "Output.h"
-#include "Progress.h"
-#include "Request.h"
-#include "RoutePrint.h"
+#include "decision/Decision.h"
+#include "decision/Explanation.h"
+#include "decision/Request.h"
+#include "decision/RoutePrint.h"
+#include "engine/Inside.h"
+#include "support/Fault.h"
+#include "support/Json.h"
+#include "support/Output.h"
+#include "support/Progress.h"
 
 namespace tavctl {
 

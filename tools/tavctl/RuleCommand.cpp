@@ -1,11 +1,11 @@
 // tavctl rule: parses a rule, shows its tree or where it fails, and evaluates it for a request.
 #include "Commands.h"
-#include "Decision.h"
-#include "Fault.h"
-#include "Inside.h"
-#include "Json.h"
-#include "Output.h"
-#include "Request.h"
+#include "decision/Decision.h"
+#include "decision/Request.h"
+#include "engine/Inside.h"
+#include "support/Fault.h"
+#include "support/Json.h"
+#include "support/Output.h"
 
 namespace tavctl {
 

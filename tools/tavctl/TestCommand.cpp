@@ -4,11 +4,11 @@
 #include <algorithm>
 
 #include "Commands.h"
-#include "Fault.h"
-#include "Json.h"
-#include "Output.h"
-#include "Progress.h"
-#include "Scenario.h"
+#include "scenario/Scenario.h"
+#include "support/Fault.h"
+#include "support/Json.h"
+#include "support/Output.h"
+#include "support/Progress.h"
 
 namespace tavctl {
 

@@ -5,8 +5,8 @@
 #include <tav/tav.h>
 
 #include "Commands.h"
-#include "Fault.h"
-#include "Output.h"
+#include "support/Fault.h"
+#include "support/Output.h"
 
 namespace {
 

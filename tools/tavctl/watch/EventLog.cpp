@@ -4,8 +4,8 @@
 
 #include <chrono>
 
-#include "Json.h"
-#include "Output.h"
+#include "support/Json.h"
+#include "support/Output.h"
 
 namespace tavctl {
 

@@ -8,14 +8,14 @@
 #include <cstdint>
 #include <cstring>
 
-#include "Engine.h"
-#include "Fault.h"
 #include "HostInstance.h"
-#include "Inside.h"
-#include "Json.h"
-#include "ScenarioHost.h"
-#include "TraceLog.h"
 #include "TraceText.h"
+#include "engine/Engine.h"
+#include "engine/Inside.h"
+#include "engine/ScenarioHost.h"
+#include "engine/TraceLog.h"
+#include "support/Fault.h"
+#include "support/Json.h"
 
 namespace tavctl {
 

@@ -11,11 +11,11 @@
 #include <optional>
 
 #include "Commands.h"
-#include "Decision.h"
-#include "Fault.h"
-#include "Output.h"
-#include "Request.h"
-#include "RoutePrint.h"
+#include "decision/Decision.h"
+#include "decision/Request.h"
+#include "decision/RoutePrint.h"
+#include "support/Fault.h"
+#include "support/Output.h"
 #include "watch/LiveInstance.h"
 
 namespace tavctl {

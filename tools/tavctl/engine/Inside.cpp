@@ -1,4 +1,4 @@
-#include "Inside.h"
+#include "engine/Inside.h"
 
 #include <fmt/format.h>
 

@@ -2,8 +2,8 @@
 #ifndef TAVCTL_EXPLANATION_H
 #define TAVCTL_EXPLANATION_H
 
-#include "Coverage.h"
-#include "Decision.h"
+#include "decision/Decision.h"
+#include "scenario/Coverage.h"
 
 namespace tavctl {
 

@@ -7,9 +7,9 @@
 #include <memory>
 #include <string>
 
-#include "Engine.h"
-#include "ScenarioHost.h"
-#include "TraceLog.h"
+#include "engine/Engine.h"
+#include "engine/ScenarioHost.h"
+#include "engine/TraceLog.h"
 
 namespace tavctl {
 

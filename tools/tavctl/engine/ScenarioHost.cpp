@@ -1,4 +1,4 @@
-#include "ScenarioHost.h"
+#include "engine/ScenarioHost.h"
 
 #include <algorithm>
 

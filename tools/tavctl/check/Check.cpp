@@ -1,12 +1,12 @@
-#include "Check.h"
+#include "check/Check.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <tuple>
 
-#include "Fault.h"
-#include "Json.h"
+#include "support/Fault.h"
+#include "support/Json.h"
 
 namespace tavctl {
 

@@ -1,10 +1,10 @@
-#include "RoutePrint.h"
+#include "decision/RoutePrint.h"
 
 #include <fmt/format.h>
 
-#include "Explanation.h"
-#include "Output.h"
-#include "Request.h"
+#include "decision/Explanation.h"
+#include "decision/Request.h"
+#include "support/Output.h"
 
 namespace tavctl {
 

@@ -1,8 +1,8 @@
-#include "DocumentIndex.h"
+#include "check/DocumentIndex.h"
 
 #include <cstring>
 
-#include "Json.h"
+#include "support/Json.h"
 
 namespace tavctl {
 

@@ -1,4 +1,4 @@
-#include "Output.h"
+#include "support/Output.h"
 
 #include <unistd.h>
 

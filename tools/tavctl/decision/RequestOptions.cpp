@@ -5,8 +5,8 @@
 #include <charconv>
 #include <string_view>
 
-#include "Fault.h"
-#include "Request.h"
+#include "decision/Request.h"
+#include "support/Fault.h"
 
 namespace tavctl {
 

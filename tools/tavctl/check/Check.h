@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "DocumentIndex.h"
-#include "Engine.h"
-#include "Inside.h"
+#include "check/DocumentIndex.h"
+#include "engine/Engine.h"
+#include "engine/Inside.h"
 
 namespace tavctl {
 

@@ -2,8 +2,8 @@
 #ifndef TAVCTL_ROUTEPRINT_H
 #define TAVCTL_ROUTEPRINT_H
 
-#include "Coverage.h"
-#include "Decision.h"
+#include "decision/Decision.h"
+#include "scenario/Coverage.h"
 
 namespace tavctl {
 

@@ -1,13 +1,13 @@
-#include "Scenario.h"
+#include "scenario/Scenario.h"
 
 #include <fmt/format.h>
 
 #include <filesystem>
 
-#include "Fault.h"
-#include "Inside.h"
-#include "Json.h"
-#include "Request.h"
+#include "decision/Request.h"
+#include "engine/Inside.h"
+#include "support/Fault.h"
+#include "support/Json.h"
 
 namespace tavctl {
 

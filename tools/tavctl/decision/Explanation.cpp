@@ -1,9 +1,9 @@
-#include "Explanation.h"
+#include "decision/Explanation.h"
 
 #include <numeric>
 
-#include "Inside.h"
-#include "Json.h"
+#include "engine/Inside.h"
+#include "support/Json.h"
 
 namespace tavctl {
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "Engine.h"
+#include "engine/Engine.h"
 
 namespace tavctl {
 

@@ -1,6 +1,6 @@
-#include "Expectation.h"
+#include "scenario/Expectation.h"
 
-#include "Json.h"
+#include "support/Json.h"
 
 namespace tavctl {
 

@@ -1,7 +1,7 @@
-#include "Decision.h"
+#include "decision/Decision.h"
 
-#include "Fault.h"
-#include "Inside.h"
+#include "engine/Inside.h"
+#include "support/Fault.h"
 
 namespace tavctl {
 

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <string_view>
 
-#include "Fault.h"
-#include "Request.h"
+#include "decision/Request.h"
+#include "support/Fault.h"
 
 namespace tavctl {
 

@@ -1,9 +1,9 @@
 // Rules outside a configuration: parsed and evaluated as the request mapper would.
 #include <fmt/format.h>
 
-#include "Fault.h"
-#include "Inside.h"
-#include "TraceLog.h"
+#include "engine/Inside.h"
+#include "engine/TraceLog.h"
+#include "support/Fault.h"
 #include "tavInstance/tavInstance.h"
 #include "tavLanguage/tavExpression.h"
 #include "tavRule/tavRule.h"

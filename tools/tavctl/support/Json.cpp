@@ -1,11 +1,11 @@
-#include "Json.h"
+#include "support/Json.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include "Fault.h"
+#include "support/Fault.h"
 
 namespace tavctl {
 

@@ -6,8 +6,8 @@
 #include <map>
 #include <string>
 
-#include "Decision.h"
-#include "Inside.h"
+#include "decision/Decision.h"
+#include "engine/Inside.h"
 
 namespace tavctl {
 

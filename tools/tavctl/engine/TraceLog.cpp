@@ -1,4 +1,4 @@
-#include "TraceLog.h"
+#include "engine/TraceLog.h"
 
 #include <algorithm>
 #include <cstdarg>

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "Json.h"
+#include "support/Json.h"
 
 namespace tavctl {
 

@@ -1,16 +1,16 @@
-#include "Engine.h"
+#include "engine/Engine.h"
 
 #include <fmt/format.h>
 
 #include <cstdio>
 
-#include "Fault.h"
 #include "HostInstance.h"
-#include "Inside.h"
-#include "Json.h"
-#include "ScenarioHost.h"
 #include "SilentTransport.h"
-#include "TraceLog.h"
+#include "engine/Inside.h"
+#include "engine/ScenarioHost.h"
+#include "engine/TraceLog.h"
+#include "support/Fault.h"
+#include "support/Json.h"
 
 // The trace catalogue, generated from share/tav-trace.xml.
 extern "C" const unsigned char tavctlCatalogue[];

@@ -1,11 +1,11 @@
-#include "Coverage.h"
+#include "scenario/Coverage.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 
-#include "DocumentIndex.h"
-#include "Output.h"
+#include "check/DocumentIndex.h"
+#include "support/Output.h"
 
 namespace tavctl {
 

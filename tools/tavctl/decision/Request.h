@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "ScenarioHost.h"
+#include "engine/ScenarioHost.h"
 
 namespace CLI {
 class App;

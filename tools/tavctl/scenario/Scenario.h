@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "Coverage.h"
-#include "Decision.h"
-#include "Engine.h"
-#include "Expectation.h"
+#include "decision/Decision.h"
+#include "engine/Engine.h"
+#include "scenario/Coverage.h"
+#include "scenario/Expectation.h"
 
 namespace tavctl {
 
