@@ -66,6 +66,7 @@ private:
         const int turn = ++turn_;
         changed_.notify_all();
         changed_.wait(guard, [&] { return ended_ || turn != turn_ || answer_; });
+        if (ended_) held_ = false; // nobody waits for it after the next open()
         if (!answer_ || turn != turn_) return false;
         const Answer answer = std::exchange(answer_, nullptr);
         guard.unlock();
