@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 #include <map>
 #include <random>
 #include <regex>
@@ -12,7 +13,6 @@
 #include "Check.h"
 #include "Document.h"
 #include "Json.h"
-#include "Tool.h"
 #include "tavRequestMapper/tavRequestMapper.h"
 #include "tavSnapshot/tavRoutingInfo.h"
 #include "tavTargetSelector/tavTargetSelector.h"
@@ -122,7 +122,9 @@ public:
 private:
     // With rules of one order, where the first one counts.
     static std::string shopText() {
-        return std::regex_replace(readText(TAV_SOURCE_DIR "/examples/shop/shop.json"), std::regex("/rule/([2-5])0"), "/rule/x$1");
+        std::ifstream file(TAV_SOURCE_DIR "/examples/shop/shop.json");
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        return std::regex_replace(text, std::regex("/rule/([2-5])0"), "/rule/x$1");
     }
     size_t pick(size_t n) { return static_cast<size_t>(random_() % n); }
     static void toggle(std::set<std::string> &names, const std::string &name) {
