@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #ifdef TAV_FUZZ_ENTRY
 #define FUZZ_ENTRY(target) \
@@ -28,6 +29,13 @@
             std::abort();                                                                       \
         }                                                                                       \
     } while (0)
+
+// The texts that stand between separators.
+inline std::vector<std::string> fuzzPieces(const std::string &text, char separator) {
+    std::vector<std::string> pieces{""};
+    for (const char c : text) c == separator ? pieces.emplace_back() : pieces.back() += c;
+    return pieces;
+}
 
 // Reads the input from the front. At its end lines are empty and choices 0.
 class FuzzInput {

@@ -5,116 +5,58 @@
 #include "FuzzShop.h"
 #include "FuzzTarget.h"
 #include "tav/tavControl.h"
+#include "tavLibUtil/tavObjectName.h"
 #include "tavObjects/tavObjectMap.h"
 #include "tavSnapshot/tavRoutingInfo.h"
+#include "tavUtil/tavMemory.h"
 
 namespace {
 
-struct Place {
-    const char *name, *type;
-};
+// Objects by their names, which tell the types.
+const std::vector<std::string> PLACES = fuzzPieces(
+    "/cell/c /cell/c/node/n1 /cell/c/node/new /cell/c/node/n1/server/s1-1 /cell/c/node/n1/server/s2-1 /cell/c/node/n1/server/s3 "
+    "/cell/c/node/new/server/s1 /cell/c/node/n1/server/s1-1/transport/http /cell/c/node/n1/server/s1-1/transport/https "
+    "/cell/c/node/n1/server/s3/transport/t /cell/c/node/n1/server/s1-1/serverApplication/shop-edition1 "
+    "/cell/c/node/n1/server/s2-1/serverApplication/shop-edition1 /cell/c/node/n1/server/s3/serverApplication/shop-edition1 "
+    "/cell/c/node/n1/server/s1-1/ruleSet/trace /cell/c/node/n1/server/s1-1/ruleSet/trace/rule/1 "
+    "/cell/c/node/n1/server/s1-1/ruleSet/trace/rule/9 /cell/c/cluster/k1 /cell/c/cluster/other1 /cell/c/cluster/new "
+    "/cell/c/healthPolicy/slow /cell/c/vHostGroup/v1 /cell/c/vHostGroup/v1/vHost/1 /cell/c/vHostGroup/v1/vHost/7 "
+    "/cell/c/application/shop-edition1 /cell/c/application/admin1 /cell/c/application/shop-edition1/webRouteWorkClass/Default_HTTP_WC "
+    "/cell/c/application/shop-edition1/webRouteWorkClass/Default_HTTP_WC/rule/2 "
+    "/cell/c/application/shop-edition1/webRouteWorkClass/Default_HTTP_WC/rule/default "
+    "/cell/c/application/shop-edition1/webModule/store1 /cell/c/application/shop-edition1/webModule/new "
+    "/cell/c/application/shop-edition1/webModule/store1/uri/*.jsp /cell/c/application/shop-edition1/webModule/new/uri/\\\\/*  /server/x",
+    ' ');
 
-constexpr Place PLACES[] = {
-    {"/cell/c", "cell"},
-    {"/cell/c/node/n1", "node"},
-    {"/cell/c/node/new", "node"},
-    {"/cell/c/node/n1/server/s1-1", "server"},
-    {"/cell/c/node/n1/server/s2-1", "server"},
-    {"/cell/c/node/n1/server/s3", "server"},
-    {"/cell/c/node/new/server/s1", "server"},
-    {"/cell/c/node/n1/server/s1-1/transport/http", "transport"},
-    {"/cell/c/node/n1/server/s1-1/transport/https", "transport"},
-    {"/cell/c/node/n1/server/s3/transport/t", "transport"},
-    {"/cell/c/node/n1/server/s1-1/serverApplication/shop-edition1", "serverApplication"},
-    {"/cell/c/node/n1/server/s2-1/serverApplication/shop-edition1", "serverApplication"},
-    {"/cell/c/node/n1/server/s3/serverApplication/shop-edition1", "serverApplication"},
-    {"/cell/c/node/n1/server/s1-1/ruleSet/trace", "ruleSet"},
-    {"/cell/c/node/n1/server/s1-1/ruleSet/trace/rule/1", "rule"},
-    {"/cell/c/node/n1/server/s1-1/ruleSet/trace/rule/9", "rule"},
-    {"/cell/c/cluster/k1", "cluster"},
-    {"/cell/c/cluster/other1", "cluster"},
-    {"/cell/c/cluster/new", "cluster"},
-    {"/cell/c/healthPolicy/slow", "healthPolicy"},
-    {"/cell/c/vHostGroup/v1", "vHostGroup"},
-    {"/cell/c/vHostGroup/v1/vHost/1", "vHost"},
-    {"/cell/c/vHostGroup/v1/vHost/7", "vHost"},
-    {"/cell/c/application/shop-edition1", "application"},
-    {"/cell/c/application/admin1", "application"},
-    {"/cell/c/application/shop-edition1/webRouteWorkClass/Default_HTTP_WC", "webRouteWorkClass"},
-    {"/cell/c/application/shop-edition1/webRouteWorkClass/Default_HTTP_WC/rule/2", "rule"},
-    {"/cell/c/application/shop-edition1/webRouteWorkClass/Default_HTTP_WC/rule/default", "rule"},
-    {"/cell/c/application/shop-edition1/webModule/store1", "webModule"},
-    {"/cell/c/application/shop-edition1/webModule/new", "webModule"},
-    {"/cell/c/application/shop-edition1/webModule/store1/uri/*.jsp", "uri"},
-    {"/cell/c/application/shop-edition1/webModule/new/uri/\\\\/*", "uri"},
-    {"", "server"},
-    {"/server/x", "server"},
-};
+std::string typeOf(const std::string &name) {
+    const TavText type(tavNameGetType(name.c_str()));
+    return type ? type.get() : "server";
+}
 
-constexpr const char *PROPERTIES[] = {
-    "'state': 'STARTED'",
-    "'state': 'STOPPED'",
-    "'state': 'QUIESCED'",
-    "'state': ''",
-    "'weight': 0",
-    "'weight': 3",
-    "'weight': -1",
-    "'weight': 99999999999",
-    "'id': 'clone9'",
-    "'id': 'clone1'",
-    "'id': ''",
-    "'server.maintenancemode': 'affinity'",
-    "'server.maintenancemode': 'break'",
-    "'cp.node.maintenancemode': 'true'",
-    "'maxConnections': 0",
-    "'sessionAffinityCookies': ','",
-    "'sessionAffinityCookies': null",
-    "'type': 'TOMCAT_SERVER'",
-    "'type': 'ExcessiveRequestTimeout'",
-    "'threshold': 0",
-    "'protocol': 'https'",
-    "'protocol': 'tcp'",
-    "'host': 'elsewhere'",
-    "'host': '*'",
-    "'port': 7",
-    "'port': '81'",
-    "'port': -1",
-    "'cloneIdSeparator': ''",
-    "'cloneSeparatorChange': true",
-    "'learnCloneIds': false",
-    "'appEditionRolloutState': 'BEGIN'",
-    "'expression': 'port = 80'",
-    "'expression': '(('",
-    "'expression': ''",
-    "'action': 'reject:404'",
-    "'action': ':DEBUG'",
-    "'action': 'nothing'",
-    "'contextRoot': '/'",
-    "'contextRoot': null",
-    "'edition': 'B1'",
-    "'protocolMap': 'http'",
-    "'unknown': 1.5",
-    "'cp.MaxHttpContextPoolSize': '1'",
-    "'cp.MaxHttpContextPoolSize': null",
-    "'cp.DefaultRequestTraceSpec': ':DEBUG'",
-    "'cp.TrustedProxyList': 'a:a:'",
-    "'cp.disablePrivateHeaders': 'true'",
-    "'list': [1]",
-};
+const std::vector<std::string> PROPERTIES = fuzzPieces(
+    "'state': 'STARTED';'state': 'STOPPED';'state': 'QUIESCED';'state': '';'weight': 0;'weight': 3;'weight': -1;'weight': 99999999999;"
+    "'id': 'clone9';'id': 'clone1';'id': '';'server.maintenancemode': 'affinity';'server.maintenancemode': 'break';"
+    "'cp.node.maintenancemode': 'true';'maxConnections': 0;'sessionAffinityCookies': ',';'sessionAffinityCookies': null;"
+    "'type': 'TOMCAT_SERVER';'type': 'ExcessiveRequestTimeout';'threshold': 0;'protocol': 'https';'protocol': 'tcp';"
+    "'host': 'elsewhere';'host': '*';'port': 7;'port': '81';'port': -1;'cloneIdSeparator': '';'cloneSeparatorChange': true;"
+    "'learnCloneIds': false;'appEditionRolloutState': 'BEGIN';'expression': 'port = 80';'expression': '((';'expression': '';"
+    "'action': 'reject:404';'action': ':DEBUG';'action': 'nothing';'contextRoot': '/';'contextRoot': null;'edition': 'B1';"
+    "'protocolMap': 'http';'unknown': 1.5;'cp.MaxHttpContextPoolSize': '1';'cp.MaxHttpContextPoolSize': null;"
+    "'cp.DefaultRequestTraceSpec': ':DEBUG';'cp.TrustedProxyList': 'a:a:';'cp.disablePrivateHeaders': 'true';'list': [1]",
+    ';');
 
-constexpr const char *KINDS[] = {"cluster:server",   "cluster:webModule",   "vHostGroup:webModule",
-                                 "server:webModule", "server:healthPolicy", "webModule:cluster"};
+const std::vector<std::string> KINDS = {"cluster:server",   "cluster:webModule",   "vHostGroup:webModule",
+                                        "server:webModule", "server:healthPolicy", "webModule:cluster"};
 
-template <size_t n>
-auto choose(FuzzInput &input, const auto(&table)[n]) {
-    return table[input.pick(n)];
+const std::string &choose(FuzzInput &input, const std::vector<std::string> &table) {
+    return table[input.pick(static_cast<unsigned>(table.size()))];
 }
 
 std::string entry(FuzzInput &input, int depth) {
-    const Place place = choose(input, PLACES);
-    const char *type = input.pick(8) == 7 ? choose(input, PLACES).type : place.type;
-    std::string text = std::string("{'name': '") + place.name + "', 'type': '" + type + "', 'props': {";
-    for (unsigned i = 0, n = input.pick(4); i < n; i++) text += (i ? ", " : "") + std::string(choose(input, PROPERTIES));
+    const std::string &name = choose(input, PLACES);
+    const std::string type = typeOf(input.pick(8) == 7 ? choose(input, PLACES) : name);
+    std::string text = "{'name': '" + name + "', 'type': '" + type + "', 'props': {";
+    for (unsigned i = 0, n = input.pick(4); i < n; i++) text += (i ? ", " : "") + choose(input, PROPERTIES);
     text += "}";
     if (depth < 4 && input.pick(3) == 2) text += ", 'objects': [" + entry(input, depth + 1) + "]";
     return text + "}";
@@ -125,8 +67,8 @@ std::string pair(FuzzInput &input) {
     const size_t colon = kind.find(':');
     std::string text = "'" + kind + "': [";
     for (unsigned i = 0, n = 1 + input.pick(2); i < n; i++)
-        text += std::string(i ? ", " : "") + "{'" + kind.substr(0, colon) + "': '" + choose(input, PLACES).name + "', '" +
-                kind.substr(colon + 1) + "': '" + choose(input, PLACES).name + "'}";
+        text += std::string(i ? ", " : "") + "{'" + kind.substr(0, colon) + "': '" + choose(input, PLACES) + "', '" +
+                kind.substr(colon + 1) + "': '" + choose(input, PLACES) + "'}";
     return text + "]";
 }
 

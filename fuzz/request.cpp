@@ -11,42 +11,11 @@ namespace {
 
 FuzzInput *answers; // of the request that runs
 
-constexpr const char *TEXTS[] = {
-    "http",
-    "https",
-    "ftp",
-    "GET",
-    "shop.example.com",
-    "SHOP.EXAMPLE.COM",
-    "other",
-    "/shop/x.jsp",
-    "/shop/secret",
-    "/shop/old",
-    "/admin/a",
-    "/shop/a;jsessionid=x:clone1",
-    "/shop/;jsessionid",
-    "/shop;JSESSIONID=",
-    "clone1",
-    "id:clone1",
-    "id:nobody:clone2:",
-    ":::",
-    "yes",
-    "10.0.0.1",
-    "10.9.9.9",
-    "p1:clone1;p2:clone2",
-    ";;:;",
-    "p1:clone1",
-    "1",
-    "SHOPSESSION=id:clone7; Path=/",
-    "JSESSIONID=id;",
-    "=",
-    "SHOPSESSION",
-    "%s%n%d",
-    "a=b&c=d",
-    "&&=",
-    "\xff\xfe",
-    "\n\r\t",
-};
+const std::vector<std::string> TEXTS = fuzzPieces(
+    "http|https|ftp|GET|shop.example.com|SHOP.EXAMPLE.COM|other|/shop/x.jsp|/shop/secret|/shop/old|/admin/a|"
+    "/shop/a;jsessionid=x:clone1|/shop/;jsessionid|/shop;JSESSIONID=|clone1|id:clone1|id:nobody:clone2:|:::|yes|10.0.0.1|10.9.9.9|"
+    "p1:clone1;p2:clone2|;;:;|p1:clone1|1|SHOPSESSION=id:clone7; Path=/|JSESSIONID=id;|=|SHOPSESSION|%s%n%d|a=b&c=d|&&=|\xff\xfe|\n\r\t",
+    '|');
 
 // Each caller has a text of its own that goes at its next call.
 char *answer(std::string &own) {
@@ -59,7 +28,7 @@ char *answer(std::string &own) {
     } else if (choice < 120) {
         own = std::string(answers->take(answers->pick(64)).c_str());
     } else {
-        own = TEXTS[choice % std::size(TEXTS)];
+        own = TEXTS[choice % TEXTS.size()];
     }
     own.shrink_to_fit();
     return own.data();

@@ -122,19 +122,3 @@ TEST_F(HashTest, CleansByPrefixAfterUnlinking) {
     EXPECT_EQ(destroyed.back(), 'a');
     EXPECT_EQ(keys(hm), "");
 }
-
-TEST_F(HashTest, WithoutMemoryAPutHandsTheValueBack) {
-    failEachAllocation([](auto failed) {
-        const TavHashMapPtr map(tavHashMapCreate());
-        if (!map) return;
-        int stored = 0;
-        for (int i = 0; i < 20; i++) {
-            void *refused = tavHashPut(map.get(), std::to_string(i).c_str(), ONE);
-            EXPECT_TRUE(!refused || refused == ONE);
-            stored += !refused;
-        }
-        EXPECT_EQ(tavHashMapGetCount(map.get()), stored);
-        EXPECT_GE(stored, failed() ? 19 : 20) << "a growth that finds no memory loses nothing";
-        EXPECT_EQ(map->max, 31) << "the next insertion grows again";
-    });
-}

@@ -96,17 +96,6 @@ TEST_F(ListTest, WalksWhileElementsGoAndCleansAfterItIsEmpty) {
     EXPECT_EQ(destroyed, "bac") << "from head to tail";
 }
 
-TEST_F(ListTest, AnAddWithoutMemoryDestroysTheObject) {
-    failEachAllocation([this](auto failed) {
-        destroyed.clear();
-        const bool added = tavListAddTail(list, A) && tavListAddHead(list, B) && tavListInsertBefore(list, nullptr, C);
-        EXPECT_EQ(added, !failed());
-        EXPECT_EQ(destroyed.size(), failed() ? 1U : 0U);
-        contents(list);
-        tavListClean(list);
-    });
-}
-
 TEST_F(ListTest, TextListsHoldCopies) {
     failEachAllocation([](auto failed) {
         TavList *texts = tavListCreateDbg(nullptr, __FILE__, __LINE__); // no destructor: a lost copy would show

@@ -69,18 +69,6 @@ TEST(Condition, HandsItsLockOverWhileItWaits) TAV_NO_ANALYSIS {
     tavConditionDestroy(cond);
 }
 
-TEST(Lock, CreationFailsCleanly) {
-    failEachAllocation([](auto failed) {
-        TavLock *lock = tavLockCreate();
-        TavCondition *cond = tavConditionCreate();
-        TavAtomicCounter *counter = tavAtomicCounterCreate("c", 0);
-        EXPECT_EQ(!lock || !cond || !counter, failed());
-        tavLockDestroy(lock);
-        tavConditionDestroy(cond);
-        tavAtomicCounterDestroy(counter);
-    });
-}
-
 TEST(LockOrderDeathTest, InversionsNameBothHolders) {
     if (!tavLockChecksOrder()) GTEST_SKIP() << "this build does not check";
     testing::FLAGS_gtest_death_test_style = "threadsafe";

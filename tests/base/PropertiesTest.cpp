@@ -59,14 +59,3 @@ TEST_F(Properties, StoresRefusesAndRemoves) {
     EXPECT_EQ(tavPropertySet(props.get(), "Known", nullptr, TRUE), 0);
     EXPECT_EQ(tavPropertySet(props.get(), "Known", "left for the delete", TRUE), 0);
 }
-
-TEST_F(Properties, FailedSetKeepsTheOldValue) {
-    failEachAllocation([](auto failed) {
-        const PropertiesPtr props(tavPropertiesCreate(setKnown, nullptr));
-        if (!props) return;
-        const int first = tavPropertySet(props.get(), "Known", "one", TRUE);
-        const int second = tavPropertySet(props.get(), "Known", "two", TRUE);
-        EXPECT_EQ(first == 0 && second == 0, !failed());
-        EXPECT_STREQ(tavPropertyGet(props.get(), "Known"), second == 0 ? "two" : "one");
-    });
-}

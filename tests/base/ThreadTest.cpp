@@ -63,14 +63,3 @@ TEST(Thread, AlarmsRoundUpToSecondsAndNeverSleepBackwards) {
     ASSERT_EQ(tavSetAlarm(look, &seen, -5, nullptr), 0);
     done.wait();
 }
-
-TEST(Thread, AStartWithoutMemoryLeavesTheArgumentToTheCaller) {
-    failEachAllocation([](auto failed) {
-        Seen seen;
-        const std::future<void> done = seen.done.get_future();
-        const int set = tavSetAlarm(look, &seen, 0, nullptr);
-        EXPECT_EQ(set, failed() ? -1 : 0);
-        if (set == 0) done.wait();
-    });
-    EXPECT_EQ(tavThreadCreate(nullptr, nullptr, nullptr), nullptr);
-}

@@ -6,7 +6,6 @@
 
 #include "base/FailEachAllocation.h"
 #include "core/RecordingTransport.h"
-#include "edge/ScriptedServer.h"
 #include "tav/tavControl.h"
 #include "tavConnector/tavConnector.h"
 
@@ -65,28 +64,6 @@ TEST_F(Connector, InitThenPoll) {
     EXPECT_EQ(sent.back().uri, "/sentinelFabric&vid=3&wait=20");
     EXPECT_EQ(opened.size(), 1u);
     EXPECT_EQ(outstanding(connector), 1);
-}
-
-TEST_F(Connector, APauseFollowsAnUnusableDocument) {
-    for (const char *document : {"nonsense", "[]", ""}) {
-        const size_t before = sent.size();
-        answer(200, document);
-        EXPECT_EQ(sent.size(), before) << document;
-        ASSERT_EQ(alarms.size(), 1u);
-        EXPECT_EQ(alarms[0].milliseconds, 1000);
-        EXPECT_EQ(tavConnectorGetState(connector), STARTED);
-        fire();
-        ASSERT_EQ(sent.size(), before + 1);
-        EXPECT_EQ(sent.back().uri, std::string(kUri) + "&vid=-1&wait=300");
-    }
-    // A send that fails after the pause is a failure of the connector.
-    answer(200, "nonsense");
-    sendResult = -3;
-    takeStates();
-    fire();
-    EXPECT_EQ(takeStates().front(), std::string(kUrl) + " FAILED: send failure");
-    EXPECT_EQ(tavConnectorGroupGetState(group), FAILED);
-    sendResult = 0;
 }
 
 TEST_F(Connector, FailuresMoveOnAndThenWait) {
@@ -281,7 +258,6 @@ TEST_F(Connector, NoRoutesForABrindleGroupOrFromTheDaemonItself) {
 TEST_F(Connector, AWorkerReportsToItsDaemon) {
     answer(200, "{\"version\": 1}");
     const size_t before = sent.size();
-    traceOn();
     tav->processType = ClientProcess;
     json_t *json = json_pack("{s:[s]}", "addRoutes", "/a");
     tavConnectorRequestSend(connector, RRT_ROUTE_CHANGE, json);
@@ -289,15 +265,7 @@ TEST_F(Connector, AWorkerReportsToItsDaemon) {
     EXPECT_STREQ(json_string_value(json_object_get(json, "connectorGroupName")), "g");
     EXPECT_STREQ(json_string_value(json_object_get(json, "connectorURL")), kUrl);
     json_decref(json);
-    TavRestRequest *init = tavRestRequestCreate(RRT_INIT, group);
-    EXPECT_EQ(tavRestRequestSend(init), -1);
-    init->c = connector;
-    EXPECT_EQ(tavRestRequestSend(init), -1);
-    tavRestRequestDelete(init);
     EXPECT_EQ(sent.size(), before);
-    const std::string trace = takeTrace();
-    EXPECT_NE(trace.find("tavRestRequestSend: send of init request failed; connector not set\n"), std::string::npos) << trace;
-    EXPECT_NE(trace.find("tavRestRequestSend: client send of init request failed; null json\n"), std::string::npos) << trace;
     // Connectors of a worker are never run, and report all the same.
     TavConnector *idle = tavConnectorCreate(group, "http://127.0.0.1:9");
     EXPECT_FALSE(tavConnectorIsStopped(idle));
@@ -429,8 +397,6 @@ TEST_F(Connector, Properties) {
                  {"waitTime", "1", false},  {nullptr, "1", false}};
     for (const auto &c : cases) EXPECT_EQ(tavConnectorGroupSetProperty(group, c.name, c.value), c.known) << (c.name ? c.name : "null");
     EXPECT_EQ(tavConnectorGroupGetMaxRetries(group), 3);
-    EXPECT_EQ(tavConnectorGroupGetMaxWaitOffset(group), 0);
-    EXPECT_TRUE(tavConnectorGroupGetEnableAdminTraffic(group));
     EXPECT_FALSE(tavConnectorGroupIsBrindle(group));
     tavConnectorGroupSetURI(group, "/x/kel/api/dynamicRouting/y");
     EXPECT_TRUE(tavConnectorGroupIsBrindle(group));
@@ -470,29 +436,4 @@ TEST_F(Connector, SurvivesEveryFailedAllocation) {
         }
         settle(atRest);
     });
-}
-
-// ---- the library's own transport ----
-
-TEST(DefaultTransport, PollsAServerAndLetsGoOfIt) {
-    const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: ";
-    const std::string document = "{\"version\": 12}";
-    ScriptedServer server({{head + std::to_string(document.size()) + "\r\n\r\n" + document, ""}, {head + "0\r\n\r\n"}});
-    EnvCallBacks env = fakeHostCallBacks();
-    env.version = TAV_ENV_VERSION;
-    char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
-    const int before = tavGetMemCount();
-    Tav *tav = tavCreate(&env, nullptr, catalogue);
-    TavConnectorGroup *group = tavConnectorGroupCreate(tav, "g");
-    TavConnector *connector = tavConnectorCreate(group, server.url().c_str());
-    EXPECT_EQ(tavStart(tav, 0), 0);
-    EXPECT_EQ(tavGetState(tav), STARTED);
-    while (server.requests().size() < 2) std::this_thread::yield();
-    EXPECT_EQ(server.requests()[1].substr(0, server.requests()[1].find("\r\n")), "GET " + std::string(kUri) + "&vid=12&wait=300 HTTP/1.1");
-    EXPECT_EQ(server.connections(), 1) << "init and poll share a connection";
-    // Destroying the instance ends the poll, which would otherwise wait for minutes.
-    (void)connector;
-    tavDestroy(tav);
-    trDestroy();
-    while (tavGetMemCount() != before) std::this_thread::yield();
 }

@@ -1,19 +1,16 @@
-// Creation, states, properties, names, proxies, host endpoints and the instance's own thread.
+// Creation, the group's states, properties, names, proxies and the instance's own thread.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdio>
-#include <cstdlib>
 #include <functional>
 
 #include "core/CoreFixture.h"
 #include "tav/tavInternal.h"
 #include "tavHttpContext/tavInstanceForContext.h"
 #include "tavMultiProcess/tavMultiProcess.h"
-#include "tavSnapshot/tavEndPointRef.h"
 #include "tavSnapshot/tavRoutingInfo.h"
 #include "tavUtil/tavMemory.h"
 #include "tr/tr.h"
@@ -71,84 +68,7 @@ TEST(Create, RefusesMissingTableAndCatalogue) {
               "ERROR: failed to open /nonexistent/trace.xml in tavCreate: No such file or directory\n");
 }
 
-TEST(Create, OptionalSlotsMayBeMissing) {
-    EnvCallBacks env = fakeHostCallBacks();
-    env.version = TAV_ENV_VERSION;
-    env.http.response = {};
-    env.http.request.getHeaderValue = nullptr;
-    env.http.request.getMethod = nullptr;
-    const int before = tavGetMemCount();
-    Tav *tav = tavCreate(&env, nullptr, catalogue);
-    ASSERT_NE(tav, nullptr);
-    EXPECT_EQ(tavGetState(tav), STOPPED);
-    EXPECT_NE(tavGetEnvCallBacks(tav)->http.connector.open, nullptr) << "the library's own transport";
-    EXPECT_NE(tavGetEnvCallBacks(tav)->alarm_ex, nullptr) << "the library's own alarm";
-    tavDestroy(tav);
-    trDestroy();
-    EXPECT_EQ(tavGetMemCount(), before);
-}
-
-// Fails everything from each allocation on: nothing is kept, and only a missing parser is meant to end the process.
-TEST(Create, WithoutMemoryGivesNone) {
-    static std::atomic<int> left;
-    EnvCallBacks env = fakeHostCallBacks();
-    env.version = TAV_ENV_VERSION;
-    static int ends;
-    ends = 0;
-    trSetFatalHook([](int, const char *) { ends++; });
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    const int before = tavGetMemCount();
-    Tav *tav = nullptr;
-    for (int passed = 0; !tav; passed++) {
-        left = passed;
-        tavSetAllocationGate([](size_t) -> Boolean { return left-- > 0; });
-        tav = tavCreate(&env, nullptr, catalogue);
-        tavSetAllocationGate(nullptr);
-        if (tav) break;
-        trPurgeDeathRow();
-        EXPECT_EQ(tavGetMemCount(), before) << "after " << passed;
-    }
-    testing::internal::GetCapturedStderr();
-    EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::Not(testing::HasSubstr("FATAL ERROR")));
-    trSetFatalHook(nullptr);
-    EXPECT_LE(ends, 4) << "the parser's own allocations";
-    tavDestroy(tav);
-    trDestroy();
-}
-
 class Instance : public CoreFixture {};
-
-TEST_F(Instance, StateNamesAndPredicates) {
-    struct Row {
-        TavComponentState state;
-        const char *name;
-        bool startable, stoppable, initialized, stopped, usable, canRoute;
-    };
-    const Row rows[] = {
-        {INVALID, "UNKNOWN", false, false, false, false, false, false},
-        {STARTING, "STARTING", false, true, false, false, true, true},
-        {STARTED, "STARTED", false, true, true, false, true, true},
-        {PARTIAL_START, "PARTIAL START", false, true, false, false, true, true},
-        {FAILED, "FAILED", true, false, true, false, false, true},
-        {STOPPING, "STOPPING", false, false, true, false, false, false},
-        {STOPPED, "STOPPED", true, false, true, true, false, false},
-        {DELETED, "UNKNOWN", false, false, false, true, false, false},
-    };
-    const TavComponentState restore = tav->state;
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.state);
-        tav->state = row.state;
-        EXPECT_STREQ(tavState2String(row.state), row.name);
-        EXPECT_EQ(isStartable(tav), row.startable);
-        EXPECT_EQ(isStoppable(tav), row.stoppable);
-        EXPECT_EQ(isInitialized(tav), row.initialized);
-        EXPECT_EQ(tavIsStopped(tav), row.stopped);
-        EXPECT_EQ(tavIsUsable(tav), row.usable);
-        EXPECT_EQ(tavCanRoute(tav), row.canRoute);
-    }
-    tav->state = restore;
-}
 
 TEST_F(Instance, ServerNameGivesPaths) {
     struct Row {
@@ -220,23 +140,6 @@ TEST_F(Instance, ServerCustomPropertyOverridesAndRestores) {
     EXPECT_TRUE(tavSelectsEndpointByVHost(tav));
 }
 
-TEST_F(Instance, PropertiesThatFindNoMemoryStayAsTheyWere) {
-    TavProperties *props = tavGetProperties(tav);
-    tavPropertySet(props, "ppid", "17", TRUE);
-    tavPropertySet(props, "webserverName", "c1_a2_s9", TRUE);
-    tavPropertySet(props, "TrustedProxyList", "10.0.0.1", TRUE);
-    tavSetAllocationGate([](size_t) -> Boolean { return FALSE; });
-    const int results[] = {tavPropertySet(props, "ppid", "18", TRUE), tavPropertySet(props, "webserverName", "other", TRUE),
-                           tavPropertySet(props, "TrustedProxyList", "10.0.0.2", TRUE)};
-    const Boolean taken = tavSetServerCustomProperty(tav, "cp.sf.MaxRequestsPerDaemon", "9");
-    tavSetAllocationGate(nullptr);
-    EXPECT_THAT(results, testing::Each(-1));
-    EXPECT_STREQ(tavGetPPID(tav), "17");
-    EXPECT_STREQ(tavGetServerName(tav), "c1_a2_s9");
-    EXPECT_TRUE(tavIsTrustedProxy(tav, "10.0.0.1"));
-    EXPECT_EQ(tav->maxRequestsPerDaemon, taken ? 9 : 0) << "not removed instead of set";
-}
-
 TEST_F(Instance, TrustedProxies) {
     tavPropertySet(tavGetProperties(tav), "TrustedProxyList", "10.0.0.1::10.0.0.2:10.0.0.1", TRUE);
     EXPECT_EQ(tavListGetCount(tav->trustedProxyList), 2);
@@ -247,16 +150,6 @@ TEST_F(Instance, TrustedProxies) {
     EXPECT_FALSE(tavIsTrustedProxy(tav, "10.9.9.9"));
     tavPropertySet(tavGetProperties(tav), "TrustedProxyList", nullptr, TRUE);
     EXPECT_TRUE(tavIsTrustedProxy(tav, "10.0.0.1")) << "a missing value changes nothing";
-}
-
-TEST_F(Instance, StartAndStopAnswerByState) {
-    EXPECT_EQ(tavStart(tav, -1), -1) << "the fixture has started it";
-    EXPECT_EQ(tavStop(tav), 0);
-    EXPECT_EQ(tavGetState(tav), STOPPED);
-    EXPECT_EQ(tavStop(tav), -1);
-    EXPECT_EQ(tavHttpContextObtain(tav, nullptr), nullptr) << "a stopped instance routes nothing";
-    EXPECT_EQ(tavStart(tav, 1), 0) << "a time-out of one second does not wait";
-    EXPECT_EQ(tavGetState(tav), STARTING);
 }
 
 // A start that waits without limit gives the control lock up. What overtakes it ends it, and a daemon that was stopped stays stopped.
@@ -359,40 +252,7 @@ TEST_F(Instance, AnIdleContextHoldsNoReplacedSnapshot) {
     tavHttpContextRelease(second); // with the old snapshot, its last holder
     EXPECT_EQ(snapshotCount(), 1);
     EXPECT_EQ(tavListGetCount(tav->contextPool), 2);
-
-    const struct {
-        int limit;
-        TavComponentState state;
-        bool traced;
-        int pooled;
-    } notKept[] = {{0, STARTED, false, 1}, {-1, FAILED, false, 0}, {-1, STARTED, true, 1}};
-    for (const auto &row : notKept) {
-        TavHttpContext *ctx = obtain();
-        tav->maxHttpContextPoolSize = row.limit;
-        tav->state = row.state;
-        if (row.traced) traceOn();
-        tavHttpContextRelease(ctx);
-        EXPECT_EQ(snapshotCount(), 1);
-        EXPECT_EQ(tavListGetCount(tav->contextPool), row.pooled);
-        tav->maxHttpContextPoolSize = -1;
-        tav->state = STARTED;
-    }
     tav->state = restore;
-}
-
-TEST_F(Instance, SnapshotIsNeverNull) {
-    TavRoutingInfo *ri = tavRoutingInfoObtain(tav);
-    ASSERT_NE(ri, nullptr);
-    EXPECT_TRUE(tavRoutingInfoIsPublished(ri));
-    EXPECT_EQ(tavRoutingInfoObtain(nullptr), nullptr);
-    traceOn();
-    tavRoutingInfoRelease(ri);
-    char line[128];
-    snprintf(line, sizeof line, "tavRoutingInfoRelease: refCount=1, ri=%p\n", static_cast<void *>(ri));
-    EXPECT_THAT(takeTrace(), testing::AllOf(testing::HasSubstr(line), testing::HasSubstr("tavRoutingInfoRelease: exit\n")))
-        << "every release is told, not only the last one";
-    tavRoutingInfoRelease(nullptr);
-    EXPECT_FALSE(tavSetPartitionData(tav, nullptr, nullptr));
 }
 
 } // namespace

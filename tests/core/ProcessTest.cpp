@@ -1,5 +1,4 @@
 // A daemon and its workers over a real socket, in one process: instances share nothing but the control lock.
-#include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -10,16 +9,9 @@
 #include <functional>
 
 #include "core/CoreFixture.h"
-#include "tav/tavControl.h"
-#include "tavConnector/tavConnector.h"
 #include "tavProcess/tavIpc.h"
-#include "tavProcess/tavSapp.h"
 #include "tavSnapshot/tavRoutingInfo.h"
 #include "tavTargetSelector/tavTargetSelector.h"
-#include "tavUtil/tavMemory.h"
-
-using testing::ElementsAre;
-using testing::HasSubstr;
 
 namespace {
 
@@ -60,13 +52,12 @@ protected:
         unlink(path.c_str());
     }
 
-    void startWorker() { startWorkerOf(path); }
-    void startWorkerOf(std::string socketPath) {
+    void startWorker() {
         static char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
         worker = tavCreate(&env, nullptr, catalogue);
         ASSERT_NE(worker, nullptr);
         ASSERT_NE(tavConnectorCreate(tavConnectorGroupCreate(worker, "g"), "http://127.0.0.1:1"), nullptr);
-        ASSERT_EQ(tavMarkAsClientProcess(worker, socketPath.data()), 0);
+        ASSERT_EQ(tavMarkAsClientProcess(worker, path.data()), 0);
         ASSERT_EQ(tavStart(worker, -1), 0);
     }
 
@@ -85,89 +76,16 @@ protected:
         tavRoutingInfoRelease(ri);
         return state;
     }
-
-    // Does the daemon count the processes that route to the server application?
-    bool isRegistered() {
-        TavControlScope control("test");
-        return tavHashGet(tav->sappMap, "/cell/c/node/n/server/s/serverApplication/app") != nullptr;
-    }
-
-    // How often the daemon told the controller of added and of deleted routes.
-    std::pair<int, int> routeReports() {
-        TavControlScope control("test");
-        std::pair<int, int> count{0, 0};
-        for (const Pending &request : pending()) {
-            count.first += request.body.find("addRoutes") != std::string::npos;
-            count.second += request.body.find("delRoutes") != std::string::npos;
-        }
-        return count;
-    }
 };
 
-TEST_F(Processes, AWorkerGetsTheWholeThenDeltas) {
-    EXPECT_EQ(give(serverDocument(5, "STOPPED")), 5);
-    startWorker();
-    ASSERT_TRUE(eventually([&] { return tavGetState(worker) == STARTED; }));
-    EXPECT_EQ(clients(), 1);
-    EXPECT_EQ(workerState(), "STOPPED");
-    EXPECT_EQ(give(quoted("{'version': 6, 'restVersion': 1, 'delta': true, 'set': {'objects': [{'type': 'serverApplication', "
-                          "'name': '/cell/c/node/n/server/s/serverApplication/app', 'props': {'state': 'AFFINITY'}}]}}")),
-              6);
-    EXPECT_TRUE(eventually([&] { return workerState() == "AFFINITY"; }));
-    EXPECT_EQ(give(serverDocument(7, "QUIESCED")), 7) << "a complete document replaces the worker's snapshot";
-    EXPECT_TRUE(eventually([&] { return workerState() == "QUIESCED"; }));
-    char *dump = tavToJSONString(worker);
-    EXPECT_THAT(dump, HasSubstr("\"connectorGroups\"")) << "the daemon's control state";
-    tavMemFree(worker, dump);
-}
-
-TEST_F(Processes, TheControllerHearsOfTheFirstAndTheLastProcess) {
-    give(serverDocument(5, "STARTED"));
-    startWorker();
-    ASSERT_TRUE(eventually([&] { return routeReports().first == 1; }));
-    Tav *first = worker;
-    startWorker();
-    ASSERT_TRUE(eventually([&] { return tavGetState(worker) == STARTED && clients() == 2; }));
-    EXPECT_TRUE(isRegistered());
-    give(serverDocument(6, "STARTED"));
-    EXPECT_TRUE(eventually([&] { return routeReports().first == 2; })) << "a complete document begins anew, with one report";
-    EXPECT_TRUE(eventually([&] { return isRegistered(); }));
-    give(quoted("{'version': 7, 'restVersion': 1}"));
-    EXPECT_FALSE(isRegistered()) << "the route is gone with the document that had it";
-    EXPECT_EQ(routeReports().second, 0);
-    give(serverDocument(8, "STARTED"));
-    EXPECT_TRUE(eventually([&] { return routeReports().first == 3; }));
-    tavDestroy(first);
-    ASSERT_TRUE(eventually([&] { return clients() == 1; }));
-    tavDestroy(worker);
-    worker = nullptr;
-    // Both workers are one process here, so its routes end with the first connection that is lost.
-    EXPECT_TRUE(eventually([&] { return clients() == 0 && routeReports().second >= 1; }));
-    EXPECT_EQ(routeReports().first, 3);
-}
-
-TEST_F(Processes, AWorkerComesBackToANewDaemon) {
-    give(serverDocument(5, "STARTED"));
-    startWorker();
-    ASSERT_TRUE(eventually([&] { return tavGetState(worker) == STARTED; }));
-    EXPECT_EQ(tavServerProcessTerminate(tav), 0);
-    EXPECT_EQ(tavGetState(tav), STOPPED);
-    EXPECT_EQ(clients(), 0);
-    EXPECT_EQ(workerState(), "STARTED") << "requests go on with what was there";
-    EXPECT_EQ(tavStart(tav, -1), 0);
-    EXPECT_TRUE(eventually([&] { return clients() == 1; }));
-    give(serverDocument(6, "AFFINITY"));
-    EXPECT_TRUE(eventually([&] { return workerState() == "AFFINITY"; }));
-}
-
-// A socket that is connected to the path, or listens at it.
-int rawSocket(const std::string &path, bool listens = false) {
+// A socket that is connected to the path.
+int rawSocket(const std::string &path) {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     struct sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
     auto *name = reinterpret_cast<struct sockaddr *>(&address);
-    EXPECT_EQ(listens ? bind(fd, name, sizeof address) || listen(fd, 1) : connect(fd, name, sizeof address), 0);
+    EXPECT_EQ(connect(fd, name, sizeof address), 0);
     return fd;
 }
 
@@ -255,66 +173,6 @@ TEST_F(Processes, AWorkerThatDoesNotReadDelaysNobodyAndMissesNothing) {
     }
     EXPECT_EQ(order, "1312312312312");
     close(slow);
-}
-
-TEST_F(Processes, WhatAWorkerMakesOfItsDaemon) {
-    const std::string fake = path + "-fake";
-    const int listener = rawSocket(fake, true);
-    startWorkerOf(fake);
-    int version = 1;
-    // A document of the connector that the worker has, with or without its terminator.
-    const auto document = [&](const char *state, bool terminated = true) {
-        std::string text = serverDocument(++version, state);
-        text.insert(1, quoted("'connectorGroupName': 'g', 'connectorURL': 'http://127.0.0.1:1', "));
-        return text + std::string(terminated ? 1 : 0, '\0');
-    };
-    const auto whole = [&](const char *state) {
-        return frame(MT_S2C_BEGIN_ROUTING_INFO) + frame(MT_S2C_ROUTING_INFO, document(state)) + frame(MT_S2C_END_ROUTING_INFO);
-    };
-    const struct {
-        const char *name;
-        std::string frames;
-        const char *state; // after them
-        bool dropped;      // the connection
-    } rows[] = {
-        {"whole", whole("STARTED"), "STARTED", false},
-        {"begin, no end", frame(MT_S2C_BEGIN_ROUTING_INFO) + frame(MT_S2C_ROUTING_INFO, document("AFFINITY")), "STARTED", false},
-        {"begin again", whole("STOPPED"), "STOPPED", false},
-        {"end, no begin", frame(MT_S2C_END_ROUTING_INFO), "STOPPED", false},
-        {"no terminator",
-         frame(MT_S2C_BEGIN_ROUTING_INFO) + frame(MT_S2C_ROUTING_INFO, document("QUIESCED", false)) + frame(MT_S2C_END_ROUTING_INFO),
-         "QUIESCED", false},
-        {"no JSON, no body, unknown and foreign types",
-         frame(MT_S2C_ROUTING_INFO, "{a}") + frame(MT_S2C_ROUTING_INFO_DELTA) + frame(MT_S2C_SET_CONTROL_STATE, "[") + frame(99, "x") +
-             frame(-1) + frame(MT_C2S_JSON, "{}") + frame(MT_CLIENT_TO_SERVER_HEALTH_TRIGGER, "x") + frame(MT_CONNECTED),
-         "QUIESCED", false},
-        {"negative length", whole("AFFINITY") + frame(MT_S2C_ROUTING_INFO, "", -1) + whole("STOPPED"), "AFFINITY", true},
-        {"huge length in the midst", frame(MT_S2C_BEGIN_ROUTING_INFO) + frame(MT_S2C_ROUTING_INFO, "", INT_MAX), "AFFINITY", true},
-        {"whole again", whole("STARTED"), "STARTED", false},
-    };
-    int fd = accept(listener, nullptr, nullptr);
-    for (const auto &row : rows) {
-        sendText(fd, row.frames);
-        if (row.dropped) {
-            EXPECT_TRUE(isClosed(fd)) << row.name;
-            close(fd);
-            fd = accept(listener, nullptr, nullptr);
-        } else {
-            // A control state that the worker shows was handled after the frames.
-            const std::string mark = "{\"" + std::string(row.name) + "\": 1}";
-            sendText(fd, frame(MT_S2C_SET_CONTROL_STATE, mark));
-            EXPECT_TRUE(eventually([&] {
-                TavControlScope control("test");
-                return json_object_get(worker->controlState, row.name) != nullptr;
-            })) << row.name;
-        }
-        EXPECT_EQ(workerState(), row.state) << row.name;
-    }
-    // It is waiting for a daemon that takes connections and says nothing: it can be stopped.
-    tavDestroy(std::exchange(worker, nullptr));
-    close(fd);
-    close(listener);
-    unlink(fake.c_str());
 }
 
 TEST_F(Processes, TheSocketIsTheOwnersAlone) {

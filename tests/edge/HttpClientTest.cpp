@@ -3,21 +3,45 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "base/FailEachAllocation.h"
-#include "edge/ScriptedServer.h"
+#include "support/LoopbackServer.h"
 #include "tavHttpClient/tavHttpClient.h"
 
 namespace {
 
-struct ClientDeleter {
-    void operator()(TavHttpClient *client) const { tavHttpClientDelete(client); }
+// Plays a script: for each connection, what to answer to each request; the last one ends it. An empty answer leaves the client waiting.
+class ScriptedServer : public LoopbackServer {
+public:
+    explicit ScriptedServer(std::vector<std::vector<std::string>> script) {
+        for (auto &answers : script)
+            for (auto &answer : answers) script_.emplace_back(answer, answer.empty() || &answer != &answers.back());
+    }
+    ~ScriptedServer() override { shut(); }
+    // The requests as they came, body included.
+    std::vector<std::string> requests() {
+        const std::lock_guard guard(mutex_);
+        return requests_;
+    }
+    int connections() {
+        const std::lock_guard guard(mutex_);
+        return connections_;
+    }
+
+private:
+    bool respond(int fd, const std::string &request) override {
+        const std::lock_guard guard(mutex_);
+        requests_.push_back(request);
+        const auto &[text, goesOn] = script_.at(requests_.size() - 1);
+        return sendText(fd, text) && goesOn;
+    }
+    std::vector<std::pair<std::string, bool>> script_;
+    std::vector<std::string> requests_;
 };
-using ClientPtr = std::unique_ptr<TavHttpClient, ClientDeleter>;
-struct ResponseDeleter {
-    void operator()(TavHttpResponse *response) const { tavHttpClientFreeResponse(response); }
-};
-using ResponsePtr = std::unique_ptr<TavHttpResponse, ResponseDeleter>;
+
+using ClientPtr = std::unique_ptr<TavHttpClient, decltype([](TavHttpClient *client) { tavHttpClientDelete(client); })>;
+using ResponsePtr = std::unique_ptr<TavHttpResponse, decltype([](TavHttpResponse *response) { tavHttpClientFreeResponse(response); })>;
 
 // Standard output while `action` runs: the client says there what went wrong.
 template <typename Action>
@@ -34,7 +58,7 @@ ResponsePtr get(TavHttpClient *client, const char *uri = "/x", const char *body 
 }
 
 const std::string kOk = "HTTP/1.1 200 OK\r\n", kBadLength = "bad response: Content-Length response header value: ";
-std::string counted(const std::string &body) { return kOk + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body; }
+std::string counted(const std::string &body) { return LoopbackServer::counted(body); }
 std::string chunked(const std::string &rest) { return kOk + "Transfer-Encoding: chunked\r\n\r\n" + rest; }
 
 } // namespace

@@ -144,16 +144,4 @@ TEST_F(HttpContextLife, TheSpecificationOutlivesItsRule) {
     EXPECT_EQ(trContextPeekSpec(trMgrGetDefaultContext(tav.mgr))->refCount, shared + 1) << "one for the context, not one a request";
 }
 
-TEST(HttpContextNull, IsTolerated) {
-    tavHttpContextRelease(nullptr);
-    tavHttpContextDelete(nullptr);
-    tavHttpContextSetState(nullptr, RESPONSE_ARRIVED, 0, nullptr);
-    EXPECT_TRUE(tavHttpContextGetAction(nullptr) == REJECT && tavHttpContextGetErrorCode(nullptr) == 500);
-    EXPECT_TRUE(tavHttpContextShouldHandle(nullptr) == 0 && tavHttpContextPerformResponseProcessing(nullptr) == -1);
-    EXPECT_TRUE(tavHttpContextCancelRequest(nullptr) == 1 && !tavHttpContextGetTargetEndpoint(nullptr));
-    for (auto get : {tavHttpContextGetErrorMessage, tavHttpContextGetRedirectURL, tavHttpContextGetURL, tavHttpContextGetApplicationName,
-                     tavHttpContextGetTargetEndpointServerName, tavHttpContextGetApplicationEditionName})
-        EXPECT_EQ(get(nullptr), nullptr);
-}
-
 } // namespace

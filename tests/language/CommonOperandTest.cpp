@@ -128,16 +128,4 @@ TEST_F(CommonOperandTest, RampsUp) {
     EXPECT_TRUE(expressionIsTrue(parsed.expr.get(), &evalCtx)) << "all of the span lies behind";
 }
 
-TEST(CommonCreatorTest, ReportsWrongCounts) {
-    testing::internal::CaptureStderr();
-    const char *args[] = {"1", nullptr};
-    OperandContext *ctx = operandContextCreate(EXPR_BOOLEAN, 0, nullptr, nullptr, 2, args, 1, "x");
-    EXPECT_EQ(operandCreateExpression_Percent(nullptr, ctx), nullptr);
-    EXPECT_EQ(operandCreateExpression_Time(nullptr, ctx), nullptr); // the right number, but one is not given
-    expressionContextFree(&ctx->expressionContext);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "\n** TAV_ERROR(tavCommonLanguage): In operandCreateExpression_Percent - invalid number of inputs (2) - expecting 1.\n"
-              "\n** TAV_ERROR(tavCommonLanguage): In operandCreateExpression_Time - invalid number of inputs (2) - expecting 2.\n");
-}
-
 } // namespace

@@ -65,26 +65,6 @@ TEST_F(EvaluateTest, EvaluatesEveryInput) {
     EXPECT_EQ(request.asked, 4 * 2) << "by value, for the truth, by cell and by program";
 }
 
-TEST_F(EvaluateTest, CompilesWhatHasAShortForm) {
-    const struct {
-        const char *expression;
-        int treeSteps;
-    } cases[] = {
-        {"name = '/a'", 0},        {"true", 0},         {"NOT name LIKE '/a%' AND (name <> 'x' OR false)", 0},
-        {"'/a' = name", 1},        {"name = name", 1},  {"name = '/a' AND name IN ('/a')", 1}, // one step for the whole tree
-        {"port = 80", 1},          {"name IS NULL", 1}, {"NOT percentage$100", 1},
-        {"name + 'x' = '/ax'", 1}, {"name", 1},         {"((name = '/a'))", 1},
-    };
-    for (const auto &test : cases) {
-        const Parsed parsed(language.get(), test.expression);
-        Expression *expr = parsed.expr.get();
-        ASSERT_NE(expr, nullptr) << test.expression;
-        ConditionProgram *program = conditionProgramCreate(&expr, 1);
-        EXPECT_EQ(conditionProgramTreeSteps(program), test.treeSteps) << test.expression;
-        conditionProgramFree(program);
-    }
-}
-
 TEST_F(EvaluateTest, StopsAtTheFirstConditionThatHolds) {
     std::string deep = "name = '/a'"; // higher than short forms go
     for (int i = 0; i < 100; ++i) deep = "NOT (NOT (" + deep + "))";
@@ -166,58 +146,6 @@ TEST(WildcardTest, WalksWithOneRestart) {
         EXPECT_EQ(wildcardTextCompare(test.text, test.pattern, 1), test.sensitive) << test.text << " " << test.pattern;
         EXPECT_EQ(wildcardTextCompare(test.text, test.pattern, 0), test.any) << test.text << " " << test.pattern;
     }
-}
-
-ExpressionContext *plainContext() { return expressionContextCreate(EXPR_UNKNOWN, nullptr, nullptr, nullptr, 2, 7, "text"); }
-
-TEST(ExpressionTest, HoldsConstants) {
-    const int before = tavGetMemCount();
-    ExpressionPtr text(stringConstantExpressionCreate(plainContext())), large(longConstantExpressionCreate(plainContext()));
-    expressionSetLongValue(large.get(), 5000000000L);
-    for (const char *value : {"old", "value"}) expressionSetStringValue(text.get(), value);
-    EvaluationContext evalCtx;
-    evaluationContextInit(&evalCtx, nullptr, nullptr, nullptr);
-    intptr_t *word = expressionEvaluate(large.get(), &evalCtx);
-    intptr_t *first = expressionEvaluate(text.get(), &evalCtx), *second = expressionEvaluate(text.get(), &evalCtx);
-    EXPECT_EQ(*word, 5000000000L);
-    EXPECT_NE(*first, *second) << "each a copy";
-    expressionCellFree(text.get(), first);
-    EXPECT_STREQ(reinterpret_cast<char *>(*second), "value");
-    expressionCellFree(text.get(), second);
-    expressionCellFree(large.get(), word);
-    expressionSetStringValue(text.get(), nullptr);
-    EXPECT_FALSE(expressionIsTrue(text.get(), &evalCtx));
-    for (const char *error : {"one", "two"}) expressionSetError(text.get(), error);
-    EXPECT_STREQ(expressionGetErrorMessage(text.get()), "two");
-    text.reset(); // with its error
-    large.reset();
-    EXPECT_EQ(tavGetMemCount(), before);
-}
-
-TEST(ExpressionTest, AnswersForNull) {
-    EXPECT_TRUE(expressionIsError(nullptr) == 1 && expressionGetType(nullptr) == EXPR_UNKNOWN && !expressionIsList(nullptr));
-    EXPECT_TRUE(!stringConstantExpressionCreate(nullptr) && !operatorCreateExpression(nullptr, nullptr));
-    EXPECT_TRUE(!operandCreateExpression(nullptr, nullptr) && !operandContextGetArgument(nullptr, 0) &&
-                !expressionEvaluate(nullptr, nullptr));
-    expressionFree(nullptr);
-    EXPECT_STREQ(expressionTypeToString(static_cast<ExpressionType>(6)), "EXPR_UNKNOWN");
-}
-
-TEST(EvaluationContextTest, KeepsProperties) {
-    const int before = tavGetMemCount();
-    EvaluationContext *ctx = evaluationContextCreate(nullptr, nullptr);
-    char *value = tavStrdup("two");
-    evaluationContextSetProp(ctx, "a", tavStrdup("one"));
-    EvaluationContextProp *prop = evaluationContextSetProp(ctx, "a", value); // frees the first
-    EXPECT_EQ(evaluationContextSetProp(ctx, "a", value), prop);              // the same pointer stays
-    evaluationContextSetProp(ctx, "A", nullptr);
-    EXPECT_EQ(tavListGetCount(ctx->properties), 2);
-    EXPECT_STREQ(static_cast<char *>(evaluationContextFindPropVal(ctx, "a")), "two");
-    EXPECT_EQ(evaluationContextFindPropVal(ctx, "A"), nullptr);
-    EXPECT_EQ(evaluationContextFindProp(ctx, nullptr), tavListGetHead(ctx->properties));
-    EXPECT_EQ(evaluationContextFindProp(ctx, "b"), nullptr);
-    evaluationContextFree(ctx);
-    EXPECT_EQ(tavGetMemCount(), before);
 }
 
 } // namespace

@@ -116,53 +116,12 @@ TEST_F(ParseTest, SplitsAtTheFieldSeparatorOfTheLanguage) {
     }
 }
 
-TEST_F(ParseTest, LeavesAnErrorOrAnEmptyTokenizerAlone) {
-    Parsed parsed(language.get(), "port = 1");
-    EXPECT_EQ(langParse(language.get(), parsed.tokenizer.get(), 0, EXPR_BOOLEAN, nullptr), nullptr);
-    EXPECT_STREQ(tokenizerGetErrorMessage(parsed.tokenizer.get()), "INTERNAL TAV_ERROR - Ran out of tokens before EOF");
-    EXPECT_EQ(tokenizerGetErrorPosition(parsed.tokenizer.get()), 8);
-    EXPECT_EQ(langParse(language.get(), nullptr, 0, EXPR_BOOLEAN, nullptr), nullptr);
-    EXPECT_EQ(langParse(nullptr, parsed.tokenizer.get(), 0, EXPR_BOOLEAN, nullptr), nullptr);
-}
-
-TEST_F(ParseTest, KeepsNothingOfTheTokenizerInTheTree) {
-    int passback = 0;
-    const TokenizerPtr tokenizer(tokenizerCreate("true OR (port = 80)"));
-    const ExpressionPtr expr(langParse(language.get(), tokenizer.get(), 0, EXPR_BOOLEAN, &passback));
-    const auto check = [](const ExpressionNode *node, void *given) {
-        EXPECT_EQ(expressionGetContext(node->expr)->exprString, nullptr);
-        EXPECT_EQ(expressionGetPassback(node->expr), given);
-    };
-    EXPECT_TRUE(expressionWalk(expr.get(), check, &passback));
-    const ExpressionContext *equals =
-        expressionGetContext(operatorContextGetInput(reinterpret_cast<const OperatorContext *>(expressionGetContext(expr.get())), 1));
-    EXPECT_TRUE(equals->depth == 1 && equals->exprPos == 18);
-}
-
 TEST_F(ParseTest, ShowsOperandsWhatTheyMeet) {
     const int before = validatedInputs();
     EXPECT_EQ(Parsed(language.get(), "level BETWEEN 1 AND 5").error(), ""); // its result is ignored
     EXPECT_EQ(validatedInputs(), before + 2);
     EXPECT_EQ(Parsed(language.get(), "5 = level").error(), "");
     EXPECT_EQ(validatedInputs(), before + 2);
-}
-
-TEST_F(ParseTest, RefusesRedundantRegistration) {
-    Operator *op = langFindOperator(language.get(), "and");
-    ASSERT_NE(op, nullptr);
-    const int count = tavListGetCount(language->operators);
-    langRegisterOperator(language.get(), op); // the very one: not freed
-    EXPECT_TRUE(langRegisterCommonOperators(language.get()));
-    EXPECT_EQ(tavListGetCount(language->operators), count);
-    EXPECT_EQ(langFindOperator(language.get(), "AND"), op);
-    (void)testing::internal::GetCapturedStderr();
-    testing::internal::CaptureStderr();
-    langRegisterOperand(language.get(), operandCreate("NAME", 0, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr, 0));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "\n** TAV_ERROR(tavLanguage): langRegisterOperand - Operand with name NAME is already registered.  Redundant one ignored.");
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(operatorCreate("x", EXPR_INT, nullptr, nullptr, nullptr, 2, tokenInputElementCreate("x"), tokenInputElementCreate(nullptr)),
-              nullptr);
 }
 
 } // namespace

@@ -1,9 +1,7 @@
-// Depth, length and memory: nothing recurses with the text, nothing leaks, whatever allocation fails.
+// Depth and length: nothing recurses with the text.
 #include <pthread.h>
 
 #include "LanguageFixture.h"
-#include "base/FailEachAllocation.h"
-#include "support/FailingNew.h"
 
 namespace {
 
@@ -53,43 +51,6 @@ void *runHuge(void *language) {
     const Parsed nested(static_cast<Language *>(language), repeated("(", n) + "1" + repeated(")", n));
     EXPECT_EQ(nested.tree(), repeated("[", n) + "1" + repeated("]", n));
     return nullptr;
-}
-
-TEST(ScaleOutOfMemoryTest, FailsCleanly) {
-    testing::internal::CaptureStderr();
-    failEachAllocation([](auto failed) {
-        const LanguagePtr language(createTestLanguage());
-        EXPECT_TRUE(language || failed());
-    });
-    const LanguagePtr language(createTestLanguage());
-    const std::string rule = "NOT pair$a$b = 'x' AND (port IN (80, 1) OR 'a' + name IS NULL) AND level = 'low' AND ('a') = (('b'))";
-    TestRequest request;
-    failEachAllocation([&](auto failed) {
-        const NewFails guard;
-        const Parsed parsed(language.get(), rule);
-        if (!parsed.expr) { // whatever it was that lacked memory, it is not blamed on the text
-            EXPECT_TRUE(failed());
-            EXPECT_TRUE(!parsed.tokenizer || parsed.tokenizer->outOfMemory);
-            EXPECT_FALSE(tokenizerHasMoreTokens(parsed.tokenizer.get()));
-            return;
-        }
-        EvaluationContext evalCtx;
-        evaluationContextInit(&evalCtx, nullptr, nullptr, &request);
-        EXPECT_FALSE(expressionIsTrue(parsed.expr.get(), &evalCtx));
-        expressionCellFree(parsed.expr.get(), expressionEvaluate(parsed.expr.get(), &evalCtx));
-        const TavStringBufferPtr sb(sbCreate(4));
-        EXPECT_TRUE(expressionDescribe(parsed.expr.get(), sb.get()) || failed());
-    });
-    failEachAllocation([](auto failed) {
-        EvaluationContext *ctx = evaluationContextCreate(nullptr, nullptr);
-        char *value = tavStrdup("v");
-        if (!evaluationContextSetProp(ctx, "p", value)) {
-            EXPECT_TRUE(failed());
-            tavFree(value);
-        }
-        evaluationContextFree(ctx);
-    });
-    (void)testing::internal::GetCapturedStderr();
 }
 
 } // namespace

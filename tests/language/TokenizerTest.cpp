@@ -5,7 +5,6 @@
 #include <cstring>
 #include <string>
 
-#include "base/FailEachAllocation.h"
 #include "tavUtil/tavMemory.h"
 
 namespace {
@@ -101,17 +100,6 @@ TEST(TokenizerTest, PassesItsOwnCheck) {
     EXPECT_NE(printed.find("\n*********  TOKENIZER TESTS FINISHED WITH 0 ERRORS ***********\n"), std::string::npos);
     EXPECT_EQ(printed.find("LEAK"), std::string::npos);
     EXPECT_EQ(tavGetMemCount(), before);
-}
-
-TEST(TokenizerTest, SurvivesEveryFailedAllocation) {
-    for (const char *expression : {"a = 'b'", "a = 'b"}) {
-        failEachAllocation([expression](auto failed) {
-            const TokenizerPtr tokenizer(tokenizerCreate(expression));
-            const bool error = tokenizerIsError(tokenizer.get()) != 0;
-            EXPECT_TRUE(error || !failed());
-            EXPECT_TRUE(!error || !tokenizer || !tokenizerHasMoreTokens(tokenizer.get()));
-        });
-    }
 }
 
 } // namespace

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "URIMatcher/URIMatcher.h"
-#include "base/FailEachAllocation.h"
 #include "fakes.h"
+#include "tavUtil/tavMemory.h"
 #include "tavUtil/tavString.h"
 
 namespace {
@@ -133,35 +133,6 @@ TEST(URIMatcher, Dump) {
     WebModule webModule{"/cell/c/webModule/w", "/"};
     URIMatcherPut(matcher, "/w.", &webModule, TRUE);
     EXPECT_NE(matcher.dump().find("exact=?"), std::string::npos) << "no guess about the kind of a target";
-}
-
-// Every allocation may fail: what is left matches no path wrongly, and the loss shows.
-TEST(URIMatcher, MemoryRunsOut) {
-    failEachAllocation([](auto failed) {
-        URIMatcher *matcher = URIMatcherCreate(nullptr, "m");
-        if (!matcher) return;
-        const std::string longText(3000, 'l');
-        for (const std::string &pattern : {std::string("/abc/*"), std::string("/abd*.x"), "/" + longText, "/ab/" + longText + "*y"}) {
-            URIMatcherPut(matcher, pattern.c_str(), text("t"), FALSE);
-        }
-        EXPECT_EQ(URIMatcherIsComplete(matcher), !failed());
-        const bool sealed = URIMatcherSeal(matcher);
-        EXPECT_TRUE(sealed || failed());
-        URIMatcher *clone = URIMatcherClone(matcher);
-        EXPECT_TRUE(clone || failed());
-        char *pattern = URIMatcherMakePattern("/a", "b");
-        EXPECT_TRUE(pattern || failed());
-        for (const URIMatcher *each : {matcher, clone}) {
-            EXPECT_EQ(URIMatcherMatch(each, "/abx", nullptr), nullptr);
-            EXPECT_EQ(URIMatcherMatch(each, "/", nullptr), nullptr);
-            if (!failed()) {
-                EXPECT_STREQ(static_cast<char *>(URIMatcherMatch(each, "/abd/1.x", nullptr)), "t");
-            }
-        }
-        tavFree(pattern);
-        URIMatcherDelete(clone);
-        URIMatcherDelete(matcher);
-    });
 }
 
 } // namespace

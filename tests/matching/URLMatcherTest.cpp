@@ -4,9 +4,7 @@
 #include <random>
 #include <vector>
 
-#include "base/FailEachAllocation.h"
 #include "fakes.h"
-#include "support/FailingNew.h"
 #include "tavURLMatcher/tavURLMatcher.h"
 
 namespace {
@@ -156,37 +154,6 @@ TEST(URLMatcher, PatternsAfterSealing) {
         EXPECT_EQ(matchLongestURI(urls, nullptr, "h", 80, "/a/1"), &module) << "after " << path;
     }
     tavURLMatcherDestroy(urls);
-}
-
-// The index lives in standard containers: their allocations fail too.
-TEST(URLMatcher, IndexRunsOutOfMemory) {
-    Urls urls;
-    const WebModule webModule{"m", "/"};
-    for (const char *name : {"a", "b"}) {
-        VHostMatcher *group = urls.add(name, "/*", webModule);
-        putVHost(group, "a host name that is longer than a short string", 80);
-        putVHost(group, "b", -1);
-        putVHost(group, "*", 81);
-    }
-    const auto withMemoryFor = [](int allocations, auto work) {
-        failing::allowed = allocations;
-        failing::happened = false;
-        tavSetAllocationGate(failing::gate);
-        const NewFails guard;
-        work();
-        tavSetAllocationGate(nullptr);
-    };
-    bool sealed = false;
-    for (int n = 0; !sealed; ++n) {
-        ASSERT_LT(n, 100);
-        withMemoryFor(n, [&] { sealed = tavURLMatcherSeal(urls.matcher); });
-        EXPECT_EQ(sealed, !failing::happened);
-        EXPECT_TRUE(!sealed || urls.matcher->index);
-        EXPECT_NE(matchLongestURI(urls.matcher, nullptr, "b", 1, "/"), nullptr);
-    }
-    const char *host = "A HOST NAME THAT IS longer than a short string";
-    withMemoryFor(0, [&] { EXPECT_NE(matchLongestURI(urls.matcher, nullptr, host, 80, "no/slash"), nullptr); });
-    EXPECT_FALSE(failing::happened) << "a match allocates nothing";
 }
 
 } // namespace

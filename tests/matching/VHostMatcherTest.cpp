@@ -6,9 +6,9 @@
 #include <memory>
 #include <vector>
 
-#include "base/FailEachAllocation.h"
 #include "fakes.h"
 #include "tavUtil/tavString.h"
+#include "vHost/vHost.h"
 
 namespace {
 
@@ -126,28 +126,21 @@ TEST(VHostMatcher, LinkingWhilePublished) {
     EXPECT_EQ(URIMatcherMatch(original, "/abc/def/x", nullptr), &webModule) << "a request that walks the old one sees no change";
 }
 
-TEST(VHostMatcher, MemoryRunsOut) {
-    WebModule webModule{"/wm", "/"};
-    const char *const patterns[] = {"/a/*", "/ab*.x"};
-    failEachAllocation([&](auto failed) {
-        TavRoutingInfo ri;
-        VHostMatcher *group = createVHostMatcher(nullptr, "g");
-        if (!group) return;
-        group->ri = &ri;
-        for (const Pair &pair : {Pair{"a", 1}, {"a", 2}, {"b", 1}, {"b", -1}, {"*", 1}, {"c", 5}}) putVHost(group, pair.host, pair.port);
-        const bool paired = !failed();
-        EXPECT_EQ(vhostMatcherIsComplete(group), paired);
-        EXPECT_TRUE(!paired ||
-                    (matchVHost(group, "b", 7, nullptr) && matchVHost(group, "x", 1, nullptr) && matchVHost(group, "c", 5, nullptr)));
-        ri.published = TRUE;
-        const URIMatcher *before = getURIMatcher(group);
-        const bool linked = vhostMatcherPutPatterns(group, patterns, 2, &webModule);
-        EXPECT_TRUE(linked || failed());
-        EXPECT_EQ(getURIMatcher(group) != before, linked) << "all or nothing";
-        EXPECT_EQ(matchVHostURI(group, "/ab.x", nullptr) != nullptr, linked);
-        EXPECT_EQ(vhostMatcherIsComplete(group), paired) << "a refused change leaves the group whole";
-        deleteVHostMatcher(group);
-    });
+// A virtual host by itself, with patterns of its own.
+TEST(VHost, OwnMatcher) {
+    using VHostPtr = std::unique_ptr<VHost, decltype([](VHost *vhost) { vHostDelete(vhost); })>;
+    const VHostPtr vhost(VHostCreateWithURIMatcher(nullptr, "Shop", 80)), any(VHostCreateWithURIMatcher(nullptr, nullptr, -1));
+    char target[] = "t";
+    URIMatcherPut(getVhostUriMatcher(vhost.get()), "/a/*", target, FALSE);
+    EXPECT_STREQ(getVhostUriMatcher(vhost.get())->name, "Shop:80");
+    EXPECT_STREQ(getVhostUriMatcher(any.get())->name, "*:-1");
+    EXPECT_STREQ(getKey(vhost.get()), "shop");
+    EXPECT_EQ(matchAndgetURIMatcher(vhost.get(), "shop", 80, "/a/x"), target);
+    EXPECT_EQ(matchAndgetURIMatcher(vhost.get(), "shop", 80, "/b"), nullptr);
+    EXPECT_EQ(matchAndgetURIMatcher(vhost.get(), "shop", 81, "/a/x"), nullptr);
+    EXPECT_EQ(compare(any.get(), vhost.get()), -1);
+    EXPECT_EQ(compare(vhost.get(), vhost.get()), 0);
+    EXPECT_EQ(compare(vhost.get(), any.get()), 1);
 }
 
 } // namespace

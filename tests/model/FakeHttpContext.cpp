@@ -5,9 +5,7 @@
 
 namespace {
 
-// Stores the text unless this copy is the one that fails.
-Boolean copy(TavHttpContext *ctx, Text &field, const char *text) {
-    if (ctx->copies++ == ctx->copyFails) return FALSE;
+Boolean copy(Text &field, const char *text) {
     field = textOf(text);
     return TRUE;
 }
@@ -44,7 +42,7 @@ TavHttpContext RulesTest::request(const char *path) {
 // ---- request context: what the mapper and the rules set ----
 
 Boolean tavHttpContextSetPermit(TavHttpContext *ctx, const char *edition, Boolean sticky) noexcept {
-    if (!copy(ctx, ctx->editionName, edition)) return FALSE;
+    if (!copy(ctx->editionName, edition)) return FALSE;
     ctx->action = PERMIT;
     ctx->sticky = sticky;
     return TRUE;
@@ -53,21 +51,21 @@ Boolean tavHttpContextSetPermit(TavHttpContext *ctx, const char *edition, Boolea
 Boolean tavHttpContextSetReject(TavHttpContext *ctx, int code, const char *text) noexcept {
     ctx->action = REJECT;
     ctx->errorCode = code;
-    return copy(ctx, ctx->errorMsg, text);
+    return copy(ctx->errorMsg, text);
 }
 
 Boolean tavHttpContextSetRedirect(TavHttpContext *ctx, const char *url) noexcept {
-    if (!copy(ctx, ctx->redirectURL, url)) return FALSE;
+    if (!copy(ctx->redirectURL, url)) return FALSE;
     ctx->action = REDIRECT;
     return TRUE;
 }
 
-Boolean tavHttpContextSetApplicationName(TavHttpContext *ctx, const char *name) noexcept { return copy(ctx, ctx->applicationName, name); }
-Boolean tavHttpContextSetModuleName(TavHttpContext *ctx, const char *name) noexcept { return copy(ctx, ctx->moduleName, name); }
+Boolean tavHttpContextSetApplicationName(TavHttpContext *ctx, const char *name) noexcept { return copy(ctx->applicationName, name); }
+Boolean tavHttpContextSetModuleName(TavHttpContext *ctx, const char *name) noexcept { return copy(ctx->moduleName, name); }
 void tavHttpContextSetModuleHint(TavHttpContext *ctx, TsModuleHint *hint) noexcept { ctx->moduleHint = hint; }
 TsModuleHint *tavHttpContextGetModuleHint(TavHttpContext *ctx) noexcept { return ctx ? ctx->moduleHint : nullptr; }
-Boolean tavHttpContextSetEditionName(TavHttpContext *ctx, const char *name) noexcept { return copy(ctx, ctx->editionName, name); }
-Boolean tavHttpContextSetContextRoot(TavHttpContext *ctx, const char *root) noexcept { return copy(ctx, ctx->contextRoot, root); }
+Boolean tavHttpContextSetEditionName(TavHttpContext *ctx, const char *name) noexcept { return copy(ctx->editionName, name); }
+Boolean tavHttpContextSetContextRoot(TavHttpContext *ctx, const char *root) noexcept { return copy(ctx->contextRoot, root); }
 
 Boolean tavHttpContextSetMatchedVHostName(TavHttpContext *ctx, const char *name) noexcept {
     if (ctx) ctx->vHostName = textOf(name);

@@ -31,8 +31,6 @@ struct _TavHttpContext {
     int responseTimeouts = 0;
     Boolean performedLoadBalancing = FALSE;
     int brokenAffinity = 0;
-    int copies = 0;     // texts copied so far
-    int copyFails = -1; // the copy that finds no memory; -1: none
 };
 
 // An instance and one snapshot of it. Nothing may stay allocated after it.

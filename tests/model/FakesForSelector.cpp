@@ -73,12 +73,8 @@ EnvTargetEndpoint *tavEndPointRefGet(const EndPointRef *ref) noexcept { return c
 
 // ---- instance ----
 
-Boolean tavIsOwnServerPath(Tav *, const char *name) noexcept { return world.ownServer == name; }
-Boolean tavSetServerCustomProperty(Tav *, const char *name, const char *value) noexcept {
-    noteLock();
-    world.customProperties.push_back(std::string(name) + "=" + (value ? value : "(null)"));
-    return world.customProperties.size() < 2; // the first is recognised, so that both answers are seen
-}
+Boolean tavIsOwnServerPath(Tav *, const char *) noexcept { return FALSE; }
+Boolean tavSetServerCustomProperty(Tav *, const char *, const char *) noexcept { return FALSE; }
 
 // ---- what the health monitor asks for ----
 

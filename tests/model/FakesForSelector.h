@@ -21,8 +21,6 @@ struct SelectorWorld {
     std::map<std::string, EndPointRef *> endpointByName;
     int endpointsAlive = 0;
     bool hostRefuses = false; // the host makes no endpoint objects
-    std::string ownServer;    // the path of the server that the library runs in
-    std::vector<std::string> customProperties;
     HealthMonitor *healthMonitor = nullptr;
     int lockedConnectorCalls = 0; // calls that came while the selector lock was held
     TavLock *selectorLock = nullptr;

@@ -129,30 +129,6 @@ TEST_F(RequestMapperTest, RequestsFindTheirEdition) {
     EXPECT_EQ(rmMapRequest(rm, nullptr), -1);
 }
 
-TEST_F(RequestMapperTest, ACopyThatFailsRejectsTheRequest) {
-    makeShop();
-    for (const char *path : {"/shop/plain", "/shop/beta", "/shop/moved"}) {
-        TavHttpContext whole = request(path);
-        map(whole);
-        for (int i = 0; i < whole.copies; i++) {
-            TavHttpContext ctx = request(path);
-            ctx.copyFails = i;
-            EXPECT_EQ(outcome(map(ctx), ctx).substr(0, 23), "-1 reject 500 no memory") << path << " " << i;
-        }
-    }
-    TavHttpContext rejected = request("/shop/closed");
-    rejected.copyFails = 0;
-    EXPECT_EQ(outcome(map(rejected), rejected), "1 reject 503 -"); // the rejection holds without its text
-    std::string longPath = "/shop/" + std::string(3000, 'x');
-    failEachAllocation([&](auto failed) {
-        TavHttpContext ctx = request(longPath.c_str());
-        int result = map(ctx); // a rule whose value finds no memory does not match
-        EXPECT_TRUE(result == 1 || failed());
-        EXPECT_EQ(ctx.errorCode, result == -1 ? 500 : ctx.action == REJECT ? ctx.errorCode : 0);
-        EXPECT_NE(ctx.action, NONE);
-    });
-}
-
 TEST_F(RequestMapperTest, EditionsShareTheirRoot) {
     Application *one = application("/app/shop-edition1.0", "1.0");
     Application *two = application("/app/shop-edition2.0-edition3", "2.0");
@@ -173,22 +149,6 @@ TEST_F(RequestMapperTest, EditionsShareTheirRoot) {
     rmApplicationDelete(same);
     EXPECT_EQ(tavHashMapGetCount(rm->appRoots), 1);
     EXPECT_STREQ(application("/app/shop", "")->root->name, "/app/shop");
-}
-
-TEST_F(RequestMapperTest, PropertiesAreTakenByName) {
-    Application *app = application("/app/a", "1");
-    WebModule *webModule = rmWebModuleCreate(app, "/wm/a", 0);
-    EXPECT_TRUE(rmWebModuleSetPropStr(webModule, "protocolMap", "direct"));
-    EXPECT_FALSE(rmWebModuleSetPropStr(webModule, "protocolMap", "HTTP") || rmWebModuleSetPropStr(webModule, "protocolmap", "http"));
-    EXPECT_EQ(rmWebModuleGetSSLMapMode(webModule), MapInboundToOutbound);
-    EXPECT_TRUE(rmApplicationSetPropStr(app, "sessionAffinityCookies", "C"));
-    const char *names[] = {"NAME", nullptr};
-    HttpAffinityPolicy *policy = hapCreate(webModule, names, ":", FALSE);
-    EXPECT_FALSE(rmApplicationSetPropStr(app, "Edition", "2") || rmApplicationSetPropNull(app, "edition"));
-    EXPECT_EQ(wmGetHttpAffinityPolicy(webModule), policy);
-    EXPECT_TRUE(rmApplicationSetPropNull(app, "sessionAffinityCookies"));
-    EXPECT_EQ(wmGetHttpAffinityPolicy(webModule), nullptr);
-    EXPECT_STREQ(hapGetCookieNames(policy)[0], "NAME"); // a request that holds it may read on
 }
 
 TEST_F(RequestMapperTest, WorkClassesEndInTheDefaultOne) {

@@ -3,7 +3,6 @@
 #include <climits>
 
 #include "FakeHttpContext.h"
-#include "base/FailEachAllocation.h"
 #include "tavLanguage/tavLanguage.h"
 #include "tavRule/tavRule.h"
 #include "tavUtil/tavString.h"
@@ -82,15 +81,6 @@ TEST(ActionTest, TextsBecomeActions) {
         actionDelete(action);
     }
     EXPECT_EQ(actionCreate(nullptr), nullptr);
-    for (const char *text : {"permit:shop-edition2", "redirect:/x", "reject:1"}) {
-        failEachAllocation([text](auto failed) {
-            Action *action;
-            const Boolean had = actionTryCreate(text, &action);
-            EXPECT_EQ(had, !failed());
-            EXPECT_EQ(action == nullptr, failed());
-            actionDelete(action);
-        });
-    }
 }
 
 TEST(RuleNameTest, NamesGiveOrders) {
@@ -230,49 +220,6 @@ TEST_F(RuleTest, TraceRulesCountTheirSpecification) {
     EXPECT_EQ(other->refCount, 1);
     trSpecRefRelease(spec);
     trSpecRefRelease(other);
-}
-
-TEST_F(RuleTest, WithoutMemoryARuleStaysAsItWas) {
-    RulesPtr rules = makeSet();
-    TavRule *rule = add(rules, 1, "uri = '/a'", "permit:-editionold");
-    TavHttpContext ctx = request("/a");
-    for (bool pinned : {false, true}) {
-        failEachAllocation([&](auto failed) {
-            TavRuleMatch pin = pinned ? undisturbed([&] { return match(rules, ctx); }) : TavRuleMatch();
-            Action *action = actionCreate("permit:-editionnew");
-            if (!action) return;
-            if (!tavRuleSetObject(rule, action)) {
-                EXPECT_TRUE(failed());
-                actionDelete(action);
-            }
-            EXPECT_EQ(undisturbed([&] { return editionFor(rules, "/a"); }), failed() ? "old" : "new");
-            tavSetAllocationGate(nullptr);
-            tavRuleSetObject(rule, actionCreate("permit:-editionold"));
-        });
-        // Texts that do not scan, do not parse, do not reduce, or parse: without memory none of them is taken for another.
-        for (const char *text : {"'x", "uri IN ('a', 1)", "uri = 'b' uri", "NOT uri = '/a' AND true"}) {
-            SCOPED_TRACE(text);
-            failEachAllocation([&](auto failed) {
-                TavRuleMatch pin = pinned ? undisturbed([&] { return match(rules, ctx); }) : TavRuleMatch();
-                const Boolean changed = tavRuleSetExpr(rule, text);
-                EXPECT_EQ(changed, !failed());
-                EXPECT_EQ(tavRuleIsError(rule), text[0] != 'N' && !failed());
-                EXPECT_EQ(undisturbed([&] { return editionFor(rules, "/a"); }), failed() ? "old" : "-");
-                tavSetAllocationGate(nullptr);
-                tavRuleSetExpr(rule, "uri = '/a'");
-            });
-        }
-        failEachAllocation([&](auto failed) {
-            TavRuleMatch pin = pinned ? undisturbed([&] { return match(rules, ctx); }) : TavRuleMatch();
-            TavRule *second = tavRuleCreate(rules.get());
-            if (!second) return;
-            const Boolean inserted = tavRulesInsertRule(rules.get(), second);
-            EXPECT_EQ(inserted, !failed());
-            EXPECT_EQ(tavRulesGetCount(rules.get()), failed() ? 1 : 2);
-            EXPECT_EQ(tavListGetCount(rules->rules), tavRulesGetCount(rules.get()));
-            tavRuleFree(second);
-        });
-    }
 }
 
 TEST_F(RuleTest, RemovalNeedsNoMemory) {

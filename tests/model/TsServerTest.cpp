@@ -67,26 +67,6 @@ TEST_F(SelectorTest, ServerApplicationSelectabilityByStateInAnyCase) {
     }
 }
 
-TEST_F(SelectorTest, PropertiesAreRecognisedByExactNameAndKind) {
-    Back &b = bareBack("a");
-    for (const char *name : {"ConnectTimeout", "port", "", "isActive"}) {
-        EXPECT_FALSE(tsServerSetPropInt(b.server, name, 1) || tsServerSetPropBool(b.server, name, TRUE)) << name;
-        EXPECT_FALSE(tsServerSetPropStr(b.server, name, "x")) << name;
-        EXPECT_TRUE(tsServerSetPropNull(b.server, name)) << name;
-    }
-    EXPECT_FALSE(tsServerSetPropStr(b.server, "weight", "7") || tsServerApplicationSetPropStr(&b.handle, "State", "STARTED"));
-    EXPECT_TRUE(tsServerSetPropStr(b.server, "type", "application_server"));
-    EXPECT_EQ(tsServerGetType(b.server), TAVSERVERTYPE_UNKNOWN);
-    EXPECT_TRUE(tsServerSetPropStr(b.server, "sessionAffinityCookies", "A") &&
-                tsServerSetPropStr(b.server, "sessionAffinityCookies", nullptr));
-    EXPECT_STREQ(tsServerGetSessionAffinityCookies(b.server), "A");
-    world.ownServer = b.server->name; // its texts are the library's properties, set without the lock
-    EXPECT_TRUE(tsServerSetPropStr(b.server, "state", "STARTED"));
-    EXPECT_FALSE(tsServerSetPropNull(b.server, "anything"));
-    EXPECT_EQ(world.customProperties, (Routes{"state=STARTED", "anything=(null)"}));
-    EXPECT_STREQ(b.server->state, "STOPPED");
-}
-
 TEST_F(SelectorTest, TheLastServerOfACloneIdIsFoundUntilItIsDeleted) {
     Back &a = back("a", "c1");
     Back &b = back("b", "c1");

@@ -81,15 +81,6 @@ TEST_F(SelectorTest, TheHeadOfTheClusterListIsTheVirtualClustersCluster) {
     EXPECT_EQ(tsFindVirtualCluster(ts, moduleName), nullptr);
 }
 
-TEST_F(SelectorTest, RolloutTextBeginsWithFiveExactCharacters) {
-    for (const char *text : {"BEGINNING", "BEGI", "BEGIN", "begin", "BEGIN", static_cast<const char *>(nullptr)}) {
-        EXPECT_TRUE(tsClusterSetPropStr(cluster, "appEditionRolloutState", text));
-        EXPECT_EQ(cluster->editionRolloutInProgress, text && std::string(text, 0, 5) == "BEGIN") << tavOrNull(text);
-    }
-    EXPECT_FALSE(tsClusterSetPropStr(cluster, "learnCloneIds", "x"));
-    EXPECT_FALSE(tsClusterSetPropBool(cluster, "ioTimeoutRetry", TRUE));
-}
-
 // ---- endpoints ----
 
 TEST_F(SelectorTest, OnlyHttpAndHttpsEndpointsAreAttached) {
@@ -213,20 +204,4 @@ TEST_F(SelectorTest, TheDumpHasFixedMembersAndToleratesAnyBytes) {
                        R"("applications":{"shop":{"state":"STARTED","outstandingRequests":0}}}}},"k?":{"servers":{}}})");
     free(text);
     json_decref(json);
-}
-
-// ---- no memory ----
-
-TEST_F(SelectorTest, WithoutMemoryAServerApplicationIsRefusedAndTheOthersAreStillFound) {
-    failEachAllocation([this](auto failed) {
-        TargetServer *server = tsServerCreate(node, "/s", nullptr);
-        TavServerApplication handles[12];
-        for (int i = 0; server && i < 12; i++) {
-            const std::string path = "/s/" + std::to_string(i);
-            const bool created = tsServerApplicationCreate(server, path.c_str(), nullptr, &handles[i]);
-            EXPECT_TRUE(created || failed());
-            EXPECT_EQ(tsServerGetTavServerApplication(server, path.c_str() + 3), created ? &handles[i] : nullptr);
-        }
-        tsServerDelete(server);
-    });
 }

@@ -72,7 +72,7 @@ protected:
         const char *arguments[] = {PROGRAM, "-p", prefixSlash.c_str(), "-c", "nginx.conf", "-e", "error.log", nullptr};
         if (posix_spawn(&pid, PROGRAM, nullptr, nullptr, const_cast<char **>(arguments), environ) != 0) return false;
         while (waitpid(pid, nullptr, WNOHANG) == 0) {
-            if (HeldController::answers(port)) return true;
+            if (std::filesystem::exists(prefix + "/nginx.pid")) return true; // written once it listens
             usleep(5000);
         }
         pid = 0;

@@ -2,6 +2,7 @@
 // restarted. TAV_PROCESS_ROUNDS sets how often.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <jansson.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
@@ -11,9 +12,10 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 
-#include "system/Controller.h"
+#include "support/LoopbackServer.h"
 #include "system/Shop.h"
 
 extern char **environ;
@@ -24,6 +26,68 @@ using testing::HasSubstr;
 
 constexpr int PATIENCE = 60000; // ms; only ends a broken run
 constexpr size_t WORKERS = 8;
+
+// A controller with a script of versions: every version of the shop comes as a complete document, the odd ones also as a delta for who has
+// the one before. Long polls wait until there is something newer.
+class Controller : public LoopbackServer {
+public:
+    ~Controller() override { shut(); }
+    int publish() { // the next version
+        const std::lock_guard guard(mutex_);
+        changed_.notify_all();
+        return ++version_;
+    }
+    // How often each report came since the last clearing: "add ROUTE", "del ROUTE", "true SERVER", "false SERVER".
+    std::map<std::string, int> reports() {
+        const std::lock_guard guard(mutex_);
+        return reports_;
+    }
+    void clearReports() {
+        const std::lock_guard guard(mutex_);
+        reports_.clear();
+    }
+
+private:
+    bool respond(int fd, const std::string &request) override {
+        std::unique_lock guard(mutex_);
+        std::string text = "{}";
+        if (request.find("Routes\"") != std::string::npos || request.find("healthPolicyName") != std::string::npos) {
+            note(request.substr(request.find("\r\n\r\n")));
+        } else {
+            const size_t vid = request.find("&vid=");
+            const long long known = vid == std::string::npos ? -1 : strtoll(request.c_str() + vid + 5, nullptr, 10);
+            changed_.wait(guard, [&] { return ended_ || version_ > known; });
+            text = documentFor(known);
+        }
+        if (ended_) return false;
+        guard.unlock();
+        return sendText(fd, counted(text));
+    }
+    // Its transports listen at a port that tells the version.
+    std::string documentFor(long long known) const {
+        const int generation = version_ / 2 + 1;
+        const auto moved = [](const std::string &server) { return shop::entry(server + "/transport/http", "transport", "'port': 9080"); };
+        std::string text = version_ % 2 == 0 || known != version_ - 1
+                               ? shop::document(generation, version_)
+                               : shop::delta(generation, version_, shop::objects("set", moved(shop::S1) + ", " + moved(shop::S2)));
+        for (size_t at = 0; (at = text.find("9080", at)) != std::string::npos;) text.replace(at, 4, std::to_string(10000 + version_));
+        return text;
+    }
+    void note(const std::string &body) {
+        json_t *json = json_loads(body.c_str(), 0, nullptr);
+        for (const char *key : {"addRoutes", "delRoutes"}) {
+            const json_t *routes = json_object_get(json, key);
+            for (size_t i = 0; i < json_array_size(routes); i++)
+                reports_[std::string(key, 3) + " " + json_string_value(json_array_get(routes, i))]++;
+        }
+        const char *server = json_string_value(json_object_get(json, "serverName"));
+        if (server) reports_[std::string(json_is_true(json_object_get(json, "healthPolicyTriggered")) ? "true " : "false ") + server]++;
+        json_decref(json);
+    }
+
+    int version_ = 2;
+    std::map<std::string, int> reports_;
+};
 
 // A child that is told what to do.
 class Child {
@@ -112,7 +176,7 @@ bool eventually(const std::function<bool()> &condition) {
 class RealProcesses : public testing::Test {
 protected:
     std::string path = "/tmp/tav-processes-" + std::to_string(getpid());
-    Controller controller{2};
+    Controller controller;
     ChildPtr daemon;
     std::vector<ChildPtr> workers;
     long lag = 0; // the longest, in microseconds
@@ -174,7 +238,8 @@ protected:
         expectVersionEverywhere(version);
         restartWorker(static_cast<size_t>(number) % WORKERS);
         if (number % 3 == 0) {
-            controller.restart();
+            controller.shut();
+            controller.open();
             version = controller.publish();
             expectVersionEverywhere(version);
             expectVersionEverywhere(controller.publish());

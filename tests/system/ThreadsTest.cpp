@@ -270,44 +270,4 @@ TEST_F(Threads, EveryChangeUnderRequestsOfAWorker) {
     unlink(path.c_str());
 }
 
-TEST_F(Threads, StopAndStartUnderRequests) {
-    SystemInstance instance;
-    ASSERT_EQ(instance.give(shop::document(1)), 1);
-    visitWhile(instance.tav, [&] {
-        for (int i = 0; i < STEPS / 10; i++) {
-            EXPECT_EQ(tavStop(instance.tav), 0);
-            systemAnswerNone();
-            EXPECT_EQ(tavStart(instance.tav, -1), 0);
-            EXPECT_EQ(instance.give(shop::document(i + 2, i + 2)), i + 2);
-        }
-    });
-}
-
-// The instance goes while requests are under way; they end on what they hold.
-TEST_F(Threads, DestroyedUnderRequests) {
-    for (int round = 0; round < STEPS / 25; round++) {
-        auto instance = std::make_unique<SystemInstance>();
-        ASSERT_EQ(instance->give(shop::document(round)), 1);
-        std::array<std::thread, REQUEST_THREADS> visitors;
-        std::atomic<int> holding = 0;
-        std::atomic<bool> goOn = false;
-        for (std::thread &each : visitors)
-            each = std::thread([&, tav = instance->tav] {
-                EnvHttpContext request = shop::request("/shop/cart");
-                TavHttpContext *ctx = tavHttpContextObtain(tav, &request);
-                holding++;
-                holding.notify_one();
-                goOn.wait(false);
-                expectOneGeneration(shop::decisionOf(ctx));
-                Visitor(tav, 1).forward(ctx);
-                tavHttpContextRelease(ctx);
-            });
-        for (int held = 0; (held = holding) < REQUEST_THREADS;) holding.wait(held);
-        goOn = true;
-        goOn.notify_all();
-        instance.reset();
-        for (std::thread &each : visitors) each.join();
-    }
-}
-
 } // namespace

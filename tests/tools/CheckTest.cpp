@@ -17,13 +17,6 @@ struct Expected {
     const char *text;
 };
 
-TEST(Check, aCompleteDocumentAndItsDeltaAreClean) {
-    const ToolRun run = runTool({"check", "site.json"});
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out, "no findings\n");
-    EXPECT_EQ(run.err, "");
-}
-
 TEST(Check, everyFaultIsFoundAtItsPlace) {
     const Expected expected[] = {
         {6, "/add/objects/0", "object", "object of type cluster with no name"},

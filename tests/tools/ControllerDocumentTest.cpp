@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 #include <map>
 #include <random>
+#include <regex>
 #include <set>
 
 #include "Document.h"
@@ -76,65 +78,41 @@ std::string stateOf(Engine &engine) {
 
 // ---- a world that changes ----
 
-struct Thing {
-    std::string name;
-    const char *type;
-    std::map<std::string, std::vector<std::string>> props; // the values that each may have; "": it may be missing
-    bool present = true;
-    std::map<std::string, size_t> chosen;
-    std::vector<size_t> below;
-};
-struct Link {
-    std::string kind, first, second;
-    bool present = true;
-};
-
+// The shop of the examples, whose objects, properties and pairs change, go and come back.
 class World {
 public:
     explicit World(unsigned seed) : random_(seed) {
-        const size_t cell = add("/cell/c", "cell", {{"cp.webserverName", {"", "\"a\"", "\"b\""}}});
-        for (const char *group : {"/cell/c/vHostGroup/v", "/cell/c/vHostGroup/w"})
-            add(std::string(group) + "/vHost/h", "vHost", {{"host", {"\"*\"", "\"h\""}}, {"port", {"\"80\"", "\"*\""}}},
-                add(group, "vHostGroup", {}, cell));
-        for (const char *application : {"/cell/c/application/a", "/cell/c/application/a-edition2"}) addApplication(application, cell);
-        for (const char *cluster : {"/cell/c/cluster/k", "/cell/c/cluster/l"})
-            add(cluster, "cluster", {{"serverType", {"\"APPLICATION_SERVER\""}}, {"ioTimeoutRetry", {"", "1", "2"}}}, cell);
-        add("/cell/c/healthPolicy/h", "healthPolicy", {{"type", {"\"ExcessiveResponseTime\""}}, {"threshold", {"10", "20"}}}, cell);
-        for (int n = 0; n < 2; n++) addNode(fmt::format("/cell/c/node/n{}", n), cell);
+        tavctl::forEachObject(shop_.get(), [this](const tavctl::ObjectEntry &entry) {
+            if (entry.type != "cell") names_.push_back(entry.name);
+        });
     }
 
     void change() {
-        for (unsigned i = 0, n = 1 + pick(3); i < n; i++) {
-            Thing &thing = things_[1 + pick(things_.size() - 1)];
-            if (pick(4) == 0 || thing.props.empty())
-                thing.present = !thing.present;
+        for (size_t i = 0, n = 1 + pick(3); i < n; i++) {
+            const std::string &name = names_[pick(names_.size())];
+            if (pick(4) == 0)
+                toggle(absent_, name);
             else
-                choose(thing);
-            if (pick(3) == 0) {
-                Link &link = links_[pick(links_.size())];
-                link.present = !link.present;
-            }
+                variants_[name] = static_cast<int>(pick(4));
+            if (pick(3) == 0 && !pairs_.empty()) toggle(absent_, pairs_[pick(pairs_.size())]);
         }
         dangling_ = pick(25) == 0;
-        if (pick(10) == 0) std::shuffle(things_[0].below.begin(), things_[0].below.end(), random_);
-        if (pick(10) == 0) std::shuffle(things_[3].below.begin(), things_[3].below.end(), random_);
+        if (pick(6) == 0) toggle(turned_, names_[pick(names_.size())]);
+        if (pick(10) == 0) toggle(turned_, "/cell/main");
         indent_ = pick(8) ? indent_ : pick(3);
     }
     bool isGood() const { return !dangling_; }
 
     std::string text() {
-        std::set<std::string> names;
-        Json document(json_object()), add(json_object()), pairs(json_object());
-        json_object_set_new(document.get(), "version", json_integer(pick(100)));
-        json_object_set_new(document.get(), "restVersion", json_integer(1));
-        json_object_set_new(add.get(), "objects", entries({0}, names));
-        for (const Link &link : links_) {
-            if (!link.present || !names.count(link.first) || !names.count(link.second)) continue;
-            addPair(pairs.get(), link.kind, link.first, link.second);
-        }
-        if (dangling_) addPair(pairs.get(), "cluster:server", "/cell/c/cluster/gone", "/cell/c/node/n0");
-        json_object_set(add.get(), "relationships", pairs.get());
-        json_object_set(document.get(), "add", add.get());
+        const Json document(json_deep_copy(shop_.get()));
+        json_object_set_new(document.get(), "version", json_integer(static_cast<json_int_t>(pick(100))));
+        json_t *add = json_object_get(document.get(), "add"), *pairs;
+        std::set<std::string> present;
+        thin(json_object_get(add, "objects"), present);
+        pairs_.clear();
+        const char *kind;
+        json_object_foreach(json_object_get(add, "relationships"), kind, pairs) thin(kind, pairs, present);
+        if (dangling_) json_array_append_new(pairs, json_pack("{s:s,s:s}", "server", "/cell/main/node/gone", "healthPolicy", "/gone"));
         char *text = json_dumps(document.get(), JSON_INDENT(indent_));
         std::string result = text;
         free(text);
@@ -142,78 +120,61 @@ public:
     }
 
 private:
+    // With rules of one order, where the first one counts.
+    static std::string shopText() {
+        std::ifstream file(TAV_SOURCE_DIR "/examples/shop/shop.json");
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        return std::regex_replace(text, std::regex("/rule/([2-5])0"), "/rule/x$1");
+    }
     size_t pick(size_t n) { return static_cast<size_t>(random_() % n); }
-    void choose(Thing &thing) {
-        for (const auto &[name, values] : thing.props) thing.chosen[name] = pick(values.size());
+    static void toggle(std::set<std::string> &names, const std::string &name) {
+        if (!names.erase(name)) names.insert(name);
     }
-    size_t add(const std::string &name, const char *type, std::map<std::string, std::vector<std::string>> props, size_t above = SIZE_MAX) {
-        things_.push_back({name, type, std::move(props), true, {}, {}});
-        choose(things_.back());
-        if (above != SIZE_MAX) things_[above].below.push_back(things_.size() - 1);
-        return things_.size() - 1;
-    }
-    void addApplication(const std::string &name, size_t cell) {
-        const size_t application = add(name, "application", {{"edition", {"", "\"2\""}}}, cell);
-        const std::string module = name + "/webModule/m", work = name + "/webRouteWorkClass/Default_HTTP_WC";
-        const size_t workClass = add(work, "webRouteWorkClass", {}, application);
-        for (const char *rule : {"10", "20", "x", "y", "z"})
-            add(work + "/rule/" + rule, "rule",
-                {{"expression", {"\"uri = '/a'\"", "\"uri = '/b'\""}}, {"action", {"\"permit:a\"", "\"reject:403\""}}}, workClass);
-        const size_t web =
-            add(module, "webModule", {{"contextRoot", {"\"/a\"", "\"/b\""}}, {"fileServingEnabled", {"", "true"}}}, application);
-        for (const char *uri : {"/uri/\\/*", "/uri/\\/x"}) add(module + uri, "uri", {}, web);
-        for (const char *group : {"/cell/c/vHostGroup/v", "/cell/c/vHostGroup/w"})
-            links_.push_back({"vHostGroup:webModule", group, module});
-        links_.push_back({"cluster:webModule", "/cell/c/cluster/k", module});
-    }
-    void addNode(const std::string &name, size_t cell) {
-        const size_t node = add(name, "node", {{"cp.node.maintenancemode", {"\"false\"", "\"true\""}}}, cell);
-        for (int s = 0; s < 3; s++) {
-            const std::string below = fmt::format("{}/server/s{}", name, s);
-            const size_t server = add(below, "server",
-                                      {{"weight", {"1", "2", "3"}},
-                                       {"state", {"\"STARTED\"", "\"STOPPED\""}},
-                                       {"type", {"\"APPLICATION_SERVER\""}},
-                                       {"connectTimeout", {"", "5"}}},
-                                      node);
-            add(below + "/transport/t", "transport", {{"protocol", {"\"http\""}}, {"host", {"\"i\"", "\"j\""}}, {"port", {"1", "2"}}},
-                server);
-            for (const char *application : {"a", "a-edition2"})
-                add(below + "/serverApplication/" + application, "serverApplication", {{"state", {"\"STARTED\"", "\"STOPPED\""}}}, server);
-            links_.push_back({"cluster:server", s % 2 ? "/cell/c/cluster/k" : "/cell/c/cluster/l", below});
-            links_.push_back({"server:healthPolicy", below, "/cell/c/healthPolicy/h"});
-        }
-    }
-
-    json_t *entries(const std::vector<size_t> &places, std::set<std::string> &names) const {
-        json_t *array = json_array();
-        for (const size_t place : places) {
-            const Thing &thing = things_[place];
-            if (!thing.present) continue;
-            names.insert(thing.name);
-            json_t *entry = json_object(), *props = json_object();
-            json_object_set_new(entry, "name", json_string(thing.name.c_str()));
-            json_object_set_new(entry, "type", json_string(thing.type));
-            for (const auto &[name, choice] : thing.chosen) {
-                const std::string &value = thing.props.at(name)[choice];
-                if (!value.empty()) json_object_set_new(props, name.c_str(), json_loads(value.c_str(), JSON_DECODE_ANY, nullptr));
+    void thin(json_t *objects, std::set<std::string> &present) {
+        for (size_t i = json_array_size(objects); i-- > 0;) {
+            json_t *entry = json_array_get(objects, i), *below = json_object_get(entry, "objects");
+            const std::string name = json_string_value(json_object_get(entry, "name"));
+            if (absent_.count(name)) {
+                json_array_remove(objects, i);
+                continue;
             }
-            json_object_set_new(entry, "props", props);
-            json_object_set_new(entry, "objects", entries(thing.below, names));
-            json_array_append_new(array, entry);
+            present.insert(name);
+            vary(json_object_get(entry, "props"), variants_[name]);
+            thin(below, present);
+            for (size_t j = 0, n = turned_.count(name) ? json_array_size(below) : 0; j < n; j++) {
+                json_array_insert(below, j, json_array_get(below, n - 1));
+                json_array_remove(below, n);
+            }
         }
-        return array;
     }
-    static void addPair(json_t *pairs, const std::string &kind, const std::string &first, const std::string &second) {
-        if (!json_object_get(pairs, kind.c_str())) json_object_set_new(pairs, kind.c_str(), json_array());
+    void thin(const std::string &kind, json_t *pairs, const std::set<std::string> &present) {
         const size_t colon = kind.find(':');
-        json_array_append_new(json_object_get(pairs, kind.c_str()), json_pack("{s:s,s:s}", kind.substr(0, colon).c_str(), first.c_str(),
-                                                                              kind.substr(colon + 1).c_str(), second.c_str()));
+        for (size_t i = json_array_size(pairs); i-- > 0;) {
+            const std::string first = json_string_value(json_object_get(json_array_get(pairs, i), kind.substr(0, colon).c_str()));
+            const std::string second = json_string_value(json_object_get(json_array_get(pairs, i), kind.substr(colon + 1).c_str()));
+            pairs_.push_back(kind + " " + first + " " + second);
+            if (!present.count(first) || !present.count(second) || absent_.count(pairs_.back())) json_array_remove(pairs, i);
+        }
+    }
+    static void vary(json_t *props, int variant) {
+        if (!props || !variant) return;
+        for (const char *name : {"weight", "port", "ioTimeoutRetry", "threshold", "maxConnections"})
+            if (json_t *value = json_object_get(props, name); json_is_integer(value)) json_integer_set(value, variant);
+        const std::pair<const char *, std::string> texts[] = {{"state", variant == 1 ? "STOPPED" : "STARTED"},
+                                                              {"contextRoot", fmt::format("/v{}", variant)},
+                                                              {"expression", fmt::format("uri = '/v{}'", variant)},
+                                                              {"host", fmt::format("v{}", variant)}};
+        for (const auto &[name, text] : texts)
+            if (json_object_get(props, name)) json_object_set_new(props, name, json_string(text.c_str()));
+        if (variant == 3)
+            for (const char *name : {"connectTimeout", "ioTimeoutRetry", "fileServingEnabled"}) json_object_del(props, name);
     }
 
     std::mt19937 random_;
-    std::vector<Thing> things_;
-    std::vector<Link> links_;
+    const Json shop_{json_loads(shopText().c_str(), 0, nullptr)};
+    std::vector<std::string> names_, pairs_;
+    std::set<std::string> absent_, turned_; // names, and pairs as "kind first second"
+    std::map<std::string, int> variants_;   // of the properties
     bool dangling_ = false;
     size_t indent_ = 1;
 };

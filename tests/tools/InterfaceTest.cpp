@@ -1,4 +1,4 @@
-// What every command shares: help, the man page and the completions tell the same options; nothing is coloured off a terminal.
+// What every command shares: help, the man page and the completions tell the same options; faults end with status 2.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -8,7 +8,6 @@
 #include "Tool.h"
 
 using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 
@@ -78,19 +77,6 @@ TEST(Interface, whatCannotBeUsedIsToldAndEndsWithTwo) {
     }
     EXPECT_EQ(runTool({"--help"}).status, 0);
     EXPECT_THAT(runTool({"--version"}).out, HasSubstr("tavctl ("));
-}
-
-TEST(Interface, coloursAreForTerminalsAndCanBeRefused) {
-    unsetenv("NO_COLOR");
-    setenv("TERM", "xterm", 1);
-    for (const Arguments &args : {Arguments{"route", "-c", "site.json", "/"}, {"check", "broken.json"}, {"test", "gone.jsonl"}}) {
-        const ToolRun run = runTool(args);
-        EXPECT_THAT(run.out + run.err, Not(HasSubstr("\033")));
-        EXPECT_THAT(runToolOnTerminal(args), HasSubstr("\033["));
-        setenv("NO_COLOR", "1", 1);
-        EXPECT_THAT(runToolOnTerminal(args), Not(HasSubstr("\033")));
-        unsetenv("NO_COLOR");
-    }
 }
 
 TEST(Interface, aFullDiskIsNoticed) {

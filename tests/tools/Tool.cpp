@@ -1,7 +1,6 @@
 #include "Tool.h"
 
 #include <gtest/gtest.h>
-#include <pty.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -69,22 +68,6 @@ ToolRun runTool(const Arguments &args, const std::string &input) {
     int status = 0;
     waitpid(child, &status, 0);
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contents(out), contents(err)};
-}
-
-std::string runToolOnTerminal(const Arguments &args) {
-    const std::vector<char *> argv = argumentsOf(args);
-    int terminal = -1;
-    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
-    if (child == 0) {
-        if (chdir(TOOLS_TEST_DIR "/data") == 0) execv(TAVCTL, argv.data());
-        _exit(127);
-    }
-    std::string text;
-    char buffer[4096];
-    for (ssize_t count; (count = read(terminal, buffer, sizeof buffer)) > 0;) text.append(buffer, static_cast<size_t>(count));
-    close(terminal);
-    waitpid(child, nullptr, 0);
-    return text;
 }
 
 ScratchFile::ScratchFile(const std::string &name, const std::string &text) {

@@ -17,9 +17,6 @@ ToolRun runTool(const Arguments &args, const std::string &input = "");
 // `args` behind `before`.
 Arguments operator+(Arguments before, const Arguments &args);
 
-// With a terminal for standard output and error; what was written to it.
-std::string runToolOnTerminal(const Arguments &args);
-
 // A file that lives as long as the object, in a folder of its own.
 class ScratchFile {
 public:

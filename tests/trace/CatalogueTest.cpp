@@ -100,25 +100,6 @@ TEST_F(Catalogue, FaultsEndTheProcess) {
     EXPECT_EQ(trace::fatal, "1|" FATAL "Invalid record path: 'no.such'; check trace-cfg.xml for the valid path.\n");
 }
 
-TEST_F(Catalogue, WithoutMemoryThereIsNoManager) {
-    trSetFatalHook(trace::onFatal);
-    failEachAllocation([](auto failed) {
-        TrMgr *made =
-            trMgrCreate(openText("<entry name=\"n\" id=\"1\" level=\"INFO\"><text>a</text></entry><group name=\"g\" description=\"d\">"
-                                 "<record id=\"1\"/><group name=\"h\"><record name=\"r\" defaultLevel=\"INFO\"/></group></group>"),
-                        TRUE);
-        EXPECT_TRUE(made || failed());
-        if (made) {
-            ASSERT_NE(trMgrGetRecord(made, "g.h.r"), nullptr);
-            EXPECT_STREQ(trRecordGetFormat(trMgrGetRecord(made, "g.n")), "a");
-            EXPECT_STREQ(trMgrGetGroup(made, "g")->description, "d");
-        }
-        trMgrDelete(made);
-        trPurgeDeathRow();
-    });
-    EXPECT_THAT(trace::fatal, testing::AnyOf("", testing::MatchesRegex("(1.initTr: Failed to create the TavSxpParser object)+")));
-}
-
 // ---- the catalogue that is delivered ----
 
 class Delivered : public TraceTest {

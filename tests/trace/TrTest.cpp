@@ -141,27 +141,6 @@ TEST_F(Trace, RecordsAndGroupsWithSeveralParents) {
     EXPECT_EQ(trMgrGetRecord(mgr, "http.list"), list) << "its groups list it";
 }
 
-TEST_F(Trace, GrowingWithoutMemoryChangesNothing) {
-    failEachAllocation([this](auto failed) {
-        TrGroup *group = trGroupCreate(mgr, "grown");
-        TrRecord *record = group ? trRecordCreate(group, "r", TR_INFO, -1) : nullptr;
-        if (record) trRecordAddParent(record, trGroupGet(mgr, "http"));
-        TrRecord *loose = trRecordCreateFromMessage(mgr, "l", TR_INFO, "M2");
-        TrSpec *spec = trSpecCreate(mgr, "control:DEBUG,http:INFO");
-        TrContext *ctx = trContextCreate(mgr);
-        EXPECT_TRUE(failed() || (record && loose && spec && ctx));
-        EXPECT_EQ(trMgrGetGroup(mgr, "grown"), group);
-        EXPECT_TRUE(trMgrGetRecord(mgr, "grown.r") == record && trMgrGetRecord(mgr, "M2") == loose);
-        trContextDelete(ctx);
-        trKillSpec(spec);
-        trRecordDelete(loose);
-        if (record && trMgrGetRecord(mgr, "http.r")) tavListRemoveObject(trGroupGet(mgr, "http")->records, record);
-        trGroupDelete(group);
-        trRecordDelete(record);
-        EXPECT_EQ(trMgrGetRecord(mgr, "grown.r"), nullptr);
-    });
-}
-
 TEST_F(Trace, ReleasedSpecificationsWaitOnTheDeathRow) {
     trPurgeDeathRow();
     const int before = tavGetMemCount();
