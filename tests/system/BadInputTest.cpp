@@ -12,7 +12,7 @@
 
 #define TARGETS(apply)                                                                                                           \
     apply(catalogue) apply(controlState) apply(daemonFrames) apply(delta) apply(document) apply(healthBlock) apply(httpResponse) \
-        apply(pollAnswer) apply(request) apply(rule) apply(traceSpec) apply(uriPatterns) apply(workerFrames)
+        apply(names) apply(pollAnswer) apply(request) apply(rule) apply(traceSpec) apply(uriPatterns) apply(workerFrames)
 #define DECLARE(name) int fuzz_##name(const uint8_t *data, size_t size);
 TARGETS(DECLARE)
 
