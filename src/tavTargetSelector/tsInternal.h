@@ -125,6 +125,13 @@ void serverApplicationRetryLinks(TargetServerApplication *sapp) noexcept TS_LOCK
 void linkRequestDelete(void *request) noexcept;
 
 // ---- selection ----
+// The first session cookie, asked for before the lock is taken.
+struct TsCookieAhead {
+    const HttpAffinityPolicy *policy; // by which it was asked for; null: it was not
+    const char *const *names;         // from the name that gave the value; at the end: the request has none
+    const char *value;                // the host's, good until it is asked for anything else
+};
+
 // What one selection knows about its request.
 struct TsRequest {
     TargetSelector *ts;
@@ -135,6 +142,7 @@ struct TsRequest {
     TsModuleHint *hint; // may be null
     int protoIndex;     // of the request, then of the endpoint
     bool byVHost;       // endpoints are chosen by the request's virtual-host group
+    TsCookieAhead ahead;
 
     // The time of the selection: read once, by the first server that waits for its next try. Mostly there is none.
     TavTime now() const noexcept {
@@ -177,6 +185,8 @@ private:
 };
 
 HttpAffinityPolicy *getAffinityPolicy(VirtualCluster *vc) noexcept TS_LOCKED;
+// Fills `req.ahead` by the module's last policy and asks for the memory of what its cookie will lead to. Without the lock.
+void readCookieAhead(TsRequest &req) noexcept;
 TargetServerApplication *getAffinityTargetServerApplication(const TsRequest &req, VirtualCluster *vc, HttpAffinityPolicy *policy,
                                                             TsReason &breakReason) noexcept TS_LOCKED;
 TargetServerApplication *wlorLoadBalance(const TsRequest &req, VirtualCluster *vc) noexcept TS_LOCKED;
