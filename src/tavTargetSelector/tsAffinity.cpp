@@ -99,16 +99,11 @@ private:
 };
 } // namespace
 
-// Asks for the cache lines of a server that will probably serve the request: its fields are spread over all of the record.
-static void prefetchServer(const TargetServer *server) noexcept {
-    for (size_t at = 0; at < sizeof *server; at += 64) __builtin_prefetch(reinterpret_cast<const char *>(server) + at);
-}
-
 // The server application by the maps, remembered; null: the clone id leads to none.
 static TargetServerApplication *askMaps(const TsRequest &req, const char *cloneId, TsReason &reason) noexcept TS_LOCKED {
     auto *server = static_cast<TargetServer *>(tavHashGet(req.ts->serverMapByCloneId, cloneId));
     if (!server) return reason.add("Server was not found for cloneId '", cloneId, "'\n"), nullptr;
-    prefetchServer(server);
+    tsPrefetch(server, sizeof *server); // its fields are spread over all of the record
     TargetServerApplication *sapp = req.hint ? serverFindServerApplication(server, req.appName, req.hint->appNameHash)
                                              : serverFindServerApplication(server, req.appName);
     if (!sapp) return reason.add("Server application was not found for cloneId '", cloneId, "'\n"), nullptr;
@@ -171,7 +166,7 @@ void readCookieAhead(TsRequest &req) noexcept {
     const char *const *names = hapGetCookieNames(policy);
     const char *value = findCookie(req, names);
     req.ahead = {policy, names, value};
-    if (!value) return;
+    if (!value) return balancePrefetch(req.hint);
     CloneIds cloneIds(value, delimiterOf(policy));
     if (const char *id = cloneIds.next()) affinityTablePrefetch(req.ts, id, req.hint->appNameHash);
 }

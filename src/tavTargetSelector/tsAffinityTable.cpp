@@ -13,7 +13,7 @@ struct Place {
     std::atomic<uint64_t> generation; // of the selector when it was written; 0: never
     std::atomic<TargetServerApplication *> sapp;
     std::atomic<TargetServer *> server;
-    std::atomic<const void *> around[4]; // what a selected request counts besides
+    std::atomic<const void *> around[4]; // the two texts to compare, and what else a request counts that others do not
 };
 static_assert(sizeof(Place) == LINE);
 
@@ -23,14 +23,10 @@ uint64_t hashOf(const char *cloneId, int appNameHash) noexcept {
     return mixed ^ mixed >> 32;
 }
 
-void prefetch(const void *memory, size_t size) noexcept {
-    for (size_t at = 0; at < size; at += LINE) __builtin_prefetch(static_cast<const char *>(memory) + at);
-}
-
 void prefetchAnswer(const Place &place) noexcept {
-    prefetch(place.server.load(std::memory_order_relaxed), sizeof(TargetServer));
-    prefetch(place.sapp.load(std::memory_order_relaxed), sizeof(TargetServerApplication));
-    for (const auto &memory : place.around) prefetch(memory.load(std::memory_order_relaxed), LINE);
+    tsPrefetch(place.server.load(std::memory_order_relaxed), sizeof(TargetServer));
+    tsPrefetch(place.sapp.load(std::memory_order_relaxed), sizeof(TargetServerApplication));
+    for (const auto &memory : place.around) __builtin_prefetch(memory.load(std::memory_order_relaxed));
 }
 } // namespace
 
@@ -100,7 +96,7 @@ void affinityTableLearn(const TsRequest &req, const char *cloneId, TargetServerA
     }
     TargetServer *server = sapp->server;
     const TavTargetEndpoint *endpoint = server->usualEndPoint[req.protoIndex];
-    const void *around[] = {server->node, server->cluster.load(), endpoint, endpoint ? endpoint->current : nullptr};
+    const void *around[] = {sapp->name, server->cloneId.load(), endpoint, endpoint ? endpoint->current : nullptr};
     for (size_t i = 0; i < 4; i++) chosen->around[i].store(around[i], std::memory_order_relaxed);
     chosen->hash.store(hash, std::memory_order_relaxed);
     chosen->sapp.store(sapp, std::memory_order_relaxed);

@@ -70,6 +70,12 @@ Boolean tsMemberAdd(TsMember **chain, TavList *list, void *container, void *obje
 TsMember *tsMemberFindOldest(TsMember *chain, const void *container) noexcept;                // null when there is none
 void tsMemberDrop(TsMember **chain, TsMember *member) noexcept;                               // leaves the list and frees the member
 
+// ---- memory ----
+// Asks for the cache lines of memory that may be gone: it is not touched.
+inline void tsPrefetch(const void *memory, size_t size) noexcept {
+    for (size_t at = 0; at < size; at += 64) __builtin_prefetch(static_cast<const char *>(memory) + at);
+}
+
 // ---- states: most records are in one of a few, whose texts cost nothing ----
 char *tsStateCopy(const char *state) noexcept; // null for null or without memory; not to be written to
 void tsStateFree(char *state) noexcept;        // null ignored
@@ -189,6 +195,7 @@ HttpAffinityPolicy *getAffinityPolicy(VirtualCluster *vc) noexcept TS_LOCKED;
 void readCookieAhead(TsRequest &req) noexcept;
 TargetServerApplication *getAffinityTargetServerApplication(const TsRequest &req, VirtualCluster *vc, HttpAffinityPolicy *policy,
                                                             TsReason &breakReason) noexcept TS_LOCKED;
+void balancePrefetch(const TsModuleHint *hint) noexcept; // the same for load balancing
 TargetServerApplication *wlorLoadBalance(const TsRequest &req, VirtualCluster *vc) noexcept TS_LOCKED;
 TavTargetEndpoint *selectEndpointFromServer(const TsRequest &req, const TargetServer *server) noexcept TS_LOCKED;
 inline bool serverIsFull(const TargetServer *server) noexcept TS_LOCKED {

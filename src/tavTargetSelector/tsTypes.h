@@ -215,8 +215,9 @@ struct _VirtualCluster {
     Cluster *cluster;                   // head of clusterList
     WebModule *webModule; // borrowed; null when only a server link made the virtual cluster; not followed after the mapper died
     // private
-    int sappCapacity;   // room of sappArray without the terminator
-    Boolean arrayStale; // membership changed since sappArray was filled
+    TargetServer **serverArray; // the servers of sappArray's entries, in its block
+    int sappCapacity;           // room of sappArray without the terminator
+    Boolean arrayStale;         // membership changed since sappArray was filled
 };
 
 struct _PartitionIDData {
