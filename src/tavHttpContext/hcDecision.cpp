@@ -59,7 +59,7 @@ const char *tavHttpContextGetApplicationEditionName(TavHttpContext *ctx) noexcep
 
 static bool maxElapsedTimeExceeded(TavHttpContext *ctx) noexcept {
     TavTime limit = tavGetMaxElapsedTimePerRequest(ctx->tav);
-    return limit != TAV_NO_VALUE && tavTimeElapsedMilliSeconds(ctx->startTime) >= limit;
+    return limit != TAV_NO_VALUE && tavGetTickedTime() - ctx->startTime >= limit;
 }
 
 TavTargetEndpoint *tavHttpContextGetTargetEndpoint(TavHttpContext *ctx) noexcept {

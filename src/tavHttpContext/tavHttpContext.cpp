@@ -79,7 +79,7 @@ static void initialise(TavHttpContext *ctx, EnvHttpContext *envHttpContext) noex
     ctx->failureCount = 0;
     ctx->responseTimeouts = 0;
     ctx->policy = nullptr;
-    ctx->startTime = tavGetCurrentTime();
+    ctx->startTime = tavGetTickedTime();
     hcInitRequestTraceSpec(ctx);
 }
 

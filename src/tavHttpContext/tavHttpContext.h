@@ -32,7 +32,7 @@ struct _TavHttpContext {
     TavTargetEndpoint *targetEndpoint; // kept alive by the selector's target info
     TargetServerApplication *targetServerApplication;
     Boolean outstandingRequestCountIsIncremented;
-    TavTime startTime;
+    TavTime startTime;         // by tavGetTickedTime
     TavTime serviceTimeStart;  // TAV_NO_VALUE when unset
     TavTime serviceTime;       // ms; TAV_NO_VALUE when unset
     TavList *failedServerApps; // not counted: compared by identity only, never dereferenced

@@ -9,7 +9,10 @@
 typedef struct _TsModuleHint {
     std::atomic<struct _VirtualCluster *> virtualCluster; // to be followed only while `generation` is the selector's
     unsigned generation;
-    int appNameHash; // tavHashCompute of the application's simple name; constant
+    int appNameHash;                                  // tavHashCompute of the application's simple name; constant
+    std::atomic<struct _HttpAffinityPolicy *> policy; // of the last selection; lives as long as the snapshot
+    // Where load balancing will begin next: a server application and its server. Never followed, only to ask for cache lines.
+    std::atomic<const void *> nextSapp, nextServer;
 } TsModuleHint;
 
 #endif

@@ -22,7 +22,7 @@
 
 #include "tavRequestMapper/tavHttpAffinityPolicy.h"
 #include "tavTargetSelector/tavConnectorForSelector.h"
-#include "tavTargetSelector/tsInternal.h"
+#include "tavTargetSelector/tsAffinityTable.h"
 
 TsLockToken tsSelectorLock;
 
@@ -191,6 +191,7 @@ TargetSelector *tsCreate(TavRoutingInfo *ri) noexcept {
     if (!ts) return nullptr;
     ts->ri = ri;
     ts->virtualClusterGeneration = 1; // a new hint has 0
+    ts->affinityGeneration = 1;
     ts->tav = tavRoutingInfoGetTav(ri);
     ts->lock = tavLockCreateRanked(TavLockRank::TargetSelector);
     ts->virtualClusterMap = tavHashMapCreate();
@@ -219,6 +220,7 @@ static void freeTopology(TsScope &scope, TargetSelector *ts) noexcept TS_LOCKED 
     ts->selected = 0;
     tsFreeFormerClusters(ts);
     for (auto [name, vc] : TavHashRange<VirtualCluster>(ts->virtualClusterMap)) virtualClusterFree(vc);
+    affinityTableFree(ts);
     while (HttpAffinityPolicy *policy = ts->ownedPolicies) {
         ts->ownedPolicies = policy->nextRetired;
         hapDelete(policy);

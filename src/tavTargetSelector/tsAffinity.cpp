@@ -3,7 +3,7 @@
 // A session id is the session proper and, behind each delimiter, a clone id (or a partition id that stands for one). Nothing is allocated
 // on the way to a hit; the texts of a miss are built only when their records are on.
 #include "tavRequestMapper/tavHttpAffinityPolicy.h"
-#include "tavTargetSelector/tsInternal.h"
+#include "tavTargetSelector/tsAffinityTable.h"
 
 // ---- reasons ----
 
@@ -99,19 +99,23 @@ private:
 };
 } // namespace
 
-// Asks for the cache lines of a server that will probably serve the request: its fields are spread over all of the record.
-static void prefetchServer(const TargetServer *server) noexcept {
-    for (size_t at = 0; at < sizeof *server; at += 64) __builtin_prefetch(reinterpret_cast<const char *>(server) + at);
+// The server application by the maps, remembered; null: the clone id leads to none.
+static TargetServerApplication *askMaps(const TsRequest &req, const char *cloneId, TsReason &reason) noexcept TS_LOCKED {
+    auto *server = static_cast<TargetServer *>(tavHashGet(req.ts->serverMapByCloneId, cloneId));
+    if (!server) return reason.add("Server was not found for cloneId '", cloneId, "'\n"), nullptr;
+    tsPrefetch(server, sizeof *server); // its fields are spread over all of the record
+    TargetServerApplication *sapp = req.hint ? serverFindServerApplication(server, req.appName, req.hint->appNameHash)
+                                             : serverFindServerApplication(server, req.appName);
+    if (!sapp) return reason.add("Server application was not found for cloneId '", cloneId, "'\n"), nullptr;
+    affinityTableLearn(req, cloneId, sapp);
+    return sapp;
 }
 
 // One clone id: the server application, or a reason.
 static TargetServerApplication *resolveCloneId(const TsRequest &req, const char *cloneId, TsReason &reason) noexcept TS_LOCKED {
-    auto *server = static_cast<TargetServer *>(tavHashGet(req.ts->serverMapByCloneId, cloneId));
-    if (!server) return reason.add("Server was not found for cloneId '", cloneId, "'\n"), nullptr;
-    prefetchServer(server);
-    TargetServerApplication *sapp = req.hint ? serverFindServerApplication(server, req.appName, req.hint->appNameHash)
-                                             : serverFindServerApplication(server, req.appName);
-    if (!sapp) return reason.add("Server application was not found for cloneId '", cloneId, "'\n"), nullptr;
+    TargetServerApplication *sapp = affinityTableFind(req, cloneId);
+    if (!sapp) sapp = askMaps(req, cloneId, reason);
+    if (!sapp) return nullptr;
     const char *why = serverApplicationReason(sapp, TRUE, [&req] { return req.now(); });
     if (!why) return sapp;
     reason.add("Server application for cloneId '", cloneId, "' is not selectable because ");
@@ -139,15 +143,40 @@ static TargetServerApplication *getAffinitySappFromSid(const TsRequest &req, con
 
 // ---- where session ids stand ----
 
-static TargetServerApplication *fromCookies(const TsRequest &req, const VirtualCluster *vc, const char *const *names, const char *delimiter,
-                                            TsReason &reason) noexcept TS_LOCKED {
+// Goes on from `names` to the first for which the request has a cookie; its value, or null.
+static const char *findCookie(const TsRequest &req, const char *const *&names) noexcept {
     const auto getCookieValue = tavGetEnvCallBacks(req.ts->tav)->http.request.getCookieValue;
     if (!getCookieValue) return nullptr;
     EnvHttpContext *env = tavHttpContextGetEnvContext(req.ctx);
     for (; names && *names; names++) {
         if (!**names) continue; // an empty name is in every cookie
-        const char *value = getCookieValue(env, const_cast<char *>(*names));
-        if (!value) continue;
+        if (const char *value = getCookieValue(env, const_cast<char *>(*names))) return value;
+    }
+    return nullptr;
+}
+
+static const char *delimiterOf(const HttpAffinityPolicy *policy) noexcept {
+    const char *delimiter = hapGetDelimiter(policy);
+    return delimiter ? delimiter : ":";
+}
+
+void readCookieAhead(TsRequest &req) noexcept {
+    const HttpAffinityPolicy *policy = req.hint ? req.hint->policy.load(std::memory_order_acquire) : nullptr;
+    if (!policy) return;
+    const char *const *names = hapGetCookieNames(policy);
+    const char *value = findCookie(req, names);
+    req.ahead = {policy, names, value};
+    if (!value) return balancePrefetch(req.hint);
+    CloneIds cloneIds(value, delimiterOf(policy));
+    if (const char *id = cloneIds.next()) affinityTablePrefetch(req.ts, id, req.hint->appNameHash);
+}
+
+static TargetServerApplication *fromCookies(const TsRequest &req, const VirtualCluster *vc, const HttpAffinityPolicy *policy,
+                                            const char *delimiter, TsReason &reason) noexcept TS_LOCKED {
+    const bool ahead = req.ahead.policy == policy;
+    const char *const *names = ahead ? req.ahead.names : hapGetCookieNames(policy);
+    const char *value = ahead ? req.ahead.value : findCookie(req, names);
+    for (; value; value = findCookie(req, ++names)) {
         TR_DEBUG(req.trCtx, req.ts->affinityRec, "getAffinityTargetServerApplication: Found session cookie '%s' with value '%s'\n", *names,
                  value);
         TargetServerApplication *sapp = getAffinitySappFromSid(req, vc, value, delimiter, reason);
@@ -176,10 +205,9 @@ static const char *getSessionIdFromUrl(const TsRequest &req) noexcept TS_LOCKED 
 
 TargetServerApplication *getAffinityTargetServerApplication(const TsRequest &req, VirtualCluster *vc, HttpAffinityPolicy *policy,
                                                             TsReason &breakReason) noexcept {
-    const char *delimiter = hapGetDelimiter(policy);
-    if (!delimiter) delimiter = ":";
+    const char *delimiter = delimiterOf(policy);
     tavHttpContextSetAffinityPolicy(req.ctx, policy); // the response side sets cookies by it
-    TargetServerApplication *sapp = fromCookies(req, vc, hapGetCookieNames(policy), delimiter, breakReason);
+    TargetServerApplication *sapp = fromCookies(req, vc, policy, delimiter, breakReason);
     if (sapp) return sapp;
     const char *sid = getSessionIdFromUrl(req);
     return sid ? getAffinitySappFromSid(req, vc, sid, delimiter, breakReason) : nullptr;

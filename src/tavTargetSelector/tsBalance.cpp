@@ -54,10 +54,10 @@ static inline bool isLessLoaded(const TargetServer *candidate, const TargetServe
 
 // Asks for the cache lines of the servers a few places ahead: with thousands of them, waiting for memory would be most of the walk.
 static inline void prefetchAhead(const VirtualCluster *vc, int i, int count) noexcept TS_LOCKED {
-    constexpr int serverDistance = 4, sappDistance = 8;
-    if (i + sappDistance >= count) return;
-    __builtin_prefetch(vc->sappArray[i + sappDistance]);
-    const TargetServer *server = vc->sappArray[i + serverDistance]->server;
+    constexpr int distance = 8;
+    if (i + distance >= count) return;
+    __builtin_prefetch(vc->sappArray[i + distance]);
+    const TargetServer *server = vc->serverArray[i + distance];
     __builtin_prefetch(&server->weight);
     __builtin_prefetch(&server->outstandingRequestCount);
     __builtin_prefetch(&server->usualEndPoint);
@@ -89,6 +89,18 @@ static TargetServerApplication *walk(const TsRequest &req, VirtualCluster *vc, i
     return best;
 }
 
+void balancePrefetch(const TsModuleHint *hint) noexcept {
+    tsPrefetch(hint->nextSapp.load(std::memory_order_relaxed), sizeof(TargetServerApplication));
+    tsPrefetch(hint->nextServer.load(std::memory_order_relaxed), sizeof(TargetServer));
+}
+
+static void rememberNext(const TsRequest &req, const VirtualCluster *vc, int count) noexcept TS_LOCKED {
+    if (!req.hint) return;
+    const int next = vc->loadBalanceIndex < count ? vc->loadBalanceIndex : 0;
+    req.hint->nextSapp.store(vc->sappArray[next], std::memory_order_relaxed);
+    req.hint->nextServer.store(vc->serverArray[next], std::memory_order_relaxed);
+}
+
 TargetServerApplication *wlorLoadBalance(const TsRequest &req, VirtualCluster *vc) noexcept {
     const int count = virtualClusterArray(vc);
     if (count == 0) {
@@ -98,6 +110,7 @@ TargetServerApplication *wlorLoadBalance(const TsRequest &req, VirtualCluster *v
     const bool log = trContextLogEnabled(req.trCtx, req.ts->balanceRec);
     if (log) trContextDebug(req.trCtx, req.ts->balanceRec, "wlor: start at index %d\n", vc->loadBalanceIndex);
     TargetServerApplication *sapp = walk(req, vc, count, log);
+    rememberNext(req, vc, count);
     if (!sapp) return nullptr;
     tavHttpContextSetPerformedLoadBalancing(req.ctx, TRUE);
     if (log) trContextDebug(req.trCtx, req.ts->balanceRec, "wlor: finished - %s, %s\n", sapp->name, sapp->server->name);

@@ -70,6 +70,12 @@ Boolean tsMemberAdd(TsMember **chain, TavList *list, void *container, void *obje
 TsMember *tsMemberFindOldest(TsMember *chain, const void *container) noexcept;                // null when there is none
 void tsMemberDrop(TsMember **chain, TsMember *member) noexcept;                               // leaves the list and frees the member
 
+// ---- memory ----
+// Asks for the cache lines of memory that may be gone: it is not touched.
+inline void tsPrefetch(const void *memory, size_t size) noexcept {
+    for (size_t at = 0; at < size; at += 64) __builtin_prefetch(static_cast<const char *>(memory) + at);
+}
+
 // ---- states: most records are in one of a few, whose texts cost nothing ----
 char *tsStateCopy(const char *state) noexcept; // null for null or without memory; not to be written to
 void tsStateFree(char *state) noexcept;        // null ignored
@@ -125,6 +131,13 @@ void serverApplicationRetryLinks(TargetServerApplication *sapp) noexcept TS_LOCK
 void linkRequestDelete(void *request) noexcept;
 
 // ---- selection ----
+// The first session cookie, asked for before the lock is taken.
+struct TsCookieAhead {
+    const HttpAffinityPolicy *policy; // by which it was asked for; null: it was not
+    const char *const *names;         // from the name that gave the value; at the end: the request has none
+    const char *value;                // the host's, good until it is asked for anything else
+};
+
 // What one selection knows about its request.
 struct TsRequest {
     TargetSelector *ts;
@@ -135,6 +148,7 @@ struct TsRequest {
     TsModuleHint *hint; // may be null
     int protoIndex;     // of the request, then of the endpoint
     bool byVHost;       // endpoints are chosen by the request's virtual-host group
+    TsCookieAhead ahead;
 
     // The time of the selection: read once, by the first server that waits for its next try. Mostly there is none.
     TavTime now() const noexcept {
@@ -177,8 +191,11 @@ private:
 };
 
 HttpAffinityPolicy *getAffinityPolicy(VirtualCluster *vc) noexcept TS_LOCKED;
+// Fills `req.ahead` by the module's last policy and asks for the memory of what its cookie will lead to. Without the lock.
+void readCookieAhead(TsRequest &req) noexcept;
 TargetServerApplication *getAffinityTargetServerApplication(const TsRequest &req, VirtualCluster *vc, HttpAffinityPolicy *policy,
                                                             TsReason &breakReason) noexcept TS_LOCKED;
+void balancePrefetch(const TsModuleHint *hint) noexcept; // the same for load balancing
 TargetServerApplication *wlorLoadBalance(const TsRequest &req, VirtualCluster *vc) noexcept TS_LOCKED;
 TavTargetEndpoint *selectEndpointFromServer(const TsRequest &req, const TargetServer *server) noexcept TS_LOCKED;
 inline bool serverIsFull(const TargetServer *server) noexcept TS_LOCKED {

@@ -75,6 +75,7 @@ static bool readRequest(TsRequest &req) noexcept {
     req.appName = tavHttpContextGetApplicationName(req.ctx);
     req.hint = tavHttpContextGetModuleHint(req.ctx);
     req.byVHost = tavSelectsEndpointByVHost(req.ts->tav);
+    readCookieAhead(req);
     return true;
 }
 
@@ -149,6 +150,7 @@ static TsChoice choose(TsRequest &req) noexcept {
     if (!vc->cluster) return rejection(500, "no cluster");
     HttpAffinityPolicy *policy = getAffinityPolicy(vc);
     if (!policy) return rejection(500, "no affinity policy");
+    if (req.hint && req.hint->policy.load(std::memory_order_relaxed) != policy) req.hint->policy.store(policy, std::memory_order_release);
     req.protoIndex = outboundProtocol(req, vc);
     TsChoice choice;
     TargetServerApplication *sapp = chooseServerApplication(req, vc, policy);

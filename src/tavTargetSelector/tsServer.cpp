@@ -102,7 +102,9 @@ Boolean tsLinkServerToHealthPolicy(TargetServer *server, HealthPolicy *policy, B
 void serverClearCloneId(TargetServer *server) noexcept {
     TavHashMap *map = server->selector->serverMapByCloneId;
     const char *cloneId = server->cloneId;
-    if (cloneId && tavHashGet(map, cloneId) == server) tavHashPut(map, cloneId, nullptr);
+    if (!cloneId || tavHashGet(map, cloneId) != server) return;
+    tavHashPut(map, cloneId, nullptr);
+    server->selector->affinityGeneration++;
 }
 
 void serverForget(TargetServer *server) noexcept {

@@ -78,6 +78,7 @@ static Boolean mapCreate(TargetServer *server) noexcept TS_LOCKED {
 static Boolean attach(TargetServerApplication *sapp) noexcept TS_LOCKED {
     TargetServer *server = sapp->server;
     tavListLinkTail(server->serverApplications, &sapp->ele, sapp);
+    server->selector->serverApplicationCount++;
     if (server->serverApplicationMap) return mapAdd(server->serverApplicationMap, sapp);
     return tavListGetCount(server->serverApplications) < MAPPED_FROM || mapCreate(server);
 }
@@ -218,6 +219,7 @@ void tsServerApplicationDelete(TavServerApplication *handle) noexcept {
 
 void serverApplicationForget(TargetServerApplication *sapp) noexcept {
     sapp->deleted = TRUE;
+    sapp->server->selector->affinityGeneration++;
     while (sapp->memberships) virtualClusterRemove(static_cast<VirtualCluster *>(sapp->memberships->container), sapp);
     if (tavHashGet(sapp->server->serverApplicationMap, sapp->name) == sapp) mapRepair(sapp->server, sapp->name);
 }
@@ -232,6 +234,7 @@ void serverApplicationFree(TsScope &scope, TargetServerApplication *sapp) noexce
     if (sapp->ele.object) {
         serverApplicationForget(sapp);
         tavListUnlink(sapp->server->serverApplications, &sapp->ele);
+        sapp->server->selector->serverApplicationCount--;
     }
     tavSharedTextRelease(sapp->path);
     tsStateFree(sapp->state);

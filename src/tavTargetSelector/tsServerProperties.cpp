@@ -113,10 +113,12 @@ Boolean serverSetCloneId(TargetServer *server, const char *id) noexcept {
     char *copy = tavStrdup(id);
     if (!copy) return FALSE;
     // A deleted server may still learn an id from a response, but is not found by it.
-    if (!server->deleted && tavHashPut(server->selector->serverMapByCloneId, id, server) == server) {
+    void *displaced = server->deleted ? nullptr : tavHashPut(server->selector->serverMapByCloneId, id, server);
+    if (displaced == server) {
         tavFree(copy);
         return FALSE;
     }
+    if (displaced) server->selector->affinityGeneration++;
     server->cloneId = copy;
     return TRUE;
 }

@@ -4,6 +4,7 @@
 #define TAVTARGETSELECTOR_TSTYPES_H
 
 #include <atomic>
+#include <cstdint>
 
 #include <tav/types.h>
 
@@ -20,6 +21,7 @@ typedef struct _WebModule WebModule;
 typedef struct _HealthPolicy HealthPolicy;
 typedef struct _TsMember TsMember;
 typedef struct _TsNotice TsNotice;
+typedef struct _TsAffinityTable TsAffinityTable; // tsAffinityTable.h
 
 typedef enum MaintenanceMode { NormalMM = 0, AffinityMM = 1, BreakMM = 2 } MaintenanceMode;
 
@@ -57,11 +59,14 @@ struct _TargetSelector {
     TrRecord *controlRec;
     TrRecord *serverStateRec;
     // private
-    TargetServer *firstServer;         // every server that lives, also those that were never initialised
-    int selected;                      // requests that hold a target
-    unsigned virtualClusterGeneration; // one more whenever a virtual cluster goes; see TsModuleHint
-    Cluster *formerClusters;           // at zero, but a request may be reading the name
-    HttpAffinityPolicy *ownedPolicies; // made for virtual clusters without a web module
+    TargetServer *firstServer;                             // every server that lives, also those that were never initialised
+    int selected;                                          // requests that hold a target
+    unsigned virtualClusterGeneration;                     // one more whenever a virtual cluster goes; see TsModuleHint
+    Cluster *formerClusters;                               // at zero, but a request may be reading the name
+    HttpAffinityPolicy *ownedPolicies;                     // made for virtual clusters without a web module
+    int serverApplicationCount;                            // those in a server's list
+    uint64_t affinityGeneration;                           // one more whenever a clone id and a name may lead elsewhere than before
+    std::atomic<TsAffinityTable *> affinityTable{nullptr}; // null until the first session is kept
 };
 
 struct _TargetNode {
@@ -210,8 +215,9 @@ struct _VirtualCluster {
     Cluster *cluster;                   // head of clusterList
     WebModule *webModule; // borrowed; null when only a server link made the virtual cluster; not followed after the mapper died
     // private
-    int sappCapacity;   // room of sappArray without the terminator
-    Boolean arrayStale; // membership changed since sappArray was filled
+    TargetServer **serverArray; // the servers of sappArray's entries, in its block
+    int sappCapacity;           // room of sappArray without the terminator
+    Boolean arrayStale;         // membership changed since sappArray was filled
 };
 
 struct _PartitionIDData {

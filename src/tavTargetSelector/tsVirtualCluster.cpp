@@ -52,10 +52,11 @@ static Boolean reserve(VirtualCluster *vc, int count) noexcept TS_LOCKED {
     if (count <= vc->sappCapacity) return TRUE;
     const int capacity = count < 8 ? 8 : count * 2;
     const size_t slots = static_cast<size_t>(capacity) + 1;
-    auto **array = static_cast<TargetServerApplication **>(tavMalloc(slots * sizeof(TargetServerApplication *)));
+    auto **array = static_cast<TargetServerApplication **>(tavMalloc(slots * (sizeof(TargetServerApplication *) + sizeof(TargetServer *))));
     if (!array) return FALSE;
     tavFree(vc->sappArray);
     vc->sappArray = array;
+    vc->serverArray = reinterpret_cast<TargetServer **>(array + slots);
     vc->sappCapacity = capacity;
     vc->arrayStale = TRUE;
     return TRUE;
@@ -63,9 +64,12 @@ static Boolean reserve(VirtualCluster *vc, int count) noexcept TS_LOCKED {
 
 int virtualClusterArray(VirtualCluster *vc) noexcept {
     if (vc->arrayStale) {
-        TargetServerApplication **place = vc->sappArray;
-        for (TargetServerApplication *sapp : TavListRange<TargetServerApplication>(vc->sappList)) *place++ = sapp;
-        *place = nullptr;
+        int count = 0;
+        for (TargetServerApplication *sapp : TavListRange<TargetServerApplication>(vc->sappList)) {
+            vc->serverArray[count] = sapp->server;
+            vc->sappArray[count++] = sapp;
+        }
+        vc->sappArray[count] = nullptr;
         vc->arrayStale = FALSE;
     }
     return tavListGetCount(vc->sappList);

@@ -11,15 +11,26 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
 
 namespace {
 
 constinit std::atomic<TavTime (*)()> replacedClock{nullptr};
 
+TavTime inMilliSeconds(time_t seconds, long microseconds) noexcept {
+    return static_cast<TavTime>(static_cast<uint64_t>(seconds) * 1000 + static_cast<uint64_t>(microseconds) / 1000);
+}
+
 TavTime wallClock() noexcept {
     struct timeval now {};
     gettimeofday(&now, nullptr);
-    return static_cast<TavTime>(static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000);
+    return inMilliSeconds(now.tv_sec, now.tv_usec);
+}
+
+TavTime tickedWallClock() noexcept {
+    struct timespec now {};
+    if (clock_gettime(CLOCK_REALTIME_COARSE, &now) != 0) return wallClock();
+    return inMilliSeconds(now.tv_sec, now.tv_nsec / 1000);
 }
 
 // FALSE while the interval runs. Otherwise the next one begins. An end that is further off than an interval is long lies in the past, by
@@ -37,6 +48,11 @@ bool intervalEnded(Calc *calc, TavTime curTime) noexcept {
 TavTime tavGetCurrentTime() noexcept {
     auto *clock = replacedClock.load(std::memory_order_relaxed);
     return clock ? clock() : wallClock();
+}
+
+TavTime tavGetTickedTime() noexcept {
+    auto *clock = replacedClock.load(std::memory_order_relaxed);
+    return clock ? clock() : tickedWallClock();
 }
 
 void tavSetClock(TavTime (*clock)()) noexcept { replacedClock.store(clock, std::memory_order_relaxed); }

@@ -4,12 +4,14 @@
 #ifndef TAVUTIL_TAVTIME_H
 #define TAVUTIL_TAVTIME_H
 
-#include <ctime>
 #include <sys/types.h>
+#include <ctime>
 
 #include <tav/types.h>
 
 TavTime tavGetCurrentTime() noexcept; // wall clock, ms
+// The same as it stood at the system's last tick, some ms ago, for a fraction of the price. Only to be compared with each other.
+TavTime tavGetTickedTime() noexcept;
 TavTime tavTimeFromSeconds(unsigned int s) noexcept;
 TavTime tavTimeFromMilliSeconds(unsigned int ms) noexcept;
 TavTime tavTimeElapsedMilliSeconds(TavTime started) noexcept;
@@ -22,7 +24,7 @@ constexpr bool tavTimeIsBefore(TavTime now, TavTime end) noexcept { return end !
 // now + interval, never the reserved 0.
 constexpr TavTime tavTimeAdd(TavTime now, TavTime interval) noexcept { return now + interval ? now + interval : 1; }
 
-// Replaces the clock of tavGetCurrentTime (null: the wall clock again). For tests; not while threads run.
+// Replaces the clock of both (null: the wall clock again). For tests; not while threads run.
 void tavSetClock(TavTime (*clock)()) noexcept;
 
 typedef struct TavAvgCalc {

@@ -127,6 +127,37 @@ TEST_F(SelectorTest, SessionIdsAreResolvedPieceByPiece) {
     }
 }
 
+TEST_F(SelectorTest, ARememberedSessionServerIsNotUsedLongerThanItIsRight) {
+    const auto kept = [&](const std::string &cloneId) {
+        auto ctx = request(("s:" + cloneId).c_str());
+        const std::string name = selectName(*ctx);
+        finish(*ctx);
+        return ctx->performedLoadBalancing ? "balanced" : name;
+    };
+    const auto name = [](int i) { return "n" + std::to_string(i); };
+    constexpr int count = 150; // the table grows twice
+    for (int i = 0; i < count; i++) back(name(i).c_str(), name(i).c_str());
+    for (int round = 0; round < 2; round++) {
+        for (int i = 0; i < count; i++) ASSERT_EQ(kept(name(i)), name(i));
+    }
+    tsServerSetState(backs.front().server, "STOPPED"); // not forgotten, but looked at each time
+    EXPECT_EQ(kept("n0"), "balanced");
+    tsServerSetState(backs.front().server, "STARTED");
+    EXPECT_EQ(kept("n0"), "n0");
+    Back &second = *std::next(backs.begin()), &third = *std::next(backs.begin(), 2);
+    tsServerApplicationDelete(&second.handle);
+    EXPECT_EQ(kept("n1"), "balanced");
+    tsServerApplicationCreate(second.server, second.path.c_str(), &connector, &second.handle);
+    second.state("STARTED");
+    EXPECT_EQ(kept("n1"), "n1");
+    back("heir", "n2"); // the later of two servers with one clone id has it
+    EXPECT_EQ(kept("n2"), "heir");
+    tsServerDelete(third.server);
+    EXPECT_EQ(kept("n2"), "heir");
+    tsServerDelete(backs.back().server);
+    EXPECT_EQ(kept("n2"), "balanced");
+}
+
 TEST_F(SelectorTest, PartitionIdsStandForCloneIds) {
     back("a", "c1");
     back("b", "c2");
