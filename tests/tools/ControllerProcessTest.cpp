@@ -164,7 +164,7 @@ TEST_F(Controller, aLibraryFollowsItsFileThroughEditsMistakesAndARestart) {
     EXPECT_THAT(controller->lineWith("serving shop: version"), HasSubstr("delta of"));
     EXPECT_TRUE(instance.decides(409));
     edit("reject:405", "rejct:411");
-    EXPECT_THAT(controller->lineWith("shop"), HasSubstr("refused shop"));
+    EXPECT_THAT(controller->lineWith("refused"), HasSubstr("refused shop"));
     std::ofstream(directory() + "/shop.json") << "{"; // in place, and cut
     EXPECT_THAT(controller->lineWith("refused"), HasSubstr("shop"));
     EXPECT_EQ(instance.decision(), 409);
