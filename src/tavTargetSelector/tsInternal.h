@@ -2,6 +2,7 @@
 #ifndef TAVTARGETSELECTOR_TSINTERNAL_H
 #define TAVTARGETSELECTOR_TSINTERNAL_H
 
+#include <cstdint>
 #include <cstring>
 
 #include "tavRequestMapper/tsModuleHint.h"
@@ -71,9 +72,10 @@ TsMember *tsMemberFindOldest(TsMember *chain, const void *container) noexcept;  
 void tsMemberDrop(TsMember **chain, TsMember *member) noexcept;                               // leaves the list and frees the member
 
 // ---- memory ----
-// Asks for the cache lines of memory that may be gone: it is not touched.
+// Asks for the cache lines of memory that may be gone, or null: it is not touched, and no pointer is computed.
 inline void tsPrefetch(const void *memory, size_t size) noexcept {
-    for (size_t at = 0; at < size; at += 64) __builtin_prefetch(static_cast<const char *>(memory) + at);
+    const auto place = reinterpret_cast<uintptr_t>(memory);
+    for (size_t at = 0; at < size; at += 64) __builtin_prefetch(reinterpret_cast<const void *>(place + at));
 }
 
 // ---- states: most records are in one of a few, whose texts cost nothing ----
