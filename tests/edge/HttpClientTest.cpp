@@ -17,6 +17,7 @@ public:
     explicit ScriptedServer(std::vector<std::vector<std::string>> script) {
         for (auto &answers : script)
             for (auto &answer : answers) script_.emplace_back(answer, answer.empty() || &answer != &answers.back());
+        open();
     }
     ~ScriptedServer() override { shut(); }
     // The requests as they came, body included.

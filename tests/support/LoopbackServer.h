@@ -55,10 +55,10 @@ public:
 
 protected:
     // The derived class's destructor calls shut().
+    // The last thing that a derived constructor does is open(): connections call what it overrides.
     LoopbackServer() {
         address_.sin_family = AF_INET;
         address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        open();
     }
     // Answers one request, head and body; FALSE ends the connection. Gives up waiting when `ended_` is set.
     virtual bool respond(int fd, const std::string &request) = 0;

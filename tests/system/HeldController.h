@@ -12,7 +12,7 @@ public:
     // What becomes of a held poll: TRUE keeps the connection.
     using Answer = std::function<bool(int fd)>;
 
-    explicit HeldController(std::string document) : document_(std::move(document)) {}
+    explicit HeldController(std::string document) : document_(std::move(document)) { open(); }
     ~HeldController() override { shut(); }
 
     // The document that answers the next interests.

@@ -31,6 +31,7 @@ constexpr size_t WORKERS = 8;
 // the one before. Long polls wait until there is something newer.
 class Controller : public LoopbackServer {
 public:
+    Controller() { open(); }
     ~Controller() override { shut(); }
     int publish() { // the next version
         const std::lock_guard guard(mutex_);
