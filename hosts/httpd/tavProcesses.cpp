@@ -3,6 +3,7 @@
 // The parent keeps one daemon running: it polls the controllers and feeds the children over a Unix socket. It is started with the
 // configuration, ends with it, and is started again when it dies. With a fixed configuration file there is no daemon: each child applies
 // the file itself. An instance is created after the fork, because its threads do not survive one.
+#include <ap_listen.h>
 #include <ap_mpm.h>
 #include <apr_signal.h>
 #include <http_core.h>
@@ -12,6 +13,7 @@
 #include <unistd.h>
 #include <unixd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -49,7 +51,7 @@ struct Daemon {
     server_rec *server;
 };
 
-volatile sig_atomic_t libraryEnded = 0;
+std::atomic<bool> libraryEnded{false}; // set on a thread of the library
 
 void prepareSignals(sigset_t *signals) {
     for (const int ignored : {SIGHUP, SIGUSR1, SIGUSR2, SIGWINCH, SIGPIPE, SIGINT}) apr_signal(ignored, SIG_IGN);
@@ -66,10 +68,13 @@ void waitForEnd(const sigset_t *signals) {
 }
 
 [[noreturn]] void runDaemon(server_rec *server) {
-    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    const pid_t parent = getppid();
     sigset_t signals;
     prepareSignals(&signals);
+    ap_close_listeners(); // the ports must not outlive the server
     if (ap_unixd_setup_child() != 0) _exit(APEXIT_CHILDFATAL);
+    prctl(PR_SET_PDEATHSIG, SIGTERM); // a change of user takes it back
+    if (getppid() != parent) _exit(0);
     traceTo(server);
     EnvCallBacks env = callBacks();
     env.stateChange.tav = [](Tav *, TavComponentState state, char *) { libraryEnded = state == STOPPED; };

@@ -7,16 +7,17 @@ work=$(mktemp -d)
 chmod 755 "$work"
 modules=$(apxs -q LIBEXECDIR)
 export LD_LIBRARY_PATH=$build/src
-controller=
+controller= family=()
 
 fail() {
     echo "FAILED: $*" >&2
-    tail -20 "$work"/*.log >&2 || true
+    tail -n 20 "$work"/*.log >&2 || true
     exit 1
 }
 finish() {
     for file in httpd.pid nginx.pid; do [ -f "$work/$file" ] && kill "$(cat "$work/$file")" 2>/dev/null; done
     [ -n "$controller" ] && kill "$controller" 2>/dev/null
+    [ ${#family[@]} -eq 0 ] || kill -9 "${family[@]}" 2>/dev/null
     sleep 1
     rm -rf "$work"
 }
@@ -132,6 +133,16 @@ mv "$work/new.json" "$work/cell/shop.json"
 eventually "^w2  200" $(session 1) "$shop"
 apache2 -f "$work/httpd.conf" -k graceful
 for ((i = 0; i < 20; i++)); do expect "^w2  200" $(session 1) "$shop"; done
+
+# The server is killed: its daemon, which listens on the socket, does not stay behind.
+mapfile -t family < <(pgrep -P "$(cat "$work/httpd.pid")")
+socket=$(awk -v folder="$work/" 'index($8, folder) == 1 && $4 == "00010000" { print $7 }' /proc/net/unix)
+daemon=
+for pid in "${family[@]}"; do [[ $(ls -l "/proc/$pid/fd" 2>/dev/null) == *"socket:[$socket]"* ]] && daemon=$pid; done
+[ -n "$daemon" ] || fail "no daemon listens on the socket"
+kill -9 "$(cat "$work/httpd.pid")"
+for ((i = 0; i < 50; i++)); do kill -0 "$daemon" 2>/dev/null && sleep 0.1; done
+kill -0 "$daemon" 2>/dev/null && fail "the daemon outlives the server"
 
 grep -q ' 200 PERMIT kept 1 .*/web1' "$work/access.log" || fail "no line of the access log tells of the kept session"
 grep -q ' 200 PERMIT broken 2 .*/web2' "$work/access.log" || fail "no line of the access log tells of the second try"
