@@ -88,8 +88,9 @@ void chooseTransport(EnvCallBacks &env, const HostOptions &options, Process proc
     if (process != Process::Worker && needsCurl(options)) useCurlTransport(env, options.transport);
 }
 
-Tav *createInstance(EnvCallBacks env, const HostOptions &options, Process process) {
-    chooseTransport(env, options, process);
+namespace {
+
+Tav *createConfigured(EnvCallBacks env, const HostOptions &options, Process process) {
     std::string catalogue = options.catalogue;
     Tav *tav = tavCreate(&env, nullptr, catalogue.data());
     if (!tav) throw HostFault("the library cannot be started with the trace catalogue '" + options.catalogue + "'");
@@ -100,6 +101,18 @@ Tav *createInstance(EnvCallBacks env, const HostOptions &options, Process proces
         throw;
     }
     return tav;
+}
+
+} // namespace
+
+Tav *createInstance(EnvCallBacks env, const HostOptions &options, Process process) {
+    chooseTransport(env, options, process);
+    try {
+        return createConfigured(env, options, process);
+    } catch (...) {
+        endCurlRequests();
+        throw;
+    }
 }
 
 void startInstance(Tav *tav, const HostOptions &options, int seconds) {
@@ -126,7 +139,7 @@ void checkOptions(EnvCallBacks env, const HostOptions &options) {
     if (options.groups.empty() == options.configFile.empty())
         throw HostFault(options.groups.empty() ? "neither a controller nor a configuration file is given"
                                                : "a configuration file and a controller exclude each other");
-    Tav *tav = createInstance(env, options, Process::Standalone);
+    Tav *tav = createConfigured(env, options, Process::Standalone);
     try {
         if (!options.configFile.empty()) startInstance(tav, options, 0);
     } catch (...) {
