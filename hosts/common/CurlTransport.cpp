@@ -84,8 +84,7 @@ public:
         ending_ = true;
         curl_multi_wakeup(multi_);
         thread_.join();
-        endAll();
-        dropForgotten();
+        endAll(); // and what the thread's own end brought: clients that were given up
         curl_multi_cleanup(multi_);
     }
     Transport(const Transport &) = delete;
@@ -113,8 +112,7 @@ public:
 private:
     void prepare(Request &request, const std::string &url, const char *method, int timeout) const;
     void run();
-    void takeArrived();
-    void dropForgotten();
+    void takeChanges();
     void takeCompleted();
     void endAll();
     template <typename Predicate>
@@ -162,8 +160,7 @@ void Transport::prepare(Request &request, const std::string &url, const char *me
 
 void Transport::run() {
     while (!ending_) {
-        takeArrived();
-        dropForgotten();
+        takeChanges();
         int running = 0;
         curl_multi_perform(multi_, &running);
         takeCompleted();
@@ -173,19 +170,26 @@ void Transport::run() {
 }
 
 void Transport::endAll() {
-    takeArrived();
+    takeChanges();
     drop([](const Request &) { return true; });
 }
 
-void Transport::takeArrived() {
+// Both under one lock: the requests of a forgotten client are among the running ones then.
+void Transport::takeChanges() {
     std::vector<RequestPtr> arrived;
+    std::vector<const EnvConnectorClient *> forgotten;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         arrived.swap(arrived_);
+        forgotten.swap(forgotten_);
     }
     for (RequestPtr &request : arrived) {
         curl_multi_add_handle(multi_, request->easy);
         running_.push_back(std::move(request));
+    }
+    for (const EnvConnectorClient *client : forgotten) {
+        drop([client](const Request &request) { return request.client == client; });
+        delete client;
     }
 }
 
@@ -201,18 +205,6 @@ void Transport::drop(Predicate predicate) {
     for (RequestPtr &request : dropped) {
         curl_multi_remove_handle(multi_, request->easy);
         finish(std::move(request), CURLE_ABORTED_BY_CALLBACK);
-    }
-}
-
-void Transport::dropForgotten() {
-    std::vector<const EnvConnectorClient *> forgotten;
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        forgotten.swap(forgotten_);
-    }
-    for (const EnvConnectorClient *client : forgotten) {
-        drop([client](const Request &request) { return request.client == client; });
-        delete client;
     }
 }
 
