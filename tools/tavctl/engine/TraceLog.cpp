@@ -1,9 +1,10 @@
 #include "engine/TraceLog.h"
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <string_view>
+
+#include "TraceText.h"
 
 namespace tavctl {
 
@@ -108,19 +109,8 @@ bool recordingTrace() { return recording != nullptr; }
 
 int traceHook(const TrContext *ctx, va_list args) {
     if (!recording) return 0;
-    const char *format = trContextGetFormat(ctx);
-    if (!format) return 0;
-    va_list again;
-    va_copy(again, args);
-    const int length = vsnprintf(nullptr, 0, format, again);
-    va_end(again);
-    if (length < 0) return -1;
-    std::string text(static_cast<size_t>(length) + 1, '\0');
-    vsnprintf(text.data(), text.size(), format, args);
-    text.pop_back();
-    while (text.ends_with('\n')) text.pop_back();
     const char *level = trContextGetLevel(ctx);
-    recording->push_back({level ? level : "", std::move(text)});
+    recording->push_back({level ? level : "", tavhost::traceText(ctx, args).text});
     return 0;
 }
 
