@@ -37,9 +37,13 @@ lines() { wc -l <"$work/$1"; }
 
 # share WORKER: how its next decisions spread over the servers
 share() {
-    local start
+    local start tries=0
     start=$(lines "$1")
-    until [ "$(tail -n +$((start + 1)) "$work/$1" | grep -c ' decision ')" -ge 40 ]; do sleep 0.1; done
+    until [ "$(tail -n +$((start + 1)) "$work/$1" | grep -c ' decision ')" -ge 40 ]; do
+        tries=$((tries + 1))
+        [ "$tries" -lt 200 ] || unexpected "$1 decides no more requests:"$'\n'"$(tail -n 20 "$work/$1" "$work/$1.errors")"
+        sleep 0.1
+    done
     tail -n +$((start + 1)) "$work/$1" | sed -n 's/.* decision .*-> *//p' | head -40 | sort | uniq -c |
         sed -E 's,/cell/main/node/[a-z]*/server/,,; s/^/  /'
 }
