@@ -7,7 +7,7 @@ work=$(mktemp -d)
 chmod 755 "$work"
 modules=$(apxs -q LIBEXECDIR)
 export LD_LIBRARY_PATH=$build/src
-controller= family=()
+controller='' family=()
 
 fail() {
     echo "FAILED: $*" >&2
@@ -15,10 +15,12 @@ fail() {
     exit 1
 }
 finish() {
-    for file in httpd.pid nginx.pid; do [ -f "$work/$file" ] && kill "$(cat "$work/$file")" 2>/dev/null; done
-    [ -n "$controller" ] && kill "$controller" 2>/dev/null
-    [ ${#family[@]} -eq 0 ] || kill -9 "${family[@]}" 2>/dev/null
-    sleep 1
+    set +e # what is gone already is no failure
+    local pid pids=(${family[@]} $controller)
+    for file in httpd.pid nginx.pid; do [ -f "$work/$file" ] && pids+=("$(cat "$work/$file")"); done
+    kill "${pids[@]}" 2>/dev/null
+    for ((i = 0; i < 50; i++)); do kill -0 "${pids[@]}" 2>/dev/null && sleep 0.1; done
+    kill -9 "${pids[@]}" 2>/dev/null
     rm -rf "$work"
 }
 trap finish EXIT
