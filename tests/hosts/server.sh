@@ -120,7 +120,7 @@ LogLevel warn tav:info
 LogFormat "%r %>s %{TAV_ACTION}e %{TAV_AFFINITY}e %{TAV_TRIES}e %{TAV_SERVER}e" routed
 CustomLog access.log routed
 ProxyPreserveHost On
-StartServers 2
+StartServers ${servers:-2}
 TavEnable On
 TavTraceCatalogue $source/share/tav-trace.xml
 TavController main http://127.0.0.1:$control
