@@ -91,7 +91,8 @@ apr_status_t onUpgradeAnswer(ap_filter_t *filter, apr_bucket_brigade *brigade, a
 
 // ---- failures ----
 
-bool clientFault(int status) { return status >= 400 && status < 500; }
+// The client's body cannot be read: a filter has answered already, or the status says how.
+bool clientFault(int status) { return status == AP_FILTER_ERROR || status == HTTP_NOT_IMPLEMENTED || (status >= 400 && status < 500); }
 
 bool timedOut(const request_rec *r, int status) { return status == HTTP_GATEWAY_TIME_OUT || apr_table_get(r->notes, "proxy_timedout"); }
 

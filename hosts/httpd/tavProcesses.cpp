@@ -18,6 +18,7 @@
 #include <csignal>
 #include <cstring>
 #include <ctime>
+#include <thread>
 
 #include "HostInstance.h"
 #include "tavModule.h"
@@ -51,7 +52,8 @@ struct Daemon {
     server_rec *server;
 };
 
-std::atomic<bool> libraryEnded{false}; // set on a thread of the library
+std::atomic<bool> libraryEnded{false};   // set on a thread of the library
+std::atomic<bool> libraryStarted{false}; // the daemon has a configuration and listens
 
 void prepareSignals(sigset_t *signals) {
     for (const int ignored : {SIGHUP, SIGUSR1, SIGUSR2, SIGWINCH, SIGPIPE, SIGINT}) apr_signal(ignored, SIG_IGN);
@@ -65,6 +67,15 @@ void prepareSignals(sigset_t *signals) {
 void waitForEnd(const sigset_t *signals) {
     const timespec step{1, 0};
     while (!libraryEnded && sigtimedwait(signals, nullptr, &step) == -1 && (errno == EAGAIN || errno == EINTR)) continue;
+}
+
+// Children that connect before the first configuration would take an empty one: until it is here, however long that takes, there is no
+// socket, and those of an earlier daemon keep what they have.
+void startWhenConfigured(Tav *tav) {
+    std::thread([tav] {
+        tavStart(tav, 0);
+        libraryStarted = true;
+    }).detach();
 }
 
 [[noreturn]] void runDaemon(server_rec *server) {
@@ -81,9 +92,9 @@ void waitForEnd(const sigset_t *signals) {
     const tavhost::HostOptions &options = serverConfig(server)->host;
     try {
         Tav *tav = tavhost::createInstance(env, options, tavhost::Process::Daemon);
-        // Children that connect before the first configuration would take an empty one: until it is here there is no socket.
-        tavhost::startInstance(tav, options, serverConfig(server)->startTimeout);
+        startWhenConfigured(tav);
         waitForEnd(&signals);
+        if (!libraryStarted) _exit(0); // the thread that waits for a configuration goes with the process
         tavhost::endInstance(tav);
     } catch (const std::exception &fault) {
         logFault(server, "the daemon cannot run", fault);

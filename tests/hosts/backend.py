@@ -27,6 +27,7 @@ class Backend:
         self.writers, self.server = set(), None
         self.ids = collections.Counter()  # requests by the header X-Id
         self.open = 0                     # requests that are being answered
+        self.targets = []                 # of all requests, with their methods
         self.up()
 
     def call(self, coroutine):
@@ -50,7 +51,7 @@ class Backend:
         try:
             while await self.answer(reader, writer):
                 pass
-        except (asyncio.IncompleteReadError, asyncio.LimitOverrunError, OSError):
+        except (asyncio.IncompleteReadError, asyncio.LimitOverrunError, OSError, ValueError):
             pass
         finally:
             self.writers.discard(writer)
@@ -82,6 +83,7 @@ class Backend:
         method, target = head[0].split(" ")[:2]
         lines = [line.partition(": ")[::2] for line in head[1:] if line]
         headers = {name.lower(): value for name, value in lines}
+        self.targets.append(f"{method} {target}")
         query = {name: values[0] for name, values in parse_qs(urlsplit(target).query).items()}
         if query.get("at", self.name) != self.name:
             query = {}
@@ -96,7 +98,7 @@ class Backend:
     async def respond(self, reader, writer, method, target, lines, headers, query):
         if "wait" in query:
             await asyncio.sleep(float(query["wait"]))
-        if headers.get("upgrade", "").lower() == "websocket":
+        if "sec-websocket-key" in headers:
             return await self.websocket(reader, writer, headers)
         if "100-continue" in headers.get("expect", "") and "status" not in query:
             writer.write(b"HTTP/1.1 100 Continue\r\n\r\n")

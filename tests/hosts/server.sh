@@ -14,6 +14,7 @@ sessions='' # of servers that went to the background, "1,2": all their processes
 
 fail() {
     echo "FAILED: $*" >&2
+    [ -z "${KEEP:-}" ] || cp -r "$work" "$KEEP"
     tail -n 20 "$work"/*.log >&2 || true
     exit 1
 }

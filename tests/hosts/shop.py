@@ -64,9 +64,9 @@ def connect(timeout=30):
     return http.client.HTTPConnection("127.0.0.1", front, timeout=timeout)
 
 
-def ask(path="/shop/x", method="GET", body=None, session=None, connection=None, **headers):
-    """A request to the shop; `session` is the clone id of its server."""
-    headers = {"Host": HOST, **{name.replace("_", "-"): value for name, value in headers.items()}}
+def ask(path="/shop/x", method="GET", body=None, session=None, connection=None, fields=None, **headers):
+    """A request to the shop; `session` is the clone id of its server, `fields` are further headers as they stand."""
+    headers = {"Host": HOST, **(fields or {}), **{name.replace("_", "-"): value for name, value in headers.items()}}
     if session:
         headers["Cookie"] = f"JSESSIONID=0000abc:{session}"
     used = connection or connect()
