@@ -71,10 +71,7 @@ int setIn(apr_table_t *table, const char *name, const char *value) {
 char *getHeaderValue(EnvHttpContext *env, char *name) { return text(apr_table_get(env->r->headers_in, name)); }
 char **getHeaderValues(EnvHttpContext *env, char *name) { return valuesOf(env->r->pool, env->r->headers_in, name); }
 
-int setHeaderValue(EnvHttpContext *env, char *name, char *value) {
-    if (value && strcmp(name, "$ZVFO") == 0) env->affinityBroken = true;
-    return setIn(env->r->headers_in, name, value);
-}
+int setHeaderValue(EnvHttpContext *env, char *name, char *value) { return setIn(env->r->headers_in, name, value); }
 
 // The value of a cookie in a "Cookie" header: "a=1; b=2".
 char *findCookie(apr_pool_t *pool, const char *header, const char *name) {

@@ -130,14 +130,6 @@ bool keptConnectionEnded(const EnvHttpContext *env, int status) {
            !timedOut(env->r, status) && !env->r->connection->aborted && repeatable(env->r);
 }
 
-// The library avoids a server that cannot be connected to, but keeps sending a session to one that fails otherwise. This request's session
-// is hidden from it, so that it chooses among the servers that have not failed; other requests of the server are not concerned.
-void leaveServer(EnvHttpContext *env, TavHttpContextState state) {
-    if (state == CONNECT_FAILURE) return;
-    if (!tavHttpContextGetPerformedLoadBalancing(env->ctx)) env->affinityBroken = true;
-    env->sessionHidden = true;
-}
-
 // What a failed try left in the request.
 void forgetFailure(EnvHttpContext *env) {
     request_rec *r = env->r;
@@ -212,7 +204,9 @@ bool failed(EnvHttpContext *env, int status, int timeoutRetries) {
         return false;
     }
     const TavHttpContextState state = failureState(env, status);
-    leaveServer(env, state);
+    // The library avoids a server that cannot be connected to, but keeps sending a session to one that fails otherwise. This request's
+    // session is hidden from it, so that it chooses among the servers that have not failed; other requests of the server are not concerned.
+    if (state != CONNECT_FAILURE) env->sessionHidden = true;
     env->report(state == CONNECT_FAILURE && !isNewFailure(env->endpoint, env->began) ? REQUEST_SEND_ERROR : state);
     env->phase = Phase::Idle;
     env->endpoint = nullptr;

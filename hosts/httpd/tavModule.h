@@ -92,7 +92,6 @@ struct EnvHttpContext {
     bool withUser = false; // decided after authentication
     int tries = 0;         // endpoints tried
     modtav::Phase phase = modtav::Phase::Idle;
-    bool affinityBroken = false;           // its session went to another server
     bool sessionHidden = false;            // the library is not shown the session any more
     TavTargetEndpoint *endpoint = nullptr; // that is being tried
     apr_time_t began = 0;                  // when the endpoint was chosen

@@ -129,7 +129,6 @@ const char *affinityOf(const EnvHttpContext *env) {
     if (env->tries == 0) return nullptr;
     if (const char *reason = tavHttpContextGetAffinityBreakReason(env->ctx))
         return apr_pstrcat(env->r->pool, "broken:", asWord(env->r->pool, reason), nullptr);
-    if (env->affinityBroken) return "broken:server_failed";
     return tavHttpContextGetPerformedLoadBalancing(env->ctx) ? "new" : "kept";
 }
 
