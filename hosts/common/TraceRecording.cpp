@@ -1,0 +1,28 @@
+#include "TraceRecording.h"
+
+#include <new>
+
+#include "TraceText.h"
+
+namespace tavhost {
+
+namespace {
+
+thread_local TraceLines *recording = nullptr;
+
+} // namespace
+
+TraceRecording::TraceRecording(TraceLines &lines) { recording = &lines; }
+TraceRecording::~TraceRecording() { recording = nullptr; }
+
+bool recordTrace(const TrContext *ctx, va_list args) {
+    if (!recording) return false;
+    const char *level = trContextGetLevel(ctx);
+    try {
+        recording->push_back({level ? level : "", traceText(ctx, args).text});
+    } catch (const std::bad_alloc &) { // the hook must not throw
+    }
+    return true;
+}
+
+} // namespace tavhost
