@@ -17,19 +17,6 @@ EnvHttpContext *requestOf(request_rec *r) { return static_cast<EnvHttpContext *>
 
 namespace {
 
-// Back ends that know headers as variables take "_" for "$": what a client sends under such a name is not the library's.
-void dropForgedHeaders(request_rec *r) {
-    const apr_array_header_t *headers = apr_table_elts(r->headers_in);
-    const auto *entries = reinterpret_cast<const apr_table_entry_t *>(headers->elts);
-    apr_array_header_t *forged = nullptr;
-    for (int i = 0; i < headers->nelts; i++) {
-        if (!entries[i].key || strncasecmp(entries[i].key, "_ZV", 3) != 0) continue;
-        if (!forged) forged = apr_array_make(r->pool, 2, sizeof(char *));
-        *static_cast<const char **>(apr_array_push(forged)) = entries[i].key;
-    }
-    for (int i = 0; forged && i < forged->nelts; i++) apr_table_unset(r->headers_in, reinterpret_cast<const char **>(forged->elts)[i]);
-}
-
 apr_status_t endRequest(void *data) {
     auto *env = static_cast<EnvHttpContext *>(data);
     tavHttpContextRelease(env->ctx);
@@ -51,6 +38,19 @@ bool mayBeOurs(const request_rec *r) {
 }
 
 } // namespace
+
+// Back ends that know headers as variables take "_" for "$": what a client sends under such a name is not the library's.
+void dropForgedHeaders(request_rec *r) {
+    const apr_array_header_t *headers = apr_table_elts(r->headers_in);
+    const auto *entries = reinterpret_cast<const apr_table_entry_t *>(headers->elts);
+    apr_array_header_t *forged = nullptr;
+    for (int i = 0; i < headers->nelts; i++) {
+        if (!entries[i].key || strncasecmp(entries[i].key, "_ZV", 3) != 0) continue;
+        if (!forged) forged = apr_array_make(r->pool, 2, sizeof(char *));
+        *static_cast<const char **>(apr_array_push(forged)) = entries[i].key;
+    }
+    for (int i = 0; forged && i < forged->nelts; i++) apr_table_unset(r->headers_in, reinterpret_cast<const char **>(forged->elts)[i]);
+}
 
 int translateName(request_rec *r) {
     if (!mayBeOurs(r)) return DECLINED;
