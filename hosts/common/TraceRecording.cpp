@@ -1,6 +1,7 @@
 #include "TraceRecording.h"
 
 #include <new>
+#include <utility>
 
 #include "TraceText.h"
 
@@ -12,8 +13,8 @@ thread_local TraceLines *recording = nullptr;
 
 } // namespace
 
-TraceRecording::TraceRecording(TraceLines &lines) { recording = &lines; }
-TraceRecording::~TraceRecording() { recording = nullptr; }
+TraceRecording::TraceRecording(TraceLines &lines) : outer_(std::exchange(recording, &lines)) {}
+TraceRecording::~TraceRecording() { recording = outer_; }
 
 bool recordTrace(const TrContext *ctx, va_list args) {
     if (!recording) return false;

@@ -19,13 +19,17 @@ struct TraceLine {
 };
 using TraceLines = std::vector<TraceLine>;
 
-// While it lives, what the library traces on this thread is appended to `lines` by recordTrace(). Not nested.
+// While it lives, what the library traces on this thread is appended to `lines` by recordTrace(). In the life of another one it takes its
+// place.
 class TraceRecording {
 public:
     explicit TraceRecording(TraceLines &lines);
     ~TraceRecording();
     TraceRecording(const TraceRecording &) = delete;
     TraceRecording &operator=(const TraceRecording &) = delete;
+
+private:
+    TraceLines *outer_;
 };
 
 // For the print hook. FALSE: nothing is recorded on this thread, and `args` are untouched. A message for which there is no memory is lost.

@@ -4,6 +4,7 @@
 // the limits of the server hold, and the library sees it through the same callbacks as any other. It is only tried: nothing is
 // forwarded, nothing counted, and what the library traces of it goes into the answer instead of the log. What other modules would do with
 // it, access control and rewriting included, is not asked.
+#include <ap_listen.h>
 #include <arpa/inet.h>
 
 #include <algorithm>
@@ -114,14 +115,22 @@ std::string targetOf(const server_rec *server, const tavhost::RequestMembers &me
 
 const char *poolText(apr_pool_t *pool, const tavhost::Text &text) { return text ? apr_pstrdup(pool, text->c_str()) : nullptr; }
 
-// The connection that it would come on: like the one that the question came on, but for its local end.
+bool listensAt(int port) {
+    for (const ap_listen_rec *listener = ap_listeners; listener; listener = listener->next) {
+        if (listener->bind_addr && listener->bind_addr->port == port) return true;
+    }
+    return false;
+}
+
+// The connection that it would come on: like the one that the question came on, but for its local end. A port at which the server does not
+// listen is another one's on the way to it.
 conn_rec *makeConnection(apr_pool_t *pool, const conn_rec *asked, const tavhost::RequestMembers &members) {
     auto *c = static_cast<conn_rec *>(apr_pmemdup(pool, asked, sizeof(conn_rec)));
     c->pool = pool;
     c->master = nullptr;
     c->conn_config = ap_create_conn_config(pool);
     c->local_addr = static_cast<apr_sockaddr_t *>(apr_pmemdup(pool, asked->local_addr, sizeof(apr_sockaddr_t)));
-    if (members.listeningPort > 0) c->local_addr->port = static_cast<apr_port_t>(members.listeningPort);
+    if (listensAt(members.listeningPort)) c->local_addr->port = static_cast<apr_port_t>(members.listeningPort);
     if (members.localAddress) c->local_ip = apr_pstrdup(pool, members.localAddress->c_str());
     ap_update_vhost_given_ip(c);
     return c;
@@ -222,14 +231,21 @@ struct ContextReleaser {
     void operator()(TavHttpContext *ctx) const noexcept { tavHttpContextRelease(ctx); }
 };
 
-JsonPtr decide(EnvHttpContext &env) {
+// Only the decision is told of: what comes before and after it is of contexts and snapshots, and in no log either.
+JsonPtr decide(EnvHttpContext &env, tavhost::TraceLines &lines) {
+    tavhost::TraceLines others;
+    const tavhost::TraceRecording beside(others);
     const std::unique_ptr<TavHttpContext, ContextReleaser> context(
         tavHttpContextObtainTrial(instance(), &env, tavhost::EXPLAIN_TRACE_SPEC));
     env.ctx = context.get();
     if (!env.ctx) throw Refusal{HTTP_SERVICE_UNAVAILABLE, "the library does not route"};
     env.report(REQUEST_ARRIVED);
-    tavhost::Decided decided{env.ctx, tavHttpContextShouldHandle(env.ctx)};
-    if (tavHttpContextGetAction(env.ctx) == PERMIT) decided.endpoint = tavHttpContextGetTargetEndpoint(env.ctx);
+    tavhost::Decided decided{env.ctx};
+    {
+        const tavhost::TraceRecording recording(lines);
+        decided.handled = tavHttpContextShouldHandle(env.ctx);
+        if (tavHttpContextGetAction(env.ctx) == PERMIT) decided.endpoint = tavHttpContextGetTargetEndpoint(env.ctx);
+    }
     decided.affinityBroken = env.affinityBroken;
     JsonPtr json(tavhost::decisionJson(nullptr, decided, json_incref(env.told->headersSet)));
     json_t *mapping = tavHttpContextMappingToJSON(env.ctx);
@@ -258,11 +274,7 @@ JsonPtr explain(apr_pool_t *pool, const request_rec *asked) {
     env.told = &told;
     const bool enabled = instance() && serverConfig(env.r->server)->enabled == 1;
     tavhost::TraceLines lines;
-    JsonPtr json;
-    {
-        const tavhost::TraceRecording recording(lines);
-        json = enabled ? decide(env) : JsonPtr(tavhost::decisionJson(nullptr, {nullptr}, json_object()));
-    }
+    JsonPtr json = enabled ? decide(env, lines) : JsonPtr(tavhost::decisionJson(nullptr, {nullptr}, json_object()));
     json_object_set_new(json.get(), "enabled", json_boolean(enabled));
     json_object_set_new(json.get(), "virtualServer", tavhost::textJson(env.r->server->server_hostname));
     json_object_set_new(json.get(), "trace", traceJson(lines));

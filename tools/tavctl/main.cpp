@@ -1,7 +1,7 @@
 // tavctl: what the library does, from the command line.
 //
-// The library runs with a host of this program's own (ScenarioHost) and documents from files (Engine); only `watch` and `controller` use a
-// network.
+// The library runs with a host of this program's own (ScenarioHost) and documents from files (Engine); only `explain`, `watch` and
+// `controller` use a network.
 #include <tav/tav.h>
 
 #include "Commands.h"
@@ -50,6 +50,7 @@ int main(int argc, char **argv) {
     app.get_formatter()->column_width(34);
     tavctl::Run run;
     tavctl::addRouteCommand(app, run);
+    tavctl::addExplainCommand(app, run);
     tavctl::addCheckCommand(app, run);
     tavctl::addTestCommand(app, run);
     tavctl::addRuleCommand(app, run);
