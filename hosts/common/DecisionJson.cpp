@@ -53,4 +53,16 @@ json_t *decisionJson(const char *id, const Decided &decided, json_t *headers) {
     return json;
 }
 
+void addReasons(json_t *object, TavHttpContext *ctx) {
+    json_t *rule = json_null();
+    if (const char *expression = tavHttpContextGetRuleExpression(ctx)) {
+        rule = json_object();
+        json_object_set_new(rule, "order", json_integer(tavHttpContextGetRuleOrder(ctx)));
+        json_object_set_new(rule, "expression", textJson(expression));
+    }
+    json_object_set_new(object, "rule", rule);
+    json_object_set_new(object, "affinityBreakReason", textJson(tavHttpContextGetAffinityBreakReason(ctx)));
+    json_object_set_new(object, "version", json_integer(tavHttpContextGetConfigVersion(ctx)));
+}
+
 } // namespace tavhost

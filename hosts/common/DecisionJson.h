@@ -18,6 +18,10 @@ struct Decided {
 // `id` may be null. Takes `headers`: what the library set in the request, null for what it removed. Returns new.
 json_t *decisionJson(const char *id, const Decided &decided, json_t *headers);
 
+// Adds "rule" {"order", "expression"} (null: none matched), "affinityBreakReason" (null: no session was broken) and "version", that of the
+// configuration that decided.
+void addReasons(json_t *object, TavHttpContext *ctx);
+
 // The header that the library sets in a request whose session went to another server.
 inline constexpr const char *AFFINITY_BROKEN_HEADER = "$ZVFO";
 

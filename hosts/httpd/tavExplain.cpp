@@ -248,6 +248,7 @@ JsonPtr decide(EnvHttpContext &env, tavhost::TraceLines &lines) {
     }
     decided.affinityBroken = env.affinityBroken;
     JsonPtr json(tavhost::decisionJson(nullptr, decided, json_incref(env.told->headersSet)));
+    tavhost::addReasons(json.get(), env.ctx);
     json_t *mapping = tavHttpContextMappingToJSON(env.ctx);
     json_object_set_new(json.get(), "mapping", mapping ? mapping : json_null());
     return json;

@@ -32,6 +32,7 @@ struct _TavHttpContext {
     Boolean performedLoadBalancing = FALSE;
     Boolean trial = FALSE;
     int brokenAffinity = 0;
+    std::string breakReason;
 };
 
 // An instance and one snapshot of it. Nothing may stay allocated after it.

@@ -43,6 +43,10 @@ Json RoutedRequest::toJson(const std::string &id) const {
     return Json(tavhost::decisionJson(id.c_str(), {context_.get(), handled_, endpoint_, broken}, request_->headersSet.toJson()));
 }
 
-Decision RoutedRequest::decision(const std::string &id) const { return {toJson(id), mappingOf(context_.get()), trace_}; }
+Decision RoutedRequest::decision(const std::string &id) const {
+    Json reasons(json_object());
+    tavhost::addReasons(reasons.get(), context_.get());
+    return {toJson(id), std::move(reasons), mappingOf(context_.get()), trace_};
+}
 
 } // namespace tavctl

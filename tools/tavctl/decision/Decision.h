@@ -16,7 +16,8 @@ namespace tavctl {
 
 // What is printed of a request, whether it was decided here or in a server.
 struct Decision {
-    Json json; // the decision object (docs/scenario-format.md)
+    Json json;    // the decision object (docs/scenario-format.md)
+    Json reasons; // what addReasons() told
     MappingView mapping;
     TraceLines trace;
 };

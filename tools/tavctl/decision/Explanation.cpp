@@ -9,9 +9,11 @@ namespace tavctl {
 namespace {
 
 // The place of the matched rule in the list; the list's size when none matched.
-size_t matchedIndex(const std::vector<RuleView> &rules, const TraceStory &story) {
-    for (size_t i = 0; story.rule && i < rules.size(); i++) {
-        if (rules[i].order == story.rule->order && rules[i].expression == story.rule->expression) return i;
+size_t matchedIndex(const std::vector<RuleView> &rules, const json_t *rule) {
+    const json_int_t order = json_integer_value(json_object_get(rule, "order"));
+    const std::string expression = memberText(rule, "expression");
+    for (size_t i = 0; json_is_object(rule) && i < rules.size(); i++) {
+        if (rules[i].order == order && rules[i].expression == expression) return i;
     }
     return rules.size();
 }
@@ -30,10 +32,10 @@ void addSteps(Explanation &result) {
     }
 }
 
-void addAffinity(Explanation &result, const json_t *decision) {
-    if (json_is_true(json_object_get(decision, "affinityBroken"))) {
+void addAffinity(Explanation &result, const json_t *reasons) {
+    if (const std::string reason = memberText(reasons, "affinityBreakReason"); !reason.empty()) {
         result.affinity = Affinity::Broken;
-        result.affinityText = result.story.affinityBroken.value_or("no reason given");
+        result.affinityText = reason;
     } else if (result.story.affinityKept) {
         result.affinity = Affinity::Kept;
         result.affinityText = *result.story.affinityKept;
@@ -81,13 +83,13 @@ Explanation explain(const Decision &decision, const RuleNames &names) {
     Explanation result;
     result.mapping = decision.mapping;
     result.story = traceStory(decision.trace);
-    const size_t matched = matchedIndex(result.mapping.rules, result.story);
+    const size_t matched = matchedIndex(result.mapping.rules, json_object_get(decision.reasons.get(), "rule"));
     for (size_t i = 0; i < result.mapping.rules.size() && i <= matched; i++) {
         const RuleView &rule = result.mapping.rules[i];
         result.tried.push_back({rule, names.find(result.mapping.workClass, rule.order, rule.expression), i == matched, {}});
     }
     addSteps(result);
-    addAffinity(result, decision.json.get());
+    addAffinity(result, decision.reasons.get());
     nameServers(result);
     return result;
 }

@@ -19,11 +19,6 @@ using tavhost::TraceRecording;
 // The hook for EnvCallBacks.trace.printf.
 int traceHook(const TrContext *ctx, va_list args);
 
-struct MatchedRule {
-    int order;
-    std::string expression;
-};
-
 struct PassedOver {
     std::string address; // under which the library told of the server application
     std::string name;    // of the server application
@@ -37,10 +32,8 @@ struct Compared {
 
 // Read from the library's own texts.
 struct TraceStory {
-    std::optional<MatchedRule> rule;
     std::vector<std::string> ruleSteps; // what each operator found, addresses taken out
     std::optional<std::string> affinityKept;
-    std::optional<std::string> affinityBroken; // why
     std::vector<std::string> affinitySteps;
     std::optional<std::string> rollout; // what a request that is not only tried would do
     std::vector<PassedOver> passedOver;
