@@ -7,7 +7,7 @@ tavctl=$build/tools/tavctl/tavctl
 status=http://127.0.0.1:$front/tav-status
 
 # One child, so that one load balancing decides; every message of the library would be logged.
-httpd_config event "StartServers 1" "ServerLimit 1" "MaxSpareThreads 75" "ThreadsPerChild 25" "LogLevel tav:trace3" \
+httpd_config event "StartServers 1" "ServerLimit 1" "MaxSpareThreads 75" "ThreadsPerChild 25" "MaxRequestWorkers 25" "LogLevel tav:trace3" \
     "LoadModule authz_host_module $modules/mod_authz_host.so" "AllowEncodedSlashes Off" \
     "<Location /tav-status>" "SetHandler tav-status" "Require local" "</Location>" \
     "<Location /closed>" "SetHandler tav-status" "Require all denied" "</Location>" \
@@ -66,6 +66,17 @@ grep -q '0000abc' "$work/error.log" || fail "the error log tells of no request"
 [[ $(explain http://plain.example/shop/cart) == *"not enabled for the server plain.example"* &&
     $(explain -H 'Host: plain.example' "http://shop.example:$front/shop/cart") == *"not enabled for the server plain.example"* ]] || fail "a server without the library asks it"
 
+# Odd paths are cleaned, or refused, as the server does it.
+for path in /a/../shop//%63art /%73hop/./cart /shop/%2e%2e/nowhere '/shop/cart;x=1' /shop%3b /../shop/cart /shop/%2fcart /shop/%zz; do
+    expect " ([0-9]+) " --path-as-is "http://127.0.0.1:$front$path"
+    case ${BASH_REMATCH[1]} in
+    200) wanted='handled *yes' ;;
+    404) wanted='no mapping found|answers this path with 404' ;;
+    *) wanted="answers this path with ${BASH_REMATCH[1]}" ;;
+    esac
+    [[ $(explain "http://shop.example$path" 2>&1) =~ $wanted ]] || fail "$path is explained otherwise than $answer"
+done
+
 # A server in maintenance.
 sed '/server\/web1",/,/maintenancemode/s/"false"/"break"/' "$work/cell/shop.json" >"$work/new.json"
 mv "$work/new.json" "$work/cell/shop.json"
@@ -123,7 +134,7 @@ cases = [
     (400, dict(body=good, length=len(good) + 10)), (400, dict(body=good, query="explain=1")), (400, dict(body=good, query="")),
     (413, dict(body=good + b" " * 70000)), (413, dict(body=good + b" " * 70000, chunked=True)), (415, dict(body=good, kind="text/plain")),
     (415, dict(body=good, kind="application/jsonp")), (200, dict(body=good + b" " * 60000)), (200, dict(body=good, chunked=True)),
-    (200, dict(body=of(path="/a/../../shop//%63art", host="SHOP.example.", clientIp="::1", method="PROPFIND", port=-1, protocol=None))),
+    (200, dict(body=of(path="/a/../shop//%63art", host="SHOP.example.", clientIp="::1", method="PROPFIND", port=-1, protocol=None))),
     (200, dict(body=of(path="/shop/\u00e4", host=None, userName="u", authType="Basic", localAddress="x", sslSessionId="s"))),
 ]
 for expected, case in cases:
