@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+#include "DecisionJson.h"
+#include "RequestMembers.h"
 #include "tavModule.h"
 
 namespace modtav {
@@ -22,7 +24,7 @@ int getListeningPort(EnvHttpContext *env) { return env->r->connection->local_add
 char *getVirtualHost(EnvHttpContext *env) { return text(env->r->hostname ? env->r->hostname : ap_get_server_name(env->r)); }
 char *getLocalAddress(EnvHttpContext *env) { return env->r->connection->local_ip; }
 int getVirtualPort(EnvHttpContext *env) { return ap_get_server_port(env->r); }
-char *getProtocol(EnvHttpContext *env) { return text(ap_http_scheme(env->r)); }
+char *getProtocol(EnvHttpContext *env) { return text(env->told ? env->told->scheme : ap_http_scheme(env->r)); }
 char *getMethod(EnvHttpContext *env) { return text(env->r->method); }
 char *getQueryString(EnvHttpContext *env) { return env->r->args; }
 
@@ -42,9 +44,11 @@ char *tlsVariable(EnvHttpContext *env, const char *name) {
     return value && *value ? value : nullptr;
 }
 
-char *getClientCertificate(EnvHttpContext *env) { return tlsVariable(env, "SSL_CLIENT_CERT"); }
-char *getSSLCipherSuite(EnvHttpContext *env) { return tlsVariable(env, "SSL_CIPHER"); }
-char *getSSLSessionId(EnvHttpContext *env) { return tlsVariable(env, "SSL_SESSION_ID"); }
+char *getClientCertificate(EnvHttpContext *env) {
+    return env->told ? text(env->told->clientCertificate) : tlsVariable(env, "SSL_CLIENT_CERT");
+}
+char *getSSLCipherSuite(EnvHttpContext *env) { return env->told ? text(env->told->sslCipherSuite) : tlsVariable(env, "SSL_CIPHER"); }
+char *getSSLSessionId(EnvHttpContext *env) { return env->told ? text(env->told->sslSessionId) : tlsVariable(env, "SSL_SESSION_ID"); }
 
 // All values of a header, with a null at the end; null when there is none.
 char **valuesOf(apr_pool_t *pool, const apr_table_t *table, const char *name) {
@@ -71,7 +75,10 @@ int setIn(apr_table_t *table, const char *name, const char *value) {
 char *getHeaderValue(EnvHttpContext *env, char *name) { return text(apr_table_get(env->r->headers_in, name)); }
 char **getHeaderValues(EnvHttpContext *env, char *name) { return valuesOf(env->r->pool, env->r->headers_in, name); }
 
-int setHeaderValue(EnvHttpContext *env, char *name, char *value) { return setIn(env->r->headers_in, name, value); }
+int setHeaderValue(EnvHttpContext *env, char *name, char *value) {
+    if (env->told) json_object_set_new(env->told->headersSet, name, tavhost::textJson(value));
+    return setIn(env->r->headers_in, name, value);
+}
 
 // The value of a cookie in a "Cookie" header: "a=1; b=2".
 char *findCookie(apr_pool_t *pool, const char *header, const char *name) {
@@ -87,13 +94,7 @@ char *findCookie(apr_pool_t *pool, const char *header, const char *name) {
     return nullptr;
 }
 
-char *getCookieValue(EnvHttpContext *env, char *name) {
-    char **headers = env->sessionHidden ? nullptr : valuesOf(env->r->pool, env->r->headers_in, "Cookie");
-    for (; headers && *headers; ++headers) {
-        if (char *value = findCookie(env->r->pool, *headers, name)) return value;
-    }
-    return nullptr;
-}
+char *getCookieValue(EnvHttpContext *env, char *name) { return env->sessionHidden ? nullptr : cookieOf(env->r, name); }
 
 // ---- the back end's response ----
 
@@ -117,6 +118,14 @@ int setResponseCookie(EnvHttpContext *env, char *name, char *value) {
 }
 
 } // namespace
+
+char *cookieOf(request_rec *r, const char *name) {
+    char **headers = valuesOf(r->pool, r->headers_in, "Cookie");
+    for (; headers && *headers; ++headers) {
+        if (char *value = findCookie(r->pool, *headers, name)) return value;
+    }
+    return nullptr;
+}
 
 void setRequestCallBacks(EnvCallBacks &env) {
     env.http.request = {getClientIpAddr,

@@ -7,6 +7,7 @@
 //   tavCallBacks.cpp     the request as the library sees it
 //   tavForward.cpp       a decided request on its way to its endpoint
 //   tavBackend.cpp       the proxy worker of an endpoint
+//   tavExplain.cpp       what the library would decide for a request that somebody asks about
 //   tavLog.cpp           the library's messages in the error log
 #ifndef TAV_HOSTS_HTTPD_TAVMODULE_H
 #define TAV_HOSTS_HTTPD_TAVMODULE_H
@@ -21,6 +22,8 @@
 #include <http_log.h>
 #include <http_protocol.h>
 #include <http_request.h>
+#include <http_vhost.h>
+#include <jansson.h>
 #include <tav/tav.h>
 #include <util_filter.h>
 
@@ -83,6 +86,12 @@ const char *traceSpecOf(const server_rec *server);
 // How far the request is with the endpoint that is being tried.
 enum class Phase { Idle, Connecting, Sending, Waiting, Answered };
 
+// Of a request that somebody asks about: what the connection tells of others.
+struct ToldRequest {
+    const char *scheme, *clientCertificate, *sslCipherSuite, *sslSessionId; // null: none
+    json_t *headersSet;                                                     // by the library; null for what it removed
+};
+
 } // namespace modtav
 
 // The library's handle of a request.
@@ -100,6 +109,7 @@ struct EnvHttpContext {
     bool upgraded = false;                 // the answer was a switch of protocols
     int keepalives = 0;                    // requests on the client's connection before this one
     apr_table_t *headersOut = nullptr;     // before the endpoint was tried
+    const modtav::ToldRequest *told = nullptr;
 
     void report(TavHttpContextState state, const char *msg = nullptr);
 };
@@ -112,6 +122,12 @@ int mapToStorage(request_rec *r);
 int fixups(request_rec *r);
 int logTransaction(request_rec *r);
 void setRequestCallBacks(EnvCallBacks &env);
+void dropForgedHeaders(request_rec *r);           // that a back end could mistake for the library's
+char *cookieOf(request_rec *r, const char *name); // null: the request has none of that name
+
+// Answers a POST of a request (docs/scenario-format.md) to "?explain" with what the library would decide for it and why, as JSON. OK, or
+// DECLINED for any other method. The caller has seen to the access.
+int explainRequest(request_rec *r);
 
 // ---- forwarding ----
 

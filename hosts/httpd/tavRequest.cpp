@@ -44,19 +44,6 @@ void keepPrivateHeaders(request_rec *r) {
         apr_table_unset(r->headers_in, "Connection");
 }
 
-void dropForgedHeaders(request_rec *r) {
-    const apr_array_header_t *headers = apr_table_elts(r->headers_in);
-    const auto *entries = reinterpret_cast<const apr_table_entry_t *>(headers->elts);
-    apr_array_header_t *forged = nullptr;
-    for (int i = 0; i < headers->nelts; i++) {
-        if (!isForged(r, entries[i].key)) continue;
-        if (!forged) forged = apr_array_make(r->pool, 2, sizeof(char *));
-        *static_cast<const char **>(apr_array_push(forged)) = entries[i].key;
-    }
-    for (int i = 0; forged && i < forged->nelts; i++) apr_table_unset(r->headers_in, reinterpret_cast<const char **>(forged->elts)[i]);
-    keepPrivateHeaders(r);
-}
-
 apr_status_t endRequest(void *data) {
     auto *env = static_cast<EnvHttpContext *>(data);
     tavHttpContextRelease(env->ctx);
@@ -78,6 +65,19 @@ bool mayBeOurs(const request_rec *r) {
 }
 
 } // namespace
+
+void dropForgedHeaders(request_rec *r) {
+    const apr_array_header_t *headers = apr_table_elts(r->headers_in);
+    const auto *entries = reinterpret_cast<const apr_table_entry_t *>(headers->elts);
+    apr_array_header_t *forged = nullptr;
+    for (int i = 0; i < headers->nelts; i++) {
+        if (!isForged(r, entries[i].key)) continue;
+        if (!forged) forged = apr_array_make(r->pool, 2, sizeof(char *));
+        *static_cast<const char **>(apr_array_push(forged)) = entries[i].key;
+    }
+    for (int i = 0; forged && i < forged->nelts; i++) apr_table_unset(r->headers_in, reinterpret_cast<const char **>(forged->elts)[i]);
+    keepPrivateHeaders(r);
+}
 
 int translateName(request_rec *r) {
     if (!mayBeOurs(r)) return DECLINED;

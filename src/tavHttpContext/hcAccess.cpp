@@ -122,7 +122,7 @@ void tavHttpContextSetMyTargetInfo(TavHttpContext *ctx, TavTargetEndpoint *endpo
     if (!ctx) return;
     ctx->targetEndpoint = endpoint;
     ctx->targetServerApplication = sapp;
-    ctx->outstandingRequestCountIsIncremented = TRUE;
+    ctx->outstandingRequestCountIsIncremented = !ctx->trial;
     tavHttpContextAddPrivateHeaders(ctx);
 }
 
@@ -138,6 +138,8 @@ TavTargetEndpoint *tavHttpContextGetMyTargetEndPoint(TavHttpContext *ctx) noexce
 TargetServerApplication *tavHttpContextGetMyTargetServerApplication(TavHttpContext *ctx) noexcept {
     return ctx ? ctx->targetServerApplication : nullptr;
 }
+
+Boolean tavHttpContextIsTrial(TavHttpContext *ctx) noexcept { return ctx ? ctx->trial : FALSE; }
 
 TsTargetInfo *tavHttpContextGetTargetInfo(TavHttpContext *ctx) noexcept { return ctx ? &ctx->targetInfo : nullptr; }
 

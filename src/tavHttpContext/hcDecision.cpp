@@ -111,6 +111,11 @@ TavTargetEndpoint *tavHttpContextWaitForRollout(TavHttpContext *ctx) noexcept {
         return nullptr;
     }
     if (ctx->waitedForRollout) return nullptr;
+    if (ctx->trial) {
+        TR_TRACE(ctx->trContext, ctx->rolloutRec, ROLLOUT_TRACE_LEVEL, "would wait for rollout of application '%s' for max of %d seconds\n",
+                 tavOrNull(ctx->applicationName), maxSeconds);
+        return nullptr;
+    }
     ctx->waitedForRollout = TRUE;
     TR_TRACE(ctx->trContext, ctx->rolloutRec, ROLLOUT_TRACE_LEVEL, "wait for rollout of application '%s' for max of %d seconds\n",
              tavOrNull(ctx->applicationName), maxSeconds);

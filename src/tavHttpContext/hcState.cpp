@@ -101,7 +101,7 @@ void tavHttpContextSetState(TavHttpContext *ctx, TavHttpContextState state, int 
     if (!ctx) return;
     TR_DEBUG(ctx->trContext, ctx->debugStateChange, "tavHttpContextSetState: ctx=%p, state=%s, subState=%d, msg='%s'\n",
              static_cast<void *>(ctx), tavHttpContextStateToString(state), subState, msg ? msg : "");
-    if (ctx->targetEndpoint) accountProgress(ctx, state, msg);
+    if (ctx->targetEndpoint && !ctx->trial) accountProgress(ctx, state, msg);
     ctx->state.store(state, std::memory_order_release);
     ctx->subState = subState;
     ctx->stateMsg = msg;

@@ -82,7 +82,7 @@ static void initialise(TavHttpContext *ctx, EnvHttpContext *envHttpContext) noex
     ctx->configVersion = -1;
     ctx->affinityBreakReason[0] = '\0';
     ctx->startTime = tavGetTickedTime();
-    hcInitRequestTraceSpec(ctx);
+    ctx->trial = FALSE;
 }
 
 // Gives back what the request used. The texts are gone afterwards; the record is as good as new once it is initialised.
@@ -122,14 +122,35 @@ static TavHttpContext *pooledOrNewContext(Tav *tav) noexcept {
 
 // ---- life ----
 
-TavHttpContext *tavHttpContextObtain(Tav *tav, EnvHttpContext *envHttpContext) noexcept {
+static TavHttpContext *obtainUntraced(Tav *tav, EnvHttpContext *envHttpContext) noexcept {
     if (!tav || !tavCanRoute(tav)) return nullptr;
     TavHttpContext *ctx = tavTakeIdleContext(tav);
     if (!ctx) ctx = pooledOrNewContext(tav);
+    if (ctx) initialise(ctx, envHttpContext);
+    return ctx;
+}
+
+TavHttpContext *tavHttpContextObtain(Tav *tav, EnvHttpContext *envHttpContext) noexcept {
+    TavHttpContext *ctx = obtainUntraced(tav, envHttpContext);
     if (!ctx) return nullptr;
-    initialise(ctx, envHttpContext);
+    hcInitRequestTraceSpec(ctx);
     tavMaxRequestsPerDaemon(tav); // only counts: the daemon ends by itself once the limit is passed
     TR_DEBUG(ctx->trContext, ctx->requestProcess, "tavHttpContextObtain: exit - ctx=%p\n", static_cast<void *>(ctx));
+    return ctx;
+}
+
+TavHttpContext *tavHttpContextObtainTrial(Tav *tav, EnvHttpContext *envHttpContext, const char *traceSpec) noexcept {
+    TrSpec *spec = tav && traceSpec ? trSpecCreate(getTavTrMgr(tav), traceSpec) : nullptr;
+    TavHttpContext *ctx = traceSpec && !spec ? nullptr : obtainUntraced(tav, envHttpContext);
+    if (!ctx) {
+        trSpecRefRelease(spec);
+        return nullptr;
+    }
+    ctx->trial = TRUE;
+    if (spec)
+        trContextSetSpec(ctx->trContext, spec);
+    else
+        hcInitRequestTraceSpec(ctx);
     return ctx;
 }
 

@@ -31,7 +31,9 @@ typedef struct _TsTargetInfo {
 
 TsTargetInfo *tavHttpContextGetTargetInfo(TavHttpContext *ctx) noexcept; // the context's private storage; borrowed
 
-// Stores both and marks the request as outstanding. Not under the selector lock.
+// Is the request only tried? Then the selection counts nothing and moves no turn.
+Boolean tavHttpContextIsTrial(TavHttpContext *ctx) noexcept;
+// Stores both and, unless it is a trial, marks the request as outstanding. Not under the selector lock.
 void tavHttpContextSetMyTargetInfo(TavHttpContext *ctx, TavTargetEndpoint *endpoint, TargetServerApplication *sapp) noexcept;
 void tavHttpContextResetMyTargetInfo(TavHttpContext *ctx) noexcept;
 TavTargetEndpoint *tavHttpContextGetMyTargetEndPoint(TavHttpContext *ctx) noexcept;                // borrowed

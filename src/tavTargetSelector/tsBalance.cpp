@@ -109,8 +109,12 @@ TargetServerApplication *wlorLoadBalance(const TsRequest &req, VirtualCluster *v
     }
     const bool log = trContextLogEnabled(req.trCtx, req.ts->balanceRec);
     if (log) trContextDebug(req.trCtx, req.ts->balanceRec, "wlor: start at index %d\n", vc->loadBalanceIndex);
+    const int turn = vc->loadBalanceIndex;
     TargetServerApplication *sapp = walk(req, vc, count, log);
-    rememberNext(req, vc, count);
+    if (req.counted)
+        rememberNext(req, vc, count);
+    else
+        vc->loadBalanceIndex = turn;
     if (!sapp) return nullptr;
     tavHttpContextSetPerformedLoadBalancing(req.ctx, TRUE);
     if (log) trContextDebug(req.trCtx, req.ts->balanceRec, "wlor: finished - %s, %s\n", sapp->name, sapp->server->name);

@@ -149,6 +149,7 @@ struct TsRequest {
     const char *appName;
     TsModuleHint *hint; // may be null
     int protoIndex;     // of the request, then of the endpoint
+    int counted;        // as how many requests: 1, of a trial 0
     bool byVHost;       // endpoints are chosen by the request's virtual-host group
     TsCookieAhead ahead;
 

@@ -74,6 +74,7 @@ static bool readRequest(TsRequest &req) noexcept {
     if (req.protoIndex < 0) return reject(req, 500, "negative protocol index"), false;
     req.appName = tavHttpContextGetApplicationName(req.ctx);
     req.hint = tavHttpContextGetModuleHint(req.ctx);
+    req.counted = tavHttpContextIsTrial(req.ctx) ? 0 : 1;
     req.byVHost = tavSelectsEndpointByVHost(req.ts->tav);
     readCookieAhead(req);
     return true;
@@ -156,8 +157,8 @@ static TsChoice choose(TsRequest &req) noexcept {
     TargetServerApplication *sapp = chooseServerApplication(req, vc, policy);
     TavTargetEndpoint *endpoint = sapp ? selectEndpointFromServer(req, sapp->server) : nullptr;
     if (endpoint) {
-        sapp->server->outstandingRequestCount++;
-        sapp->outstandingRequestCount++;
+        sapp->server->outstandingRequestCount += req.counted;
+        sapp->outstandingRequestCount += req.counted;
         tsTargetInfoIncrementRefCnt(&choice.info, sapp, endpoint);
     } else {
         choice.cluster = vc->cluster;

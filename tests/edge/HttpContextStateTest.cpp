@@ -1,4 +1,6 @@
 // Mapping, selection, progress reports and the rollout wait, against a real mapper and selector.
+#include <jansson.h>
+
 #include <algorithm>
 #include <atomic>
 #include <thread>
@@ -108,6 +110,56 @@ TEST_F(HttpContextState, TriesOtherServersAfterFailures) {
     EXPECT_STREQ(tavHttpContextGetContextRoot(ctx), "/shop");
     EXPECT_STREQ(tavHttpContextGetMatchedVHostName(ctx), "/cell/c/vHostGroup/default");
     tavHttpContextRelease(ctx);
+}
+
+// It goes where the next request goes, and leaves no trace of itself.
+TEST_F(HttpContextState, ATrialIsDecidedAndCountedNowhere) {
+    for (const char *name : {"S1", "S2", "S3"}) addServer(name);
+    addRule("7", "HTTPMethod = 'GET'", "permitsticky:shop");
+    tav.setTraceSpec(":NOTICE");
+    const auto tried = [this](const char *spec) {
+        TavHttpContext *ctx = tavHttpContextObtainTrial(&tav, &host, spec);
+        const std::string server = tavHttpContextGetTargetEndpoint(ctx) ? tavHttpContextGetTargetEndpointServerName(ctx) : "none";
+        for (int state = OBTAINED; state <= RESPONSE_SEND_ERROR; state++) report(ctx, static_cast<TavHttpContextState>(state));
+        EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr) << "a report gave the endpoint up";
+        for (const SiteServer &s : servers) EXPECT_EQ(s.server->outstandingRequestCount + (s.server->nextRetryTime != 0), 0);
+        tavHttpContextRelease(ctx);
+        return server;
+    };
+    for (int i = 1; i <= 4; i++) {
+        const std::string server = tried("http.request.select:DEBUG");
+        EXPECT_EQ(tried(nullptr), server);
+        TavHttpContext *ctx = route();
+        EXPECT_EQ(tavHttpContextGetTargetEndpointServerName(ctx), server);
+        tavHttpContextRelease(ctx);
+        EXPECT_EQ(tav.traced("wlor: start at"), i) << "only a trial with a specification of its own is traced";
+    }
+    EXPECT_EQ(tav.requestsCounted, 4);
+    EXPECT_EQ(tavHttpContextObtainTrial(&tav, &host, "no.such.record"), nullptr);
+
+    const struct {
+        Text host, path;
+        const char *module, *rules;
+    } mappings[] = {
+        {"localhost", "/shop;x=1", "\"/cell/c/application/shop/webModule/store\"",
+         "[{\"order\":7,\"expression\":\"HTTPMethod = 'GET'\",\"action\":"
+         "\"permit the base edition, sticky\",\"parses\":true,\"steps\":1}]"},
+        {"localhost", "/elsewhere", "null", "[]"},
+        {{}, "/shop", "null", "[]"},
+    };
+    for (const auto &m : mappings) {
+        host.host = m.host, host.path = m.path;
+        TavHttpContext *ctx = obtain();
+        tavHttpContextGetTargetEndpoint(ctx);
+        const std::unique_ptr<json_t, void (*)(json_t *)> json(tavHttpContextMappingToJSON(ctx), json_decref);
+        using JsonText = std::unique_ptr<char, void (*)(void *)>;
+        const JsonText module(json_dumps(json_object_get(json.get(), "module"), JSON_ENCODE_ANY), free);
+        const JsonText rules(json_dumps(json_object_get(json.get(), "rules"), JSON_COMPACT), free);
+        EXPECT_STREQ(module.get(), m.module);
+        EXPECT_STREQ(rules.get(), m.rules);
+        EXPECT_EQ(json_object_size(json_object_get(json.get(), "servers")), m.rules[1] == ']' ? 0u : 3u);
+        tavHttpContextRelease(ctx);
+    }
 }
 
 // What was decided stays told while the configuration goes on.
@@ -290,6 +342,13 @@ TEST_F(HttpContextState, WaitsForARollout) {
         tavHttpContextRelease(ctx);
         EXPECT_EQ(server->outstandingRequestCount, 0);
     }
+    TavHttpContext *trial = tavHttpContextObtainTrial(&tav, &host, "http.request.select.editionRollout:INFO");
+    rollout = {0, 0, this};
+    tsServerSetPropStr(server, "state", "RESTARTING");
+    EXPECT_EQ(tavHttpContextGetTargetEndpoint(trial), nullptr);
+    EXPECT_EQ(rollout.sleeps, 0);
+    EXPECT_TRUE(tav.traced("would wait for rollout of application 'shop' for max of "));
+    tavHttpContextRelease(trial);
     tavHttpContextSetRolloutSleep(nullptr);
 }
 

@@ -1,7 +1,7 @@
 // Memory fails at every point of the library's work: each allocation in turn, alone and with the ones that follow it. What fails says so,
 // nothing is lost, and requests go on as if the failed step had not been tried.
 #include <gtest/gtest.h>
-
+#include <jansson.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -310,6 +310,21 @@ TEST_F(FailingMemory, Request) {
         EXPECT_TRUE(chosen || tavHttpContextGetErrorCode(ctx) >= 400 || again);
         tavHttpContextRelease(ctx);
         return mapped && named && chosen && again;
+    });
+}
+
+TEST_F(FailingMemory, Trial) {
+    EnvHttpContext request = shop::request("/shop/cart.jsp");
+    failEverywhere([&] {
+        TavHttpContext *ctx = tavHttpContextObtainTrial(instance.tav, &request, ":NOTICE,http.request.rules:DEBUG");
+        const bool chosen = tavHttpContextGetTargetEndpoint(ctx) != nullptr;
+        json_t *mapping = tavHttpContextMappingToJSON(ctx);
+        const bool told =
+            json_array_size(json_object_get(mapping, "rules")) > 0 && json_object_size(json_object_get(mapping, "servers")) > 0;
+        EXPECT_TRUE(told || !mapping) << "half of a mapping is told";
+        json_decref(mapping);
+        tavHttpContextRelease(ctx);
+        return chosen && told;
     });
 }
 

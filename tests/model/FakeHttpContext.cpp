@@ -109,6 +109,7 @@ void tavHttpContextResetMyTargetInfo(TavHttpContext *ctx) noexcept { tavHttpCont
 TavTargetEndpoint *tavHttpContextGetMyTargetEndPoint(TavHttpContext *ctx) noexcept { return ctx->endpoint; }
 TargetServerApplication *tavHttpContextGetMyTargetServerApplication(TavHttpContext *ctx) noexcept { return ctx->sapp; }
 void tavHttpContextSetPerformedLoadBalancing(TavHttpContext *ctx, Boolean performed) noexcept { ctx->performedLoadBalancing = performed; }
+Boolean tavHttpContextIsTrial(TavHttpContext *ctx) noexcept { return ctx->trial; }
 void tavHttpContextBreakAffinity(TavHttpContext *ctx, const char *reason) noexcept {
     ctx->brokenAffinity++;
     ctx->breakReason = reason;

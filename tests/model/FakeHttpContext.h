@@ -30,6 +30,7 @@ struct _TavHttpContext {
     std::set<const TargetServerApplication *> failedServerApps;
     int responseTimeouts = 0;
     Boolean performedLoadBalancing = FALSE;
+    Boolean trial = FALSE;
     int brokenAffinity = 0;
     std::string breakReason;
 };

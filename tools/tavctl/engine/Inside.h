@@ -25,26 +25,8 @@ long long appliedVersion(Tav *tav);
 // From here on the request tells everything that traceStory() reads, whatever the configuration asks to be traced.
 void traceInFull(TavHttpContext *ctx);
 
-// ---- how a request was mapped ----
-
-struct RuleView {
-    int order;
-    std::string expression;
-    std::string action; // in words: "permit edition 2.0"
-    bool parses;
-    size_t steps; // trace lines that one evaluation gives
-};
-struct MappingView {
-    std::string module; // whose path pattern matched, before a rule chose the edition; empty: none
-    std::string application;
-    std::string workClass; // the default one of the application; empty: none
-    std::vector<RuleView> rules;
-};
-MappingView mappingOf(TavHttpContext *ctx, bool withRules);
 // The order that a rule of this configured name has.
 int ruleOrder(const std::string &name);
-// Server application record to its server's name.
-std::map<const void *, std::string> serverNames(TavHttpContext *ctx);
 
 // ---- what can never serve ----
 

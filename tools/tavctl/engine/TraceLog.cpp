@@ -4,13 +4,9 @@
 #include <cstdio>
 #include <string_view>
 
-#include "TraceText.h"
-
 namespace tavctl {
 
 namespace {
-
-thread_local TraceLines *recording = nullptr;
 
 bool startsWith(std::string_view text, std::string_view start, std::string_view *rest = nullptr) {
     if (!text.starts_with(start)) return false;
@@ -54,15 +50,21 @@ bool readAffinity(std::string_view text, TraceStory &story) {
     return true;
 }
 
+bool readRollout(std::string_view text, TraceStory &story) {
+    std::string_view rest;
+    if (!startsWith(text, "would wait for rollout ", &rest)) return false;
+    story.rollout = "would wait for that " + std::string(rest);
+    return true;
+}
+
 bool readBalance(std::string_view text, TraceStory &story) {
     std::string_view rest;
     if (startsWith(text, "wlor: skipping server application='", &rest)) {
         PassedOver passed{};
-        passed.name = std::string(rest.substr(0, rest.find("' (")));
         const size_t address = rest.find("' (");
-        void *record = nullptr;
-        if (address != std::string_view::npos) sscanf(std::string(rest.substr(address + 3)).c_str(), "%p", &record);
-        passed.serverApplication = record;
+        passed.name = std::string(rest.substr(0, address));
+        if (address != std::string_view::npos)
+            passed.address = std::string(rest.substr(address + 3, rest.find(')', address) - address - 3));
         const size_t reason = rest.find(", reason=");
         if (reason != std::string_view::npos) passed.reason = std::string(rest.substr(reason + 9));
         story.passedOver.push_back(std::move(passed));
@@ -77,15 +79,8 @@ bool readBalance(std::string_view text, TraceStory &story) {
 
 } // namespace
 
-TraceRecording::TraceRecording(TraceLines &lines) { recording = &lines; }
-TraceRecording::~TraceRecording() { recording = nullptr; }
-
-bool recordingTrace() { return recording != nullptr; }
-
 int traceHook(const TrContext *ctx, va_list args) {
-    if (!recording) return 0;
-    const char *level = trContextGetLevel(ctx);
-    recording->push_back({level ? level : "", tavhost::traceText(ctx, args).text});
+    tavhost::recordTrace(ctx, args);
     return 0;
 }
 
@@ -102,7 +97,7 @@ TraceStory traceStory(const TraceLines &lines) {
         if (endsRules(line.text)) {
             story.ruleSteps = std::move(steps);
             steps.clear();
-        } else if (readBalance(line.text, story) || readAffinity(line.text, story)) {
+        } else if (readBalance(line.text, story) || readAffinity(line.text, story) || readRollout(line.text, story)) {
             steps.clear();
         } else {
             steps.push_back(withoutAddresses(line.text));

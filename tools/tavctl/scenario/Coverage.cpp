@@ -61,7 +61,7 @@ void Coverage::touch(Kind &kind, const std::string &name) {
 }
 
 void Coverage::addRequest(const RoutedRequest &request) {
-    const MappingView mapping = mappingOf(request.context(), false);
+    const MappingView mapping = mappingOf(request.context());
     const char *group = tavHttpContextGetMatchedVHostName(request.context());
     const char *module = tavHttpContextGetModuleName(request.context());
     touch(groups_, group ? group : "");

@@ -94,7 +94,7 @@ bool tellDocuments(const TrContext *ctx, va_list args) {
 }
 
 int tellTrace(const TrContext *ctx, va_list args) {
-    if (recordingTrace()) return traceHook(ctx, args);
+    if (tavhost::recordTrace(ctx, args)) return 0;
     if (!eventLog || !trContextGetFormat(ctx)) return 0;
     va_list again;
     va_copy(again, args);
