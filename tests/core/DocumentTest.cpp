@@ -359,6 +359,18 @@ TEST_F(Document, ServerApplicationMayComeAgain) {
     EXPECT_EQ(tavListGetCount(server(S1)->serverApplications), 1);
 }
 
+TEST_F(Document, PairsJoinObjectsOfTwoControllers) {
+    TavConnector *other = tavConnectorCreate(tavConnectorGroupCreate(tav, "g2"), "http://127.0.0.1:2");
+    const auto giveOther = [other](const std::string &text) { return tavHandleJsonFromRestService(text.c_str(), other); };
+    const std::string policy = "{'name': '/cell/c/healthPolicy/late', 'type': 'healthPolicy'}";
+    const std::string pair = std::string("{'server': '") + S1 + "', 'healthPolicy': '/cell/c/healthPolicy/late'}";
+    ASSERT_EQ(giveOther(quoted("{'version': 1, 'restVersion': 1, 'add': {'objects': [" + policy + "]}}")), 1);
+    ASSERT_EQ(giveOther(delta(2, "'add': {'relationships': {'server:healthPolicy': [" + pair + "]}}")), 2);
+    EXPECT_EQ(tavListGetCount(server(S1)->healthPolicies), 2);
+    rebuild();
+    EXPECT_EQ(tavListGetCount(server(S1)->healthPolicies), 2) << "the pair is in a stored document";
+}
+
 TEST_F(Document, ManyDeletionsCloseTheArraysUp) {
     std::string add, del, last;
     for (int i = 0; i < 200; i++) {
