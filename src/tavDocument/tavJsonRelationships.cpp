@@ -1,8 +1,6 @@
 // The walk over an operation's relationships.
 #include <cstring>
-#include <string_view>
 
-#include "tav/tavRecord.h"
 #include "tavStoredDocument.h"
 #include "tavUtil/tavString.h"
 
@@ -54,16 +52,6 @@ Boolean refuseSet(const Kind *kind, ParseInfo *info) noexcept {
 
 // ---- the stored document ----
 
-// In this connector's document or in that of another group: a pair may join objects of two controllers.
-bool aDocumentHasObject(const ParseInfo *info, const char *name, const char *type) noexcept {
-    if (storedDocumentHasObject(info->stored, name, type)) return true;
-    for (TavConnectorGroup *cg : TavListRange<TavConnectorGroup>(info->tav->connectorGroupList)) {
-        const TavConnector *c = cg != info->cg ? tavConnectorGroupGetCurConnector(cg) : nullptr;
-        if (c && c->stored && storedDocumentHasObject(c->stored, name, type)) return true;
-    }
-    return false;
-}
-
 void mergePair(const Kind *kind, json_t *entry, const char *const names[2], ParseInfo *info) noexcept {
     if (refuseSet(kind, info)) return;
     if (info->op == DelOp && tavStrCmpIgnoreCase(kind->name, kReloadKind) == 0) {
@@ -72,7 +60,7 @@ void mergePair(const Kind *kind, json_t *entry, const char *const names[2], Pars
     }
     const char *types[2] = {kind->first, kind->second};
     for (int i = 0; i < 2 && info->op == AddOp; i++) {
-        if (aDocumentHasObject(info, names[i], types[i])) continue;
+        if (storedDocumentsHaveObject(info, names[i], types[i])) continue;
         DOC_REFUSE(info, "relationship", "skip relationship %s; object %s not found\n", kind->name, names[i]);
         return;
     }

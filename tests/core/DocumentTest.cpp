@@ -359,16 +359,23 @@ TEST_F(Document, ServerApplicationMayComeAgain) {
     EXPECT_EQ(tavListGetCount(server(S1)->serverApplications), 1);
 }
 
-TEST_F(Document, PairsJoinObjectsOfTwoControllers) {
+TEST_F(Document, OneControllerAddsToWhatAnotherHas) {
     TavConnector *other = tavConnectorCreate(tavConnectorGroupCreate(tav, "g2"), "http://127.0.0.1:2");
     const auto giveOther = [other](const std::string &text) { return tavHandleJsonFromRestService(text.c_str(), other); };
     const std::string policy = "{'name': '/cell/c/healthPolicy/late', 'type': 'healthPolicy'}";
+    const std::string guest = "/cell/c/node/n1/server/guest", late = guest + "2";
+    const auto entry = [](const std::string &name) { return "{'name': '" + name + "', 'type': 'server'}"; };
     const std::string pair = std::string("{'server': '") + S1 + "', 'healthPolicy': '/cell/c/healthPolicy/late'}";
-    ASSERT_EQ(giveOther(quoted("{'version': 1, 'restVersion': 1, 'add': {'objects': [" + policy + "]}}")), 1);
-    ASSERT_EQ(giveOther(delta(2, "'add': {'relationships': {'server:healthPolicy': [" + pair + "]}}")), 2);
-    EXPECT_EQ(tavListGetCount(server(S1)->healthPolicies), 2);
-    rebuild();
-    EXPECT_EQ(tavListGetCount(server(S1)->healthPolicies), 2) << "the pair is in a stored document";
+    ASSERT_EQ(giveOther(quoted("{'version': 1, 'restVersion': 1, 'add': {'objects': [" + policy + ", " + entry(guest) + "]}}")), 1);
+    ASSERT_EQ(giveOther(delta(2, "'add': {'objects': [" + entry(late) + "], 'relationships': {'server:healthPolicy': [" + pair + "]}}")),
+              2);
+    ASSERT_EQ(giveOther(delta(3, "'del': {'objects': [" + entry(guest) + "]}")), 3);
+    for (const char *when : {"at once", "after a rebuild"}) {
+        EXPECT_EQ(tavListGetCount(server(S1)->healthPolicies), 2) << when;
+        EXPECT_NE(object(late.c_str()), nullptr) << when;
+        EXPECT_EQ(object(guest.c_str()), nullptr) << when;
+        rebuild();
+    }
 }
 
 TEST_F(Document, ManyDeletionsCloseTheArraysUp) {
