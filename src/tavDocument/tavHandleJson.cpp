@@ -56,7 +56,21 @@ void makeCurrent(TavConnector *c) noexcept {
     if (!cg->curConnector || tavConnectorGroupIsStopped(cg)) cg->curConnector = c;
 }
 
+// Entries whose parent only another group's document has may have come before it. Without memory an index stays as it is.
+void indexOrphans(const Tav *tav) noexcept {
+    if (tavListGetCount(tav->connectorGroupList) < 2) return;
+    for (TavConnectorGroup *cg : TavListRange<TavConnectorGroup>(tav->connectorGroupList)) {
+        TavConnector *c = tavConnectorGroupGetCurConnector(cg);
+        TavStoredDocument *old = c ? c->stored : nullptr;
+        TavStoredDocument *anew = old && old->orphans ? tavStoredDocumentCreate(c->json, c, old->observer) : nullptr;
+        if (!anew) continue;
+        c->stored = anew;
+        tavStoredDocumentDelete(old);
+    }
+}
+
 Boolean rebuild(Tav *tav) noexcept {
+    indexOrphans(tav);
     hmResetInfo(tav);
     tav->rebuildDue = !tavResetRoutingInfo(tav);
     return !tav->rebuildDue;

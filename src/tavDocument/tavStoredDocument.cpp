@@ -101,7 +101,10 @@ StoredObject *indexEntry(const EntryView *entry, const WalkLevel *above, ParseIn
         return existing;
     }
     StoredObject *parent = findParent(stored, &name, above);
-    if (!parentIsFit(entry, &name, parent, info)) return nullptr;
+    if (!parentIsFit(entry, &name, parent, info)) {
+        if (!parent) stored->orphans = TRUE;
+        return nullptr;
+    }
     StoredObject *object = newObject(stored, &name, entry->handler);
     if (object) {
         object->holder = above->stored;

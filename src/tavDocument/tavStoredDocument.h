@@ -55,6 +55,7 @@ struct _TavStoredDocument {
     json_t *document; // borrowed: the connector's
     NodeTable<StoredObject> objects;
     uint32_t holes;       // nulls among the top-level objects
+    Boolean orphans;      // entries are left out of the index because no document had their parent
     Boolean pairsIndexed; // on the first need
     NodeTable<StoredPair> pairs;
     NodeTable<StoredPairEnd> ends;
