@@ -58,7 +58,21 @@ void makeCurrent(TavConnector *c) noexcept {
 
 int64_t versionOf(const json_t *document) noexcept { return json_integer_value(json_object_get(document, "version")); }
 
+// Entries whose parent only another group's document has may have come before it. Without memory an index stays as it is.
+void indexOrphans(const Tav *tav) noexcept {
+    if (tavListGetCount(tav->connectorGroupList) < 2) return;
+    for (TavConnectorGroup *cg : TavListRange<TavConnectorGroup>(tav->connectorGroupList)) {
+        TavConnector *c = tavConnectorGroupGetCurConnector(cg);
+        TavStoredDocument *old = c ? c->stored : nullptr;
+        TavStoredDocument *anew = old && old->orphans ? tavStoredDocumentCreate(c->json, c, old->observer) : nullptr;
+        if (!anew) continue;
+        c->stored = anew;
+        tavStoredDocumentDelete(old);
+    }
+}
+
 Boolean rebuild(Tav *tav, int64_t version) noexcept {
+    indexOrphans(tav);
     hmResetInfo(tav);
     tav->rebuildDue = !tavResetRoutingInfoTo(tav, version);
     return !tav->rebuildDue;

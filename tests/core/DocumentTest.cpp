@@ -364,6 +364,34 @@ TEST_F(Document, ServerApplicationMayComeAgain) {
     EXPECT_EQ(tavListGetCount(server(S1)->serverApplications), 1);
 }
 
+TEST_F(Document, OneControllerAddsToWhatAnotherHas) {
+    TavConnector *other = tavConnectorCreate(tavConnectorGroupCreate(tav, "g2"), "http://127.0.0.1:2");
+    const auto giveOther = [other](const std::string &text) { return tavHandleJsonFromRestService(text.c_str(), other); };
+    const std::string policy = "{'name': '/cell/c/healthPolicy/late', 'type': 'healthPolicy'}";
+    const std::string guest = "/cell/c/node/n1/server/guest", late = guest + "2", early = "/cell/c/node/n3/server/early";
+    const auto entry = [](const std::string &name) { return "{'name': '" + name + "', 'type': 'server'}"; };
+    const std::string pair = std::string("{'server': '") + S1 + "', 'healthPolicy': '/cell/c/healthPolicy/late'}";
+    ASSERT_EQ(giveOther(quoted("{'version': 1, 'restVersion': 1, 'add': {'objects': [" + policy + ", " + entry(guest) + ", " +
+                               entry(early) + "]}}")),
+              1);
+    ASSERT_EQ(giveOther(delta(2, "'add': {'objects': [" + entry(late) + "], 'relationships': {'server:healthPolicy': [" + pair + "]}}")),
+              2);
+    ASSERT_EQ(giveOther(delta(3, "'del': {'objects': [" + entry(guest) + "]}")), 3);
+    for (const char *when : {"at once", "after a rebuild"}) {
+        EXPECT_EQ(tavListGetCount(server(S1)->healthPolicies), 2) << when;
+        EXPECT_NE(object(late.c_str()), nullptr) << when;
+        EXPECT_EQ(object(guest.c_str()), nullptr) << when;
+        rebuild();
+    }
+    // A document may come before the one that has its objects' parents.
+    ASSERT_EQ(give(delta(6, "'add': {'objects': [{'name': '/cell/c/node/n3', 'type': 'node'}]}")), 6);
+    ASSERT_EQ(give(delta(7, "'set': {'objects': [{'name': '/cell/c/application/app', 'type': 'application'}]}")), 7);
+    EXPECT_NE(object(early.c_str()), nullptr) << "in the rebuild";
+    ASSERT_EQ(giveOther(delta(4, "'del': {'objects': [" + entry(early) + "]}")), 4);
+    rebuild();
+    EXPECT_EQ(object(early.c_str()), nullptr) << "its entry was found";
+}
+
 TEST_F(Document, ManyDeletionsCloseTheArraysUp) {
     std::string add, del, last;
     for (int i = 0; i < 200; i++) {
