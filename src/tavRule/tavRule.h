@@ -152,7 +152,9 @@ public:
 
     // The first rule whose expression holds; null: none. Borrowed from this object.
     const TavRuleEntry *entry() const noexcept { return entry_; }
-    void reset() noexcept;
+    void reset() noexcept {
+        if (array_) unpin();
+    }
     // Where the next match of the set will look: array, program, entry and action. To ask for cache lines, never to be followed.
     inline static constexpr int PLACES = 4;
     void places(const void *(&addresses)[PLACES]) const noexcept;
@@ -160,6 +162,7 @@ public:
 private:
     friend TavRuleMatch tavRulesMatch(TrContext *trCtx, TavRules *rules, TavHttpContext *ctx) noexcept;
     TavRuleMatch(TavRuleArray *array, const TavRuleEntry *entry) noexcept : array_(array), entry_(entry) {}
+    void unpin() noexcept;
     void forget() noexcept {
         array_ = nullptr;
         entry_ = nullptr;

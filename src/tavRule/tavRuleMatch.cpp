@@ -52,7 +52,7 @@ TavRuleMatch &TavRuleMatch::operator=(TavRuleMatch &&other) noexcept {
     return *this;
 }
 
-void TavRuleMatch::reset() noexcept {
+void TavRuleMatch::unpin() noexcept {
     ruleArrayRelease(array_);
     forget();
 }
