@@ -2,11 +2,7 @@
 //
 // The rules are those of the work class that the request's own mapping asked. They are looked up again, because a request that a rule
 // turned away has no module of its own; the snapshot that it pins gives the same answer.
-#include <jansson.h>
-
 #include <cstdio>
-#include <cstring>
-#include <memory>
 
 #include "tavHttpContext/tavHttpContext.h"
 #include "tavLanguage/tavExpression.h"
@@ -15,55 +11,13 @@
 #include "tavURLMatcher/tavURLMatcher.h"
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavString.h"
-#include "tavUtil/tavStringBuffer.h"
-#include "vHost/vHost.h"
+#include "vHost/jsonBuilder.h"
 
 namespace {
 
-struct JsonReleaser {
-    void operator()(json_t *json) const noexcept { json_decref(json); }
-};
-using JsonPtr = std::unique_ptr<json_t, JsonReleaser>;
-
-// Collects members; without memory for one of them there is no object.
-class JsonObject {
-public:
-    void set(const char *name, json_t *value) noexcept { good_ = json_object_set_new(json_.get(), name, value) == 0 && good_; }
-    void setText(const char *name, const char *text) noexcept { set(name, text ? vhostJsonText(text) : json_null()); }
-    json_t *take() noexcept { return good_ ? json_.release() : nullptr; }
-
-private:
-    JsonPtr json_{json_object()};
-    bool good_ = true;
-};
+void setText(JsonObject &json, const char *name, const char *text) noexcept { json.set(name, text ? vhostJsonText(text) : json_null()); }
 
 // ---- rules ----
-
-json_t *actionText(const Action *action) noexcept {
-    const TavStringBufferPtr words(sbCreate(64));
-    const auto add = [&](const char *text) noexcept { sbAdd(words.get(), text); };
-    switch (actionGetType(action)) {
-        case PERMIT: {
-            const char *edition = actionGetEdition(action);
-            const bool base = !edition || !*edition;
-            add(base ? "permit the base edition" : "permit edition ");
-            if (!base) add(edition);
-            if (actionGetPermitSticky(action)) add(", sticky");
-            break;
-        }
-        case REJECT:
-            add("reject with ");
-            sbAddInt(words.get(), actionGetRejectErrorCode(action));
-            break;
-        case REDIRECT:
-            add("redirect to ");
-            if (const char *url = actionGetRedirectUrl(action)) add(url);
-            break;
-        default:
-            add("no action");
-    }
-    return words && !words->failed ? vhostJsonText(sbStr(words.get())) : nullptr;
-}
 
 // Operators tell one line each, and so do the operands that depend on chance or time.
 void countStep(const ExpressionNode *node, void *passback) noexcept {
@@ -73,28 +27,23 @@ void countStep(const ExpressionNode *node, void *passback) noexcept {
     if (tells) ++*static_cast<json_int_t *>(passback);
 }
 
-json_t *ruleToJSON(const TavRule *rule) noexcept {
-    const Expression *expression = tavRuleGetExpr(rule);
+void addRule(const TavRuleEntry *rule, const char *, void *passback) noexcept {
     json_int_t steps = 0;
-    if (expression && !expressionWalk(expression, countStep, &steps)) return nullptr;
+    const bool counted = !rule->expr || expressionWalk(rule->expr, countStep, &steps);
+    const TavText action(actionDescribe(rule->action));
     JsonObject json;
-    json.set("order", json_integer(tavRuleGetOrder(rule)));
-    json.set("expression", vhostJsonText(rule->expressionString));
-    json.set("action", actionText(static_cast<const Action *>(tavRuleGetObject(rule))));
-    json.set("parses", json_boolean(expression != nullptr));
-    json.set("steps", json_integer(steps));
-    return json.take();
+    json.number("order", rule->order);
+    json.text("expression", rule->expressionString);
+    json.set("action", action ? vhostJsonText(action.get()) : nullptr);
+    json.flag("parses", rule->expr != nullptr);
+    json.number("steps", steps);
+    static_cast<JsonArray *>(passback)->add(counted ? json.release() : nullptr);
 }
 
 json_t *rulesToJSON(TavRules *rules) noexcept {
-    JsonPtr array(json_array());
-    if (!rules) return array.release();
-    bool good = true;
-    tavRulesLockObtain(rules, "tavHttpContextMappingToJSON");
-    for (const TavRule *rule : TavListRange<TavRule>(rules->rules))
-        good = good && json_array_append_new(array.get(), ruleToJSON(rule)) == 0;
-    tavRulesLockRelease(rules);
-    return good ? array.release() : nullptr;
+    JsonArray array;
+    tavRulesForEach(rules, addRule, &array);
+    return array.release();
 }
 
 // ---- the module whose path matched ----
@@ -124,14 +73,14 @@ void addServer(const TsVisit *visit, void *passback) noexcept {
     if (!visit->sapp || !visit->virtualCluster || visit->virtualCluster != names->virtualCluster) return;
     char address[32];
     snprintf(address, sizeof address, "%p", static_cast<const void *>(visit->sapp));
-    names->json.setText(address, tsServerGetName(visit->server));
+    setText(names->json, address, tsServerGetName(visit->server));
 }
 
 json_t *serversToJSON(TavHttpContext *ctx) noexcept {
     TargetSelector *ts = tavRoutingInfoGetTargetSelector(ctx->routingInfo);
     Names names{ts && ctx->moduleName ? tsFindVirtualCluster(ts, ctx->moduleName) : nullptr, {}};
     if (names.virtualCluster) tsForEachServerApplication(ts, addServer, &names);
-    return names.json.take();
+    return names.json.release();
 }
 
 } // namespace
@@ -142,10 +91,10 @@ json_t *tavHttpContextMappingToJSON(TavHttpContext *ctx) noexcept {
     const Application *application = module ? wmGetApplication(module) : nullptr;
     const WebRouteWorkClass *workClass = application ? application->defaultWebRouteWorkClass : nullptr;
     JsonObject json;
-    json.setText("module", module ? module->name : nullptr);
-    json.setText("application", application ? application->name : nullptr);
-    json.setText("workClass", workClass ? workClass->name : nullptr);
+    setText(json, "module", module ? module->name : nullptr);
+    setText(json, "application", application ? application->name : nullptr);
+    setText(json, "workClass", workClass ? workClass->name : nullptr);
     json.set("rules", rulesToJSON(workClass ? workClass->rules : nullptr));
     json.set("servers", serversToJSON(ctx));
-    return json.take();
+    return json.release();
 }
