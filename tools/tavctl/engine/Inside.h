@@ -46,7 +46,8 @@ struct RuleOutcome {
     std::string message; // these three: why it does not parse
     int position = -1;
     std::string indicator;
-    bool value = false;             // for the request
+    bool value = false; // for the request
+    // Only when asked for:
     std::vector<std::string> tree;  // one line a node, indented
     std::vector<std::string> steps; // what each operator found
 };
@@ -60,7 +61,7 @@ public:
     RuleReader &operator=(const RuleReader &) = delete;
 
     // `ctx` may be null: parsed only.
-    RuleOutcome read(const std::string &expression, TavHttpContext *ctx) const;
+    RuleOutcome read(const std::string &expression, TavHttpContext *ctx, bool explained) const;
 
 private:
     struct Rules;
