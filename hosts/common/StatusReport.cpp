@@ -11,6 +11,8 @@ namespace tavhost {
 
 namespace {
 
+Json parse(const std::string &text) { return Json(json_loadb(text.data(), text.size(), 0, nullptr)); }
+
 struct ProcessStatus {
     pid_t pid;
     Json document; // null: no answer
@@ -22,7 +24,7 @@ struct ProcessStatus {
 
 ProcessStatus readAnswer(const StatusAnswer &answer) {
     ProcessStatus process{answer.pid, nullptr};
-    if (answer.whole) process.document.reset(json_loadb(answer.text.data(), answer.text.size(), 0, nullptr));
+    if (answer.whole) process.document = parse(answer.text);
     if (!json_is_object(process.document.get())) process.document.reset();
     if (!process.document) return process;
     static constexpr struct {
@@ -124,6 +126,39 @@ void mergeCluster(json_t *into, json_t *from) { mergeArrays(into, from, "servers
 void mergeEdition(json_t *into, json_t *from) { mergeArrays(into, from, "servers", nameOf, mergeSelectable); }
 void mergeApplication(json_t *into, json_t *from) { mergeArrays(into, from, "editions", nameOf, mergeEdition); }
 
+// ---- what ended processes have counted ----
+
+void keepServer(json_t *into, json_t *from) { addCount(into, from, "requests"); }
+void keepCluster(json_t *into, json_t *from) { mergeArrays(into, from, "servers", nameOf, keepServer); }
+
+// Only names and counts.
+Json countsOf(const json_t *document) {
+    Json clusters = newObject(json_array());
+    for (const json_t *cluster : objectsOf(document, "clusters")) {
+        Json servers = newObject(json_array());
+        for (const json_t *server : objectsOf(cluster, "servers"))
+            append(servers.get(), json_pack("{s:s, s:I}", "name", textOf(server, "name"), "requests",
+                                            json_integer_value(json_object_get(server, "requests"))));
+        append(clusters.get(), json_pack("{s:s, s:o}", "name", textOf(cluster, "name"), "servers", servers.release()));
+    }
+    return newObject(json_pack("{s:o}", "clusters", clusters.release()));
+}
+
+// Servers that are gone from the configuration stay gone.
+void addKept(json_t *merged, const std::string &text) {
+    const Json kept = parse(text);
+    std::unordered_map<std::string, json_t *> counts;
+    const auto key = [](const json_t *cluster, const json_t *server) { return nameOf(cluster) + "\n" + nameOf(server); };
+    for (const json_t *cluster : objectsOf(kept.get(), "clusters")) {
+        for (json_t *server : objectsOf(cluster, "servers")) counts.emplace(key(cluster, server), server);
+    }
+    for (const json_t *cluster : objectsOf(merged, "clusters")) {
+        for (json_t *server : objectsOf(cluster, "servers")) {
+            if (const auto found = counts.find(key(cluster, server)); found != counts.end()) addCount(server, found->second, "requests");
+        }
+    }
+}
+
 // ---- the counts of workers in which a server is selectable ----
 
 template <typename Function>
@@ -202,7 +237,7 @@ Json findProblems(const std::vector<ProcessStatus> &processes, const char *whyNo
     const size_t behind = count([&](const ProcessStatus &process) { return process.document && process.version != newest; });
     const size_t workers = count([](const ProcessStatus &process) { return process.role == "worker"; });
     if (processes.size() == silent) say(whyNone);
-    if (silent > 0) say(plural(silent, "process", "processes") + " did not answer in time: what only they know is missing here");
+    if (silent > 0) say(plural(silent, "process", "processes") + " did not answer in time: the figures are incomplete");
     if (behind > 0) say(plural(behind, "process has", "processes have") + " an older configuration than the newest");
     if (workers > 0 && count([](const ProcessStatus &process) { return process.role == "daemon"; }) == 0)
         say("no daemon answers: new configurations do not reach the workers");
@@ -234,7 +269,7 @@ std::vector<json_t *> routingDocuments(const std::vector<ProcessStatus> &process
     return documents;
 }
 
-json_t *mergeDocuments(const std::vector<json_t *> &documents) {
+json_t *mergeDocuments(const std::vector<json_t *> &documents, const std::string &kept) {
     for (json_t *document : documents) beginCounts(document);
     json_t *merged = documents.front();
     for (size_t i = 1; i < documents.size(); i++) {
@@ -242,6 +277,7 @@ json_t *mergeDocuments(const std::vector<json_t *> &documents) {
         mergeArrays(merged, documents[i], "applications", nameOf, mergeApplication);
     }
     endCounts(merged);
+    addKept(merged, kept);
     return merged;
 }
 
@@ -261,13 +297,20 @@ bool inMaintenance(const json_t *server) {
     return !mode.empty() && mode != "false" && mode != "normal";
 }
 
-Json mergeStatus(const std::vector<StatusAnswer> &answers, const char *whyNone) {
+std::string keepCounts(const std::string &kept, const std::string &last) {
+    Json counts = countsOf(parse(kept).get());
+    const Json added = countsOf(parse(last).get());
+    mergeArrays(counts.get(), added.get(), "clusters", nameOf, keepCluster);
+    return jsonText(counts.get());
+}
+
+Json mergeStatus(const StatusAnswers &answers, const char *whyNone) {
     std::vector<ProcessStatus> processes;
-    for (const StatusAnswer &answer : answers) processes.push_back(readAnswer(answer));
+    for (const StatusAnswer &answer : answers.processes) processes.push_back(readAnswer(answer));
     std::stable_partition(processes.begin(), processes.end(), [](const ProcessStatus &process) { return process.role == "daemon"; });
     Json described = describeProcesses(processes), problems = findProblems(processes, whyNone), report = newObject(json_object());
     const std::vector<json_t *> documents = routingDocuments(processes);
-    json_t *merged = documents.empty() ? nullptr : mergeDocuments(documents);
+    json_t *merged = documents.empty() ? nullptr : mergeDocuments(documents, answers.kept);
     for (const char *key : {"library", "server"}) take(report.get(), merged, key);
     put(report.get(), "version", json_integer(newestVersion(processes)));
     put(report.get(), "problems", problems.release());

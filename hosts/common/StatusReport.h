@@ -26,7 +26,10 @@ struct JsonFree {
 using Json = std::unique_ptr<json_t, JsonFree>;
 
 // Without an answer: a document without clusters whose problem is `whyNone`. Throws std::bad_alloc.
-Json mergeStatus(const std::vector<StatusAnswer> &answers, const char *whyNone);
+Json mergeStatus(const StatusAnswers &answers, const char *whyNone);
+
+// For the status service of a process that routes: what it has counted joins what earlier ones have.
+std::string keepCounts(const std::string &kept, const std::string &last);
 
 std::string jsonText(const json_t *report);
 // The text format of Prometheus, version 0.0.4.

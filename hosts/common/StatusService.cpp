@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/eventfd.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -87,11 +88,46 @@ Descriptor listenAt(const std::string &path) {
 
 } // namespace
 
+// ---- what ended processes leave ----
+
+namespace {
+
+// Who asks holds the file shared, who ends holds it alone: a process is seen alive or among the kept, never as both or neither. Who does
+// not get it in time goes on without.
+class KeptFile {
+public:
+    KeptFile(const std::string &stem, int lock, Clock::time_point end)
+        : file(open((stem + ".kept").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+        while (flock(file.get(), lock | LOCK_NB) != 0 && (errno == EWOULDBLOCK || errno == EINTR) && Clock::now() < end)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+
+    std::string read() const {
+        struct stat status;
+        if (fstat(file.get(), &status) != 0) return "";
+        std::string text(static_cast<size_t>(status.st_size), '\0');
+        const ssize_t count = pread(file.get(), text.data(), text.size(), 0);
+        text.resize(count > 0 ? static_cast<size_t>(count) : 0);
+        return text;
+    }
+
+    // A process that dies in the middle of this leaves a text that is no answer.
+    void write(const std::string &text) const {
+        if (ftruncate(file.get(), 0) != 0 || pwrite(file.get(), text.data(), text.size(), 0) < 0) return;
+    }
+
+private:
+    Descriptor file;
+};
+
+} // namespace
+
 // ---- the answering side ----
 
 struct StatusService::State {
-    std::string path;
+    std::string stem, path;
     Answer answer;
+    Keep keep;
     Descriptor listener, wake;
     std::thread thread;
 
@@ -101,6 +137,8 @@ struct StatusService::State {
     void serveOne();
     void serve();
     bool ended();
+    void end();
+    void keepLast();
 };
 
 bool StatusService::State::ended() {
@@ -145,9 +183,27 @@ void StatusService::State::serve() {
     }
 }
 
-StatusService::StatusService(const std::string &stem, Answer answer) : state(std::make_unique<State>()) {
+void StatusService::State::end() {
+    eventfd_write(wake.get(), 1);
+    thread.join();
+    unlink(path.c_str());
+}
+
+// Those who ask now are still answered while this waits for them.
+void StatusService::State::keepLast() {
+    const KeptFile file(stem, LOCK_EX, Clock::now() + SLOWEST_READER);
+    end();
+    try {
+        file.write(keep(file.read(), answer()));
+    } catch (const std::exception &) { // its counts are lost
+    }
+}
+
+StatusService::StatusService(const std::string &stem, Answer answer, Keep keep) : state(std::make_unique<State>()) {
+    state->stem = stem;
     state->path = stem + "." + std::to_string(getpid());
     state->answer = std::move(answer);
+    state->keep = std::move(keep);
     state->wake = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (state->wake.get() < 0) refuse(state->path);
     state->listener = listenAt(state->path);
@@ -165,9 +221,10 @@ StatusService::StatusService(const std::string &stem, Answer answer) : state(std
 }
 
 StatusService::~StatusService() {
-    eventfd_write(state->wake.get(), 1);
-    state->thread.join();
-    unlink(state->path.c_str());
+    if (state->keep)
+        state->keepLast();
+    else
+        state->end();
 }
 
 // ---- the asking side ----
@@ -240,15 +297,16 @@ void collect(std::vector<Question> &questions, Clock::time_point end) {
 
 } // namespace
 
-std::vector<StatusAnswer> askAll(const std::string &stem, std::chrono::milliseconds limit) {
+StatusAnswers askAll(const std::string &stem, std::chrono::milliseconds limit) {
     const Clock::time_point end = Clock::now() + limit;
+    const KeptFile file(stem, LOCK_SH, end);
     const size_t slash = stem.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : stem.substr(0, slash + 1);
     std::vector<Question> questions;
     for (const pid_t pid : findProcesses(folder, stem.substr(slash + 1) + ".")) ask(stem, pid, questions);
     collect(questions, end);
-    std::vector<StatusAnswer> answers;
-    for (Question &question : questions) answers.push_back(std::move(question.answer));
+    StatusAnswers answers{{}, file.read()};
+    for (Question &question : questions) answers.processes.push_back(std::move(question.answer));
     return answers;
 }
 

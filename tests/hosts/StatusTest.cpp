@@ -65,13 +65,13 @@ TEST_F(Status, everyAnswerComesWholeAndNothingStaysBehind) {
         ASSERT_EQ(stat(ownSocket().c_str(), &file), 0);
         EXPECT_EQ(file.st_mode & 0777, 0600u);
         for (int i = 0; i < 3; i++) {
-            const std::vector<StatusAnswer> answers = askAll(stem, 20s);
+            const std::vector<StatusAnswer> answers = askAll(stem, 20s).processes;
             ASSERT_EQ(answers.size(), 1u);
             EXPECT_EQ(answers[0].pid, getpid());
             EXPECT_TRUE(answers[0].whole && answers[0].text == text);
         }
     }
-    EXPECT_TRUE(files().empty());
+    EXPECT_THAT(files(), ElementsAre("daemon.sock.status.kept"));
 }
 
 TEST_F(Status, whoDoesNotAnswerHoldsNobodyUp) {
@@ -81,12 +81,13 @@ TEST_F(Status, whoDoesNotAnswerHoldsNobodyUp) {
     std::vector<StatusAnswer> answers;
     {
         StatusService service(stem, []() -> std::string { throw std::bad_alloc(); });
-        answers = askAll(stem, 200ms);
+        answers = askAll(stem, 200ms).processes;
     }
     ASSERT_EQ(answers.size(), 2u); // of the silent one and of the one that throws
     EXPECT_FALSE(answers[0].whole);
     EXPECT_TRUE(answers[1].whole && answers[1].text.empty());
-    EXPECT_THAT(files(), ElementsAre("daemon.sock.status.1", "daemon.sock.status.3", "daemon.sock.status.x4")) << "only dead sockets go";
+    EXPECT_THAT(files(), ElementsAre("daemon.sock.status.1", "daemon.sock.status.3", "daemon.sock.status.kept", "daemon.sock.status.x4"))
+        << "only dead sockets go";
     close(silent);
     close(dead);
 }
@@ -103,6 +104,11 @@ TEST_F(Status, endsWhileAReaderDoesNotRead) {
         ASSERT_EQ(read(reader, &first, 1), 1); // it is in the middle of the answer
     }
     close(reader);
+    const auto keep = [](const std::string &kept, const std::string &last) { return kept + last; };
+    for (const char *last : {"a", "longer", "b"})
+        StatusService(
+            stem, [last] { return last; }, keep);
+    EXPECT_EQ(askAll(stem, 20s).kept, "alongerb");
     EXPECT_THROW(StatusService(folder + "/none/sock", [] { return ""; }), HostFault);
     EXPECT_THROW(StatusService(folder + std::string(120, 'x'), [] { return ""; }), HostFault);
 }
@@ -152,7 +158,7 @@ TEST(StatusReport, serversAddUp) {
          "{'host':'a','port':2,'available':false}]}"},
     };
     for (const auto &row : rows) {
-        const Json report = mergeStatus({answer(1, DAEMON), answer(2, worker(2, row.one)), answer(3, worker(2, row.other))}, "");
+        const Json report = mergeStatus({{answer(1, DAEMON), answer(2, worker(2, row.one)), answer(3, worker(2, row.other))}, ""}, "");
         json_t *server = firstServer(report);
         if (!json_object_get(server, "selectable")) json_object_set_new(server, "selectable", json_false());
         const Json expected(json_loads(quoted(row.expected).c_str(), 0, nullptr));
@@ -163,11 +169,12 @@ TEST(StatusReport, serversAddUp) {
 TEST(StatusReport, theNewestConfigurationLeads) {
     const std::string edition =
         ", 'applications': [{'name': '/a', 'editions': [{'name': '1', 'servers': [{'name': '/s', 'selectable': true}]}]}]";
-    const Json report = mergeStatus({answer(7, worker(1, "'weight': 1", edition + ", 'rules': [{'set': 'old'}]")),
-                                     answer(8, worker(2, "'weight': 5", ", 'rules': []")),
-                                     answer(6, DAEMON),
-                                     {9, "{\"process\": ", true},
-                                     {10, "", false}},
+    const Json report = mergeStatus({{answer(7, worker(1, "'weight': 1", edition + ", 'rules': [{'set': 'old'}]")),
+                                      answer(8, worker(2, "'weight': 5", ", 'rules': []")),
+                                      answer(6, DAEMON),
+                                      {9, "{\"process\": ", true},
+                                      {10, "", false}},
+                                     ""},
                                     "");
     EXPECT_EQ(numberOf(firstServer(report), "weight"), 5);
     EXPECT_EQ(json_array_size(json_object_get(report.get(), "applications")), 1u);
@@ -183,11 +190,11 @@ TEST(StatusReport, theNewestConfigurationLeads) {
 
 TEST(StatusReport, saysWhatIsMissing) {
     EXPECT_EQ(jsonText(mergeStatus({}, "nobody").get()), quoted("{'version':-1,'problems':['nobody'],'processes':[]}\n"));
-    const Json alone = mergeStatus({answer(2, worker(2, "'weight': 1"))}, "nobody");
+    const Json alone = mergeStatus({{answer(2, worker(2, "'weight': 1"))}, ""}, "nobody");
     EXPECT_THAT(jsonText(alone.get()), AllOf(HasSubstr("no daemon answers"), Not(HasSubstr("nobody"))));
     for (const char *strange :
          {"[]", "{}", "{'clusters': 5}", "{'clusters': [7, {'servers': {}}, {'servers': ['x', {}]}], 'groups': 'x'}"}) {
-        const Json report = mergeStatus({answer(1, strange), answer(2, strange)}, "");
+        const Json report = mergeStatus({{answer(1, strange), answer(2, strange)}, strange}, "");
         EXPECT_THAT(metricsText(report.get()), HasSubstr("tav_processes_silent"));
     }
 }
@@ -196,13 +203,15 @@ TEST(StatusReport, metricsEscapeNamesAndLeaveOutWhatIsNotWhole) {
     const std::string server =
         "'requests': 4, 'responseTime': 1500, 'maintenance': 'affinity', 'endpoints': [{'protocol': 'http', 'host': "
         "'a\\\"b\\\\c\\nd', 'port': 80, 'available': true}]";
-    std::vector<StatusAnswer> answers = {answer(1, worker(2, server)), answer(2, worker(2, server))};
+    const std::string kept =
+        keepCounts("{", keepCounts(keepCounts("", quoted(worker(1, "'requests': 30"))), "[]")); // half a text, no document
+    StatusAnswers answers{{answer(1, worker(2, server)), answer(2, worker(2, server))}, kept};
     const std::string whole = metricsText(mergeStatus(answers, "").get());
-    EXPECT_THAT(whole, HasSubstr("tav_server_requests_total{cluster=\"/c\",server=\"/s\"} 8\n"));
+    EXPECT_THAT(whole, HasSubstr("tav_server_requests_total{cluster=\"/c\",server=\"/s\"} 38\n"));
     EXPECT_THAT(whole, HasSubstr("tav_server_response_time_seconds{cluster=\"/c\",server=\"/s\"} 1.5\n"));
     EXPECT_THAT(whole, HasSubstr("tav_server_maintenance{cluster=\"/c\",server=\"/s\"} 1\n"));
     EXPECT_THAT(whole, HasSubstr("endpoint=\"http://a\\\"b\\\\c\\nd:80\"} 1\n"));
-    answers.push_back({3, "", false});
+    answers.processes.push_back({3, "", false});
     EXPECT_THAT(metricsText(mergeStatus(answers, "").get()), Not(HasSubstr("requests_total")));
 }
 
