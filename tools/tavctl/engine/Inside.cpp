@@ -48,22 +48,6 @@ namespace {
 
 std::string orEmpty(const char *text) { return text ? text : ""; }
 
-std::string describeAction(const Action *action) {
-    switch (actionGetType(action)) {
-        case PERMIT: {
-            const std::string edition = orEmpty(actionGetEdition(action));
-            const char *sticky = actionGetPermitSticky(action) ? ", sticky" : "";
-            return edition.empty() ? fmt::format("permit the base edition{}", sticky) : fmt::format("permit edition {}{}", edition, sticky);
-        }
-        case REJECT:
-            return fmt::format("reject with {}", actionGetRejectErrorCode(action));
-        case REDIRECT:
-            return fmt::format("redirect to {}", orEmpty(actionGetRedirectUrl(action)));
-        default:
-            return "no action";
-    }
-}
-
 // Operators tell one line each, and so do the operands that depend on chance or time.
 void countStep(const ExpressionNode *node, void *passback) {
     const bool tells =
@@ -73,8 +57,8 @@ void countStep(const ExpressionNode *node, void *passback) {
 }
 
 RuleView viewRule(const TavRule *rule) {
-    RuleView view{tavRuleGetOrder(rule), orEmpty(rule->expressionString), "", tavRuleGetExpr(rule) != nullptr, 0};
-    view.action = describeAction(static_cast<const Action *>(tavRuleGetObject(rule)));
+    const TavText action(actionDescribe(static_cast<const Action *>(tavRuleGetObject(rule))));
+    RuleView view{tavRuleGetOrder(rule), orEmpty(rule->expressionString), orEmpty(action.get()), tavRuleGetExpr(rule) != nullptr, 0};
     if (view.parses) expressionWalk(tavRuleGetExpr(rule), countStep, &view.steps);
     return view;
 }
