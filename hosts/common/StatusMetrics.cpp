@@ -1,7 +1,7 @@
 // The report as Prometheus reads it. A family's samples stand together, so each family walks the report once.
 //
 // Counters are left out of a report that misses a process: a sum that falls and comes back would look like a restart and then like a burst.
-#include <cstdio>
+#include <charconv>
 #include <cstring>
 
 #include "StatusReport.h"
@@ -35,8 +35,8 @@ public:
             separator = ",";
         }
         char number[32];
-        snprintf(number, sizeof number, "%.15g", value);
-        text.append(labels.empty() ? " " : "} ").append(number).append("\n");
+        const auto end = std::to_chars(number, number + sizeof number, value).ptr;
+        text.append(labels.empty() ? " " : "} ").append(number, end).append("\n");
     }
 
 private:

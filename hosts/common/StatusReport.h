@@ -1,12 +1,11 @@
 // The status of all processes of a host as one document, and the ways it is shown.
 //
 // What the processes count is added up; what they agree on stands once; where they differ it is said. The document is that of one process
-// (tavStatusToJSON()) with these differences:
-//   processes  instead of "process", "pid" and "state": pid, role ("daemon", "worker", "standalone", "unknown"), answered, and of those
-//   that
-//              answered state, version, inStep, outstanding, requests
+// (docs/status-format.md) with these differences:
+//   processes  instead of "process", "pid" and "state": pid, role ("daemon", "worker", "standalone", "unknown"), answered; of those that
+//              answered also state, version, inStep, outstanding, requests
 //   problems   what a person should look at, in words
-//   servers    "selectableIn" where some workers would give it new requests and others would not; "reason" has every worker's
+//   servers    "requests", which they have answered; "reason" has every worker's; "selectableIn": in so many workers, when not in all
 #ifndef TAV_HOSTS_STATUSREPORT_H
 #define TAV_HOSTS_STATUSREPORT_H
 

@@ -19,6 +19,7 @@ void registerHooks(apr_pool_t *) {
     ap_hook_map_to_storage(mapToStorage, nullptr, beforeProxy, APR_HOOK_FIRST);
     ap_hook_fixups(fixups, nullptr, nullptr, APR_HOOK_FIRST);
     ap_hook_handler(handleRequest, nullptr, beforeProxy, APR_HOOK_FIRST);
+    ap_hook_handler(handleStatus, nullptr, nullptr, APR_HOOK_MIDDLE);
     ap_hook_log_transaction(logTransaction, nullptr, nullptr, APR_HOOK_FIRST);
     ap_hook_pre_connection(preConnection, nullptr, nullptr, APR_HOOK_LAST);
     APR_OPTIONAL_HOOK(proxy, create_req, proxyCreateRequest, nullptr, nullptr, APR_HOOK_MIDDLE);
