@@ -16,6 +16,7 @@ load() {
     sleep 0.5
 }
 end_load() {
+    sleep 1
     kill -INT "$wrk"
     wait "$wrk"
     IFS=$'\t' read -r requests bad connect read write late sample < <(tail -n 1 "$work/wrk.out")
@@ -48,13 +49,6 @@ repeat() { for ((round = 0; round < rounds; round++)); do "$@"; done; }
 daemon_listens() { [ -n "$(daemon)" ]; }
 # Children that got the controller's document anew say that they start with it.
 new_configuration() { [ "$(grep -c 'TAV0301N' "$work/error.log")" -gt "$configurations" ]; }
-stop_httpd() {
-    local pid
-    pid=$(parent)
-    kill "$pid"
-    within 100 gone "$pid" || fail "httpd does not end"
-}
-
 controller_gone() {
     local pid=${started[controller_at]}
     kill "$pid"
