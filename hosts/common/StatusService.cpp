@@ -184,18 +184,20 @@ void StatusService::State::serve() {
 }
 
 void StatusService::State::end() {
+    if (!thread.joinable()) return;
     eventfd_write(wake.get(), 1);
     thread.join();
     unlink(path.c_str());
 }
 
-// Those who ask now are still answered while this waits for them.
+// Those who ask now are still answered while this waits for them. What fails loses this process's counts and nothing else.
 void StatusService::State::keepLast() {
-    const KeptFile file(stem, LOCK_EX, Clock::now() + SLOWEST_READER);
-    end();
     try {
+        const KeptFile file(stem, LOCK_EX, Clock::now() + SLOWEST_READER);
+        end();
         file.write(keep(file.read(), answer()));
-    } catch (const std::exception &) { // its counts are lost
+    } catch (const std::exception &) {
+        end();
     }
 }
 
@@ -221,10 +223,8 @@ StatusService::StatusService(const std::string &stem, Answer answer, Keep keep) 
 }
 
 StatusService::~StatusService() {
-    if (state->keep)
-        state->keepLast();
-    else
-        state->end();
+    if (state->keep) state->keepLast();
+    state->end();
 }
 
 // ---- the asking side ----

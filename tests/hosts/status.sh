@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The status of a real httpd's processes: JSON, Prometheus text, the page's headers. status.sh BUILD_DIR [MPM]
+# The status of a real httpd's processes: JSON, Prometheus text (which promtool reads, where it is installed), the page's headers. status.sh BUILD_DIR [MPM]
 limit=100
 source "$(dirname "$0")/server.sh" "$@"
 
