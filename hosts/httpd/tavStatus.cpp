@@ -13,7 +13,7 @@ namespace modtav {
 
 namespace {
 
-constexpr std::chrono::milliseconds PATIENCE{1000}; // with all processes together
+constexpr std::chrono::milliseconds PATIENCE{2000}; // with all processes together
 
 struct Answer {
     const char *contentType;
