@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "ServerCounts.h"
 #include "modProxy.h"
 #include "tavModule.h"
 
@@ -13,6 +14,7 @@ struct EnvTargetEndpoint {
     apr_pool_t *pool;
     const char *base; // "http://host:port"
     proxy_worker *worker;
+    tavhost::ServerCount *count;         // of its server; may be null
     std::atomic<apr_time_t> failedAt{0}; // when a failure to connect was last told to the library
 };
 
@@ -93,7 +95,8 @@ EnvTargetEndpoint *createEndpoint(TavTargetEndpoint *endpoint) {
         apr_pool_destroy(pool);
         return nullptr;
     }
-    return new (apr_palloc(pool, sizeof(EnvTargetEndpoint))) EnvTargetEndpoint{pool, base, worker, {}};
+    tavhost::ServerCount *count = tavhost::countOf(tavTargetEndpointGetServerName(endpoint));
+    return new (apr_palloc(pool, sizeof(EnvTargetEndpoint))) EnvTargetEndpoint{pool, base, worker, count, {}};
 }
 
 int deleteEndpoint(EnvTargetEndpoint *backend) {
@@ -123,6 +126,7 @@ int proxyTo(request_rec *r, TavTargetEndpoint *endpoint) {
     if (canonical != OK) return canonical == DECLINED ? HTTP_INTERNAL_SERVER_ERROR : canonical;
     char *url = r->filename + strlen("proxy:");
     const int status = proxy_run_scheme_handler(r, backend->worker, proxyConf(r->server), url, nullptr, 0);
+    if (backend->count && requestOf(r)->phase == Phase::Answered) backend->count->requests.fetch_add(1, std::memory_order_relaxed);
     if (status != DECLINED) return status;
     ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, r, "no module forwards to %s: load mod_proxy_http", backend->base);
     return HTTP_INTERNAL_SERVER_ERROR;

@@ -18,9 +18,12 @@
 #include <csignal>
 #include <cstring>
 #include <ctime>
-#include <thread>
+#include <memory>
 
 #include "HostInstance.h"
+#include "ServerCounts.h"
+#include "StatusReport.h"
+#include "StatusService.h"
 #include "tavModule.h"
 
 namespace modtav {
@@ -28,6 +31,8 @@ namespace modtav {
 namespace {
 
 Tav *childInstance = nullptr;
+std::unique_ptr<tavhost::StatusService> childStatus;
+std::string stem; // of the status sockets
 
 EnvCallBacks callBacks() {
     EnvCallBacks env{};
@@ -44,6 +49,21 @@ void logFault(server_rec *server, const char *what, const std::exception &fault)
     ap_log_error(APLOG_MARK, APLOG_CRIT | APLOG_NOERRNO, 0, server, "%s: %s", what, fault.what());
 }
 
+// What this process tells of itself. Without it the others are shown all the same.
+std::unique_ptr<tavhost::StatusService> serveStatus(Tav *tav, server_rec *server, tavhost::StatusService::Keep keep = nullptr) {
+    const auto answer = [tav] {
+        const tavhost::Json status(tavStatusToJSON(tav));
+        if (status) tavhost::addCounts(status.get());
+        return status ? tavhost::jsonText(status.get()) : "";
+    };
+    try {
+        return std::make_unique<tavhost::StatusService>(stem, answer, keep);
+    } catch (const std::exception &fault) {
+        ap_log_error(APLOG_MARK, APLOG_WARNING | APLOG_NOERRNO, 0, server, "this process is not in the status: %s", fault.what());
+        return nullptr;
+    }
+}
+
 // ---- the daemon ----
 
 struct Daemon {
@@ -52,8 +72,7 @@ struct Daemon {
     server_rec *server;
 };
 
-std::atomic<bool> libraryEnded{false};   // set on a thread of the library
-std::atomic<bool> libraryStarted{false}; // the daemon has a configuration and listens
+std::atomic<bool> libraryEnded{false}; // set on a thread of the library
 
 void prepareSignals(sigset_t *signals) {
     for (const int ignored : {SIGHUP, SIGUSR1, SIGUSR2, SIGWINCH, SIGPIPE, SIGINT}) apr_signal(ignored, SIG_IGN);
@@ -63,19 +82,35 @@ void prepareSignals(sigset_t *signals) {
     pthread_sigmask(SIG_SETMASK, signals, nullptr);
 }
 
-// Until the parent ends it, or the library has served its share of requests and wants a fresh process.
-void waitForEnd(const sigset_t *signals) {
-    const timespec step{1, 0};
-    while (!libraryEnded && sigtimedwait(signals, nullptr, &step) == -1 && (errno == EAGAIN || errno == EINTR)) continue;
-}
+// The socket of a daemon. Children that connect before there is a configuration would take an empty one, and those of an earlier daemon
+// would lose theirs to it. So it is made under another name, and opened when the controllers have given what they have, however long that
+// takes; one controller of several is waited for no longer than `patience`.
+class Door {
+public:
+    Door(Tav *tav, const tavhost::HostOptions &options, int patience)
+        : tav_(tav), hidden_(hiddenPath(options)), path_(options.socketPath), patience_(apr_time_now() + apr_time_from_sec(patience)) {}
 
-// Children that connect before the first configuration would take an empty one: until it is here, however long that takes, there is no
-// socket, and those of an earlier daemon keep what they have.
-void startWhenConfigured(Tav *tav) {
-    std::thread([tav] {
-        tavStart(tav, 0);
-        libraryStarted = true;
-    }).detach();
+    static std::string hiddenPath(const tavhost::HostOptions &options) { return options.socketPath + "~"; }
+
+    bool isOpen() const { return open_; }
+
+    void openWhenConfigured() {
+        if (open_ || tavGetConfigVersion(tav_) == -1 || (tavGetState(tav_) != STARTED && apr_time_now() < patience_)) return;
+        open_ = rename(hidden_.c_str(), path_.c_str()) == 0;
+    }
+
+private:
+    Tav *tav_;
+    std::string hidden_, path_;
+    apr_time_t patience_;
+    bool open_ = false;
+};
+
+// Until the parent ends it, or the library has served its share of requests and wants a fresh process.
+void serve(Door &door, const sigset_t *signals) {
+    constexpr timespec soon{0, 50'000'000}, later{1, 0};
+    do door.openWhenConfigured();
+    while (!libraryEnded && sigtimedwait(signals, nullptr, door.isOpen() ? &later : &soon) == -1 && (errno == EAGAIN || errno == EINTR));
 }
 
 [[noreturn]] void runDaemon(server_rec *server) {
@@ -89,12 +124,16 @@ void startWhenConfigured(Tav *tav) {
     traceTo(server);
     EnvCallBacks env = callBacks();
     env.stateChange.tav = [](Tav *, TavComponentState state, char *) { libraryEnded = state == STOPPED; };
-    const tavhost::HostOptions &options = serverConfig(server)->host;
+    const ServerConfig *config = serverConfig(server);
+    tavhost::HostOptions hidden = config->host;
+    hidden.socketPath = Door::hiddenPath(config->host);
     try {
-        Tav *tav = tavhost::createInstance(env, options, tavhost::Process::Daemon);
-        startWhenConfigured(tav);
-        waitForEnd(&signals);
-        if (!libraryStarted) _exit(0); // the thread that waits for a configuration goes with the process
+        Tav *tav = tavhost::createInstance(env, hidden, tavhost::Process::Daemon);
+        auto status = serveStatus(tav, server);
+        Door door(tav, config->host, config->startTimeout);
+        tavhost::startInstance(tav, hidden, 0);
+        serve(door, &signals);
+        status.reset();
         tavhost::endInstance(tav);
     } catch (const std::exception &fault) {
         logFault(server, "the daemon cannot run", fault);
@@ -152,8 +191,8 @@ int startDaemon(Daemon *daemon) {
 
 // ---- configuration ----
 
-// The socket stands in a folder of the user that the server runs as, so that the daemon can make it.
-int prepareSocket(apr_pool_t *pool, server_rec *server) {
+// The sockets stand in a folder of the user that the server runs as, so that the processes can make them.
+int prepareSockets(apr_pool_t *pool, server_rec *server) {
     tavhost::HostOptions &options = serverConfig(server)->host;
     options.socketUid = ap_unixd_config.user_id;
     if (!options.socketPath.empty()) return OK;
@@ -177,6 +216,7 @@ void completeOptions(server_rec *server) {
 } // namespace
 
 Tav *instance() { return childInstance; }
+const std::string &statusStem() { return stem; }
 
 // The whole configuration tried once, so that a fault shows in the configuration test and stops the server before it serves.
 int checkConfig(apr_pool_t *, apr_pool_t *, apr_pool_t *, server_rec *server) {
@@ -195,9 +235,11 @@ int checkConfig(apr_pool_t *, apr_pool_t *, apr_pool_t *, server_rec *server) {
 int postConfig(apr_pool_t *pool, apr_pool_t *, apr_pool_t *, server_rec *server) {
     if (!anyServerEnabled(server) || ap_state_query(AP_SQ_MAIN_STATE) == AP_SQ_MS_CREATE_PRE_CONFIG) return OK;
     traceTo(server);
+    if (const int status = prepareSockets(pool, server); status != OK) return status;
     const tavhost::HostOptions &options = serverConfig(server)->host;
+    stem = options.socketPath + ".status";
+    if (ap_state_query(AP_SQ_CONFIG_GEN) == 0) unlink((stem + ".kept").c_str()); // counts last over restarts
     if (!needsDaemon(options)) return OK;
-    if (const int status = prepareSocket(pool, server); status != OK) return status;
     auto *daemon = static_cast<Daemon *>(apr_pcalloc(pool, sizeof(Daemon)));
     daemon->pool = pool;
     daemon->server = server;
@@ -213,6 +255,7 @@ void childInit(apr_pool_t *pool, server_rec *server) {
     try {
         childInstance =
             tavhost::createInstance(env, config->host, needsDaemon(config->host) ? tavhost::Process::Worker : tavhost::Process::Standalone);
+        childStatus = serveStatus(childInstance, server, tavhost::keepCounts);
         tavhost::startInstance(childInstance, config->host, config->startTimeout);
     } catch (const std::exception &fault) {
         logFault(server, "requests are served without the library", fault);
@@ -220,6 +263,7 @@ void childInit(apr_pool_t *pool, server_rec *server) {
     apr_pool_cleanup_register(
         pool, nullptr,
         [](void *) -> apr_status_t {
+            childStatus.reset();
             if (childInstance) tavhost::endInstance(childInstance);
             childInstance = nullptr;
             return APR_SUCCESS;

@@ -6,4 +6,5 @@ httpd_config event 'ServerLimit 1' 'ThreadsPerChild 32' 'MaxRequestWorkers 32' '
 start_controller
 start_httpd
 PYTHONDONTWRITEBYTECODE=1 python3 "$(dirname "$0")/broken.py" "$work" "$front" "${back[@]}" || fail "broken requests"
+stop_httpd
 no_crash

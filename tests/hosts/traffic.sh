@@ -9,4 +9,5 @@ httpd_config event 'ServerLimit 1' 'ThreadsPerChild 64' 'MaxRequestWorkers 64' "
 start_controller
 start_httpd
 PYTHONDONTWRITEBYTECODE=1 python3 "$(dirname "$0")/traffic.py" "$work" "$front" "${back[@]}" || fail "traffic"
+stop_httpd
 no_crash
