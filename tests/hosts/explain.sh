@@ -6,8 +6,8 @@ source "$(dirname "${BASH_SOURCE[0]}")/server.sh"
 tavctl=$build/tools/tavctl/tavctl
 status=http://127.0.0.1:$front/tav-status
 
-# One child, so that one load balancing decides; every message of the library would be logged.
-httpd_config event "StartServers 1" "ServerLimit 1" "MaxSpareThreads 75" "ThreadsPerChild 25" "MaxRequestWorkers 25" "LogLevel tav:trace3" \
+# One child, so that one load balancing decides; every message would be logged.
+httpd_config event "StartServers 1" "ServerLimit 1" "MaxSpareThreads 75" "ThreadsPerChild 25" "MaxRequestWorkers 25" "LogLevel trace8" \
     "LoadModule authz_host_module $modules/mod_authz_host.so" "AllowEncodedSlashes Off" \
     "<Location /tav-status>" "SetHandler tav-status" "Require local" "</Location>" \
     "<Location /closed>" "SetHandler tav-status" "Require all denied" "</Location>" \
