@@ -3,8 +3,6 @@
 // Each child process holds a library instance, a worker of the one daemon process that the parent keeps running. A request is mapped when
 // its name is translated; one that the library handles skips the file system, passes authentication and authorisation as any other, and is
 // forwarded by the content handler through mod_proxy's own workers, one for each endpoint.
-#include <cstring>
-
 #include "tavModule.h"
 
 #include "modProxy.h"
@@ -21,8 +19,7 @@ void registerHooks(apr_pool_t *) {
     ap_hook_map_to_storage(mapToStorage, nullptr, beforeProxy, APR_HOOK_FIRST);
     ap_hook_fixups(fixups, nullptr, nullptr, APR_HOOK_FIRST);
     ap_hook_handler(handleRequest, nullptr, beforeProxy, APR_HOOK_FIRST);
-    ap_hook_handler([](request_rec *r) { return r->handler && strcmp(r->handler, "tav-status") == 0 ? explainRequest(r) : DECLINED; },
-                    nullptr, nullptr, APR_HOOK_MIDDLE);
+    ap_hook_handler(handleStatus, nullptr, nullptr, APR_HOOK_MIDDLE);
     ap_hook_log_transaction(logTransaction, nullptr, nullptr, APR_HOOK_FIRST);
     ap_hook_pre_connection(preConnection, nullptr, nullptr, APR_HOOK_LAST);
     APR_OPTIONAL_HOOK(proxy, create_req, proxyCreateRequest, nullptr, nullptr, APR_HOOK_MIDDLE);

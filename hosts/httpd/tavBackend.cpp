@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "ServerCounts.h"
 #include "modProxy.h"
 #include "tavModule.h"
 
@@ -12,6 +13,7 @@ struct EnvTargetEndpoint {
     apr_pool_t *pool;
     const char *base; // "http://host:port"
     proxy_worker *worker;
+    tavhost::ServerCount *count; // of its server; may be null
 };
 
 namespace modtav {
@@ -85,7 +87,8 @@ EnvTargetEndpoint *createEndpoint(TavTargetEndpoint *endpoint) {
         apr_pool_destroy(pool);
         return nullptr;
     }
-    return new (apr_palloc(pool, sizeof(EnvTargetEndpoint))) EnvTargetEndpoint{pool, base, worker};
+    tavhost::ServerCount *count = tavhost::countOf(tavTargetEndpointGetServerName(endpoint));
+    return new (apr_palloc(pool, sizeof(EnvTargetEndpoint))) EnvTargetEndpoint{pool, base, worker, count};
 }
 
 int deleteEndpoint(EnvTargetEndpoint *backend) {
@@ -107,6 +110,7 @@ int proxyTo(request_rec *r, TavTargetEndpoint *endpoint) {
     if (canonical != OK) return canonical == DECLINED ? HTTP_INTERNAL_SERVER_ERROR : canonical;
     char *url = r->filename + strlen("proxy:");
     const int status = proxy_run_scheme_handler(r, backend->worker, proxyConf(r->server), url, nullptr, 0);
+    if (backend->count && requestOf(r)->phase == Phase::Answered) backend->count->requests.fetch_add(1, std::memory_order_relaxed);
     if (status != DECLINED) return status;
     ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, r, "no module forwards to %s: load mod_proxy_http", backend->base);
     return HTTP_INTERNAL_SERVER_ERROR;

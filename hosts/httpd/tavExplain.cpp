@@ -308,8 +308,7 @@ struct PoolEnd {
 } // namespace
 
 int explainRequest(request_rec *r) {
-    if (r->method_number != M_POST) return DECLINED;
-    if (!r->args || strcmp(r->args, "explain") != 0) return answerFault(r, HTTP_BAD_REQUEST, "only ?explain is posted to");
+    if (r->method_number != M_POST || !r->args || strcmp(r->args, "explain") != 0) return DECLINED;
     apr_pool_t *created = nullptr;
     if (apr_pool_create(&created, r->pool) != APR_SUCCESS) return HTTP_INTERNAL_SERVER_ERROR;
     const std::unique_ptr<apr_pool_t, PoolEnd> pool(created);

@@ -9,6 +9,7 @@
 //   tavBackend.cpp       the proxy worker of an endpoint
 //   tavExplain.cpp       what the library would decide for a request that somebody asks about
 //   tavLog.cpp           the library's messages in the error log
+//   tavStatus.cpp        the status of all processes
 #ifndef TAV_HOSTS_HTTPD_TAVMODULE_H
 #define TAV_HOSTS_HTTPD_TAVMODULE_H
 
@@ -35,6 +36,7 @@ APLOG_USE_MODULE(tav);
 namespace modtav {
 
 inline constexpr const char *HANDLER = "tav-handler";
+inline constexpr const char *STATUS_HANDLER = "tav-status";
 
 // ---- configuration ----
 
@@ -70,7 +72,8 @@ extern const command_rec directives[];
 int checkConfig(apr_pool_t *config, apr_pool_t *log, apr_pool_t *temporary, server_rec *server);
 int postConfig(apr_pool_t *config, apr_pool_t *log, apr_pool_t *temporary, server_rec *server);
 void childInit(apr_pool_t *pool, server_rec *server);
-Tav *instance(); // of this child; null: there is none
+Tav *instance();                 // of this child; null: there is none
+const std::string &statusStem(); // of the sockets at which the processes tell their status
 
 // ---- messages ----
 
@@ -119,7 +122,7 @@ void dropForgedHeaders(request_rec *r);           // that a back end could mista
 char *cookieOf(request_rec *r, const char *name); // null: the request has none of that name
 
 // Answers a POST of a request (docs/scenario-format.md) to "?explain" with what the library would decide for it and why, as JSON. OK, or
-// DECLINED for any other method. The caller has seen to the access.
+// DECLINED for anything else. The caller has seen to the access.
 int explainRequest(request_rec *r);
 
 // ---- forwarding ----
@@ -128,6 +131,11 @@ int handleRequest(request_rec *r);
 int proxyCreateRequest(request_rec *r, request_rec *backend);
 int preConnection(conn_rec *c, void *socket);
 void registerFilters();
+
+// ---- status ----
+
+bool asksForStatus(request_rec *r); // before the handler is set
+int handleStatus(request_rec *r);
 
 // ---- endpoints ----
 

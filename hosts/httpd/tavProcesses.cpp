@@ -18,8 +18,12 @@
 #include <csignal>
 #include <cstring>
 #include <ctime>
+#include <memory>
 
 #include "HostInstance.h"
+#include "ServerCounts.h"
+#include "StatusReport.h"
+#include "StatusService.h"
 #include "tavModule.h"
 
 namespace modtav {
@@ -27,6 +31,8 @@ namespace modtav {
 namespace {
 
 Tav *childInstance = nullptr;
+std::unique_ptr<tavhost::StatusService> childStatus;
+std::string stem; // of the status sockets
 
 EnvCallBacks callBacks() {
     EnvCallBacks env{};
@@ -41,6 +47,21 @@ bool needsDaemon(const tavhost::HostOptions &options) { return options.configFil
 
 void logFault(server_rec *server, const char *what, const std::exception &fault) {
     ap_log_error(APLOG_MARK, APLOG_CRIT | APLOG_NOERRNO, 0, server, "%s: %s", what, fault.what());
+}
+
+// What this process tells of itself. Without it the others are shown all the same.
+std::unique_ptr<tavhost::StatusService> serveStatus(Tav *tav, server_rec *server, tavhost::StatusService::Keep keep = nullptr) {
+    const auto answer = [tav] {
+        const tavhost::Json status(tavStatusToJSON(tav));
+        if (status) tavhost::addCounts(status.get());
+        return status ? tavhost::jsonText(status.get()) : "";
+    };
+    try {
+        return std::make_unique<tavhost::StatusService>(stem, answer, keep);
+    } catch (const std::exception &fault) {
+        ap_log_error(APLOG_MARK, APLOG_WARNING | APLOG_NOERRNO, 0, server, "this process is not in the status: %s", fault.what());
+        return nullptr;
+    }
 }
 
 // ---- the daemon ----
@@ -81,9 +102,11 @@ void waitForEnd(const sigset_t *signals) {
     const tavhost::HostOptions &options = serverConfig(server)->host;
     try {
         Tav *tav = tavhost::createInstance(env, options, tavhost::Process::Daemon);
+        auto status = serveStatus(tav, server);
         // Children that connect before the first configuration would take an empty one: until it is here there is no socket.
         tavhost::startInstance(tav, options, serverConfig(server)->startTimeout);
         waitForEnd(&signals);
+        status.reset();
         tavhost::endInstance(tav);
     } catch (const std::exception &fault) {
         logFault(server, "the daemon cannot run", fault);
@@ -141,8 +164,8 @@ int startDaemon(Daemon *daemon) {
 
 // ---- configuration ----
 
-// The socket stands in a folder of the user that the server runs as, so that the daemon can make it.
-int prepareSocket(apr_pool_t *pool, server_rec *server) {
+// The sockets stand in a folder of the user that the server runs as, so that the processes can make them.
+int prepareSockets(apr_pool_t *pool, server_rec *server) {
     tavhost::HostOptions &options = serverConfig(server)->host;
     options.socketUid = ap_unixd_config.user_id;
     if (!options.socketPath.empty()) return OK;
@@ -166,6 +189,7 @@ void completeOptions(server_rec *server) {
 } // namespace
 
 Tav *instance() { return childInstance; }
+const std::string &statusStem() { return stem; }
 
 // The whole configuration tried once, so that a fault shows in the configuration test and stops the server before it serves.
 int checkConfig(apr_pool_t *, apr_pool_t *, apr_pool_t *, server_rec *server) {
@@ -184,9 +208,11 @@ int checkConfig(apr_pool_t *, apr_pool_t *, apr_pool_t *, server_rec *server) {
 int postConfig(apr_pool_t *pool, apr_pool_t *, apr_pool_t *, server_rec *server) {
     if (!anyServerEnabled(server) || ap_state_query(AP_SQ_MAIN_STATE) == AP_SQ_MS_CREATE_PRE_CONFIG) return OK;
     traceTo(server);
+    if (const int status = prepareSockets(pool, server); status != OK) return status;
     const tavhost::HostOptions &options = serverConfig(server)->host;
+    stem = options.socketPath + ".status";
+    if (ap_state_query(AP_SQ_CONFIG_GEN) == 0) unlink((stem + ".kept").c_str()); // counts last over restarts
     if (!needsDaemon(options)) return OK;
-    if (const int status = prepareSocket(pool, server); status != OK) return status;
     auto *daemon = static_cast<Daemon *>(apr_pcalloc(pool, sizeof(Daemon)));
     daemon->pool = pool;
     daemon->server = server;
@@ -202,6 +228,7 @@ void childInit(apr_pool_t *pool, server_rec *server) {
     try {
         childInstance =
             tavhost::createInstance(env, config->host, needsDaemon(config->host) ? tavhost::Process::Worker : tavhost::Process::Standalone);
+        childStatus = serveStatus(childInstance, server, tavhost::keepCounts);
         tavhost::startInstance(childInstance, config->host, config->startTimeout);
     } catch (const std::exception &fault) {
         logFault(server, "requests are served without the library", fault);
@@ -209,6 +236,7 @@ void childInit(apr_pool_t *pool, server_rec *server) {
     apr_pool_cleanup_register(
         pool, nullptr,
         [](void *) -> apr_status_t {
+            childStatus.reset();
             if (childInstance) tavhost::endInstance(childInstance);
             childInstance = nullptr;
             return APR_SUCCESS;

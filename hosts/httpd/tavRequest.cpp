@@ -53,7 +53,7 @@ void dropForgedHeaders(request_rec *r) {
 }
 
 int translateName(request_rec *r) {
-    if (!mayBeOurs(r)) return DECLINED;
+    if (!mayBeOurs(r) || asksForStatus(r)) return DECLINED;
     dropForgedHeaders(r);
     auto *env = new (apr_palloc(r->pool, sizeof(EnvHttpContext))) EnvHttpContext{r};
     if (!decide(env)) {

@@ -156,6 +156,12 @@ TAV_API struct json_t *tavToJSON(Tav *tav) TAV_NOEXCEPT;
 TAV_API char *tavToJSONString(Tav *tav) TAV_NOEXCEPT;
 /* The same; `queryString` is not used. */
 TAV_API char *tavGetStateInfo(Tav *tav, const char *queryString) TAV_NOEXCEPT;
+/*
+ * What an operator wants to know of a running instance as JSON (jansson): processes, connectors, servers with the reason why one gets no
+ * requests, applications, editions, rules; member by member in docs/status-format.md. Returns new (json_decref), NULL without memory.
+ * Requests keep running; waits for a document that is being applied.
+ */
+TAV_API struct json_t *tavStatusToJSON(Tav *tav) TAV_NOEXCEPT;
 /* Frees what the library returned new. NULL is ignored. */
 TAV_API void tavMemFree(Tav *tav, void *memory) TAV_NOEXCEPT;
 /* The library's version text. */

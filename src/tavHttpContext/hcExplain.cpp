@@ -15,7 +15,6 @@
 #include "tavURLMatcher/tavURLMatcher.h"
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavString.h"
-#include "tavUtil/tavStringBuffer.h"
 #include "vHost/vHost.h"
 
 namespace {
@@ -40,29 +39,8 @@ private:
 // ---- rules ----
 
 json_t *actionText(const Action *action) noexcept {
-    const TavStringBufferPtr words(sbCreate(64));
-    const auto add = [&](const char *text) noexcept { sbAdd(words.get(), text); };
-    switch (actionGetType(action)) {
-        case PERMIT: {
-            const char *edition = actionGetEdition(action);
-            const bool base = !edition || !*edition;
-            add(base ? "permit the base edition" : "permit edition ");
-            if (!base) add(edition);
-            if (actionGetPermitSticky(action)) add(", sticky");
-            break;
-        }
-        case REJECT:
-            add("reject with ");
-            sbAddInt(words.get(), actionGetRejectErrorCode(action));
-            break;
-        case REDIRECT:
-            add("redirect to ");
-            if (const char *url = actionGetRedirectUrl(action)) add(url);
-            break;
-        default:
-            add("no action");
-    }
-    return words && !words->failed ? vhostJsonText(sbStr(words.get())) : nullptr;
+    const TavText words(actionDescribe(action));
+    return words ? vhostJsonText(words.get()) : nullptr;
 }
 
 // Operators tell one line each, and so do the operands that depend on chance or time.

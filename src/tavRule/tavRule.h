@@ -172,6 +172,10 @@ private:
 TavRuleMatch tavRulesMatch(TrContext *trCtx, TavRules *rules, TavHttpContext *ctx) noexcept;
 // The same, without a pin. Returns borrowed: good only while the configuration cannot change the set.
 TavRule *tavRulesFindMatchingRule(TrContext *trCtx, TavRules *rules, TavHttpContext *ctx) noexcept;
+// Calls fn for every rule of the set, in order, as requests see it at this moment. `error` says why the expression does not parse; null: it
+// does. Any thread; no lock is held during the calls.
+typedef void (*TavRuleFcn)(const TavRuleEntry *entry, const char *error, void *passback);
+void tavRulesForEach(TavRules *rules, TavRuleFcn fn, void *passback) noexcept;
 // 1 when the rule's expression holds, else 0. Configuration side.
 int tavRuleMatches(TrContext *trCtx, const TavRule *rule, TavHttpContext *ctx) noexcept;
 

@@ -85,6 +85,16 @@ TavRule *tavRulesFindMatchingRule(TrContext *trCtx, TavRules *rules, TavHttpCont
     return match.entry() ? match.entry()->rule : nullptr;
 }
 
+void tavRulesForEach(TavRules *rules, TavRuleFcn fn, void *passback) noexcept {
+    TavRuleArray *array = rules ? rulesPin(rules) : nullptr;
+    if (!array) return;
+    for (int i = 0; i < array->count; i++) {
+        const TavRuleEntry *entry = array->entries()[i];
+        if (!entry->dead.load(std::memory_order_relaxed)) fn(entry, entry->text ? entry->text->errorString : nullptr, passback);
+    }
+    ruleArrayRelease(array);
+}
+
 int tavRuleMatches(TrContext *trCtx, const TavRule *rule, TavHttpContext *ctx) noexcept {
     if (!rule || !rule->expr) return 0;
     Evaluation evaluation(trCtx, rule->rules ? rule->rules->recReqProcess : nullptr, ctx);

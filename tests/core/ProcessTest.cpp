@@ -61,6 +61,16 @@ protected:
         ASSERT_EQ(tavStart(worker, -1), 0);
     }
 
+    // The first group as the status tells it.
+    static std::string groupOf(Tav *of) {
+        json_t *status = tavStatusToJSON(of);
+        char *text = json_dumps(json_array_get(json_object_get(status, "groups"), 0), 0);
+        const std::string group = text ? text : "";
+        free(text);
+        json_decref(status);
+        return group;
+    }
+
     int clients() { return tavServerProcessGetClientCount(tav->serverProcess); }
 
     // The state of server application "app" as the worker's current snapshot has it; "" when it has none.
@@ -150,6 +160,8 @@ TEST_F(Processes, AWorkerThatDoesNotReadDelaysNobodyAndMissesNothing) {
     startWorker();
     const int slow = rawSocket(path);
     ASSERT_TRUE(eventually([&] { return clients() == 2; }));
+    // The worker's own group never runs.
+    ASSERT_TRUE(eventually([&] { return groupOf(worker) == groupOf(tav) && groupOf(tav).find("STARTING") != std::string::npos; }));
     const char *const states[] = {"STARTED", "AFFINITY", "QUIESCED", "STOPPED"};
     int version = 10;
     for (const char *state : states) {

@@ -261,8 +261,10 @@ TEST_F(FailingMemory, PairAddedInPlace) {
 TEST_F(FailingMemory, Dump) {
     failEverywhere([this] {
         char *text = tavToJSONString(instance.tav);
-        const bool done = text != nullptr;
+        json_t *status = tavStatusToJSON(instance.tav);
+        const bool done = text && status;
         tavMemFree(instance.tav, text);
+        json_decref(status);
         return done;
     });
 }

@@ -135,10 +135,10 @@ start_httpd() {
     note_session httpd
 }
 parent() { cat "$work/httpd.pid"; }
-# The library's daemon listens at a socket below the work folder.
+# The library's daemon listens at its socket below the work folder.
 daemon() {
     local socket pid
-    socket=$(awk -v folder="$work/" 'index($8, folder) == 1 && $4 == "00010000" { print $7 }' /proc/net/unix | tail -n 1)
+    socket=$(awk -v folder="$work/" 'index($8, folder) == 1 && $8 ~ /daemon.sock$/ && $4 == "00010000" { print $7 }' /proc/net/unix | tail -n 1)
     for pid in $(pgrep -s "$(parent)"); do
         if [[ $(ls -l "/proc/$pid/fd" 2>/dev/null) == *"socket:[${socket:-none}]"* ]]; then echo "$pid"; fi
     done | tail -n 1

@@ -134,6 +134,7 @@ int main(int argc, char **argv) {
     CHECK(tavStart(tav, -1) == 0);
     CHECK(tavHandleJsonFromRestService(document, connector) == 7);
     CHECK(tavHandleJsonFromRestService("not JSON", connector) == -1);
+    CHECK(tavGetConfigVersion(tav) == 7);
     routeOne(tav);
     refuseOne(tav);
     dump = tavToJSONString(tav);

@@ -53,7 +53,7 @@ _tavctl() {
     check) options+=' --json' ;;
     test) options+=' --json --coverage --fail-under' ;;
     rule) options+=" $request --request --file --json" ;;
-    dump) options+=" $configuration" ;;
+    dump) options+=" --status $configuration" ;;
     interests) options+=' --admin' ;;
     watch)
         options+=" $request -p --property --controller --group --group-property --wait --daemon --worker --request --every --all --for
