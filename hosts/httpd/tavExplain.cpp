@@ -171,13 +171,15 @@ int cleanPath(request_rec *r) {
         unescape |= AP_UNESCAPE_URL_KEEP_SLASHES;
     if (!ap_normalize_path(r->uri, normalise | AP_NORMALIZE_DECODE_UNRESERVED)) return HTTP_BAD_REQUEST;
     if (const int status = ap_unescape_url_ex(r->uri, unescape); status != OK) return status;
-    ap_normalize_path(r->uri, normalise & ~AP_NORMALIZE_NOT_ABOVE_ROOT); // decoded slashes may have brought new "//" and "/../"
+    if (directory->allow_encoded_slashes && directory->decode_encoded_slashes) // which may have brought new "//" and "/../"
+        ap_normalize_path(r->uri, normalise & ~AP_NORMALIZE_NOT_ABOVE_ROOT);
     return OK;
 }
 
 // Host and path decide on the virtual server and may be refused by it.
 void setTarget(request_rec *r, const tavhost::RequestMembers &members) {
     const std::string target = targetOf(r->server, members);
+    r->the_request = apr_pstrcat(r->pool, r->method, " ", target.c_str(), " ", r->protocol, nullptr);
     ap_parse_uri(r, target.c_str());
     if (r->status != HTTP_OK || !r->uri || *r->uri != '/') refuse("the server refuses the path");
     if (members.host) r->hostname = apr_pstrdup(r->pool, members.host->c_str());
@@ -192,33 +194,33 @@ void setTarget(request_rec *r, const tavhost::RequestMembers &members) {
         refuse("the server itself answers this path with " + std::to_string(status) + ", before it asks the library");
 }
 
-request_rec *makeRequest(apr_pool_t *pool, const request_rec *asked, const tavhost::RequestMembers &members) {
-    if (members.groups) refuse("\"groups\": this server tells the library no groups of a user");
+request_rec *blankRequest(apr_pool_t *pool, conn_rec *connection) {
     auto *r = static_cast<request_rec *>(apr_pcalloc(pool, sizeof(request_rec)));
     r->pool = pool;
-    r->connection = makeConnection(pool, asked->connection, members);
-    r->server = r->connection->base_server;
+    r->connection = connection;
+    r->server = connection->base_server;
     r->per_dir_config = r->server->lookup_defaults;
     r->request_config = ap_create_request_config(pool);
-    r->request_time = asked->request_time;
-    r->headers_in = apr_table_make(pool, 20);
-    r->headers_out = apr_table_make(pool, 5);
-    r->err_headers_out = apr_table_make(pool, 5);
-    r->trailers_in = apr_table_make(pool, 5);
-    r->trailers_out = apr_table_make(pool, 5);
-    r->subprocess_env = apr_table_make(pool, 5);
-    r->notes = apr_table_make(pool, 5);
+    r->request_time = apr_time_now();
+    for (apr_table_t **table :
+         {&r->headers_in, &r->headers_out, &r->err_headers_out, &r->trailers_in, &r->trailers_out, &r->subprocess_env, &r->notes})
+        *table = apr_table_make(pool, 5);
     r->status = HTTP_OK;
+    r->proto_num = HTTP_VERSION(1, 1);
+    return r;
+}
+
+request_rec *makeRequest(apr_pool_t *pool, const conn_rec *asked, const tavhost::RequestMembers &members) {
+    if (members.groups) refuse("\"groups\": this server tells the library no groups of a user");
     const std::string method = members.method.value_or("");
     if (!isToken(method)) refuse("\"method\" is no token");
+    request_rec *r = blankRequest(pool, makeConnection(pool, asked, members));
     r->method = apr_pstrdup(pool, method.c_str());
     r->method_number = ap_method_number_of(r->method);
     r->protocol = apr_pstrdup(pool, members.protocolVersion.value_or("HTTP/1.1").c_str());
-    r->proto_num = HTTP_VERSION(1, 1);
     r->user = const_cast<char *>(poolText(pool, members.userName));
     r->ap_auth_type = const_cast<char *>(poolText(pool, members.authType));
     setClient(r, members);
-    r->the_request = apr_psprintf(pool, "%s %s %s", r->method, "/", r->protocol);
     setTarget(r, members);
     setHeaders(r, members);
     dropForgedHeaders(r);
@@ -266,12 +268,12 @@ json_t *traceJson(const tavhost::TraceLines &lines) {
 }
 
 // A server that does not ask the library has no decision of it.
-JsonPtr explain(apr_pool_t *pool, const request_rec *asked) {
-    const tavhost::RequestMembers members = readQuestion(const_cast<request_rec *>(asked));
+JsonPtr explain(apr_pool_t *pool, request_rec *asked) {
+    const tavhost::RequestMembers members = readQuestion(asked);
     const JsonPtr headersSet(json_object());
     const ToldRequest told{poolText(pool, members.protocol), poolText(pool, members.clientCertificate),
                            poolText(pool, members.sslCipherSuite), poolText(pool, members.sslSessionId), headersSet.get()};
-    EnvHttpContext env{makeRequest(pool, asked, members)};
+    EnvHttpContext env{makeRequest(pool, asked->connection, members)};
     env.told = &told;
     const bool enabled = instance() && serverConfig(env.r->server)->enabled == 1;
     tavhost::TraceLines lines;
@@ -306,8 +308,7 @@ struct PoolEnd {
 } // namespace
 
 int explainRequest(request_rec *r) {
-    if (r->method_number != M_POST) return DECLINED;
-    if (!r->args || strcmp(r->args, "explain") != 0) return answerFault(r, HTTP_BAD_REQUEST, "only ?explain is posted to");
+    if (r->method_number != M_POST || !r->args || strcmp(r->args, "explain") != 0) return DECLINED;
     apr_pool_t *created = nullptr;
     if (apr_pool_create(&created, r->pool) != APR_SUCCESS) return HTTP_INTERNAL_SERVER_ERROR;
     const std::unique_ptr<apr_pool_t, PoolEnd> pool(created);

@@ -129,7 +129,7 @@ void dropForgedHeaders(request_rec *r);           // that a back end could mista
 char *cookieOf(request_rec *r, const char *name); // null: the request has none of that name
 
 // Answers a POST of a request (docs/scenario-format.md) to "?explain" with what the library would decide for it and why, as JSON. OK, or
-// DECLINED for any other method. The caller has seen to the access.
+// DECLINED for anything else. The caller has seen to the access.
 int explainRequest(request_rec *r);
 
 // ---- forwarding ----

@@ -124,7 +124,8 @@ bool asksForStatus(request_rec *r) {
 
 int handleStatus(request_rec *r) {
     if (!r->handler || strcmp(r->handler, STATUS_HANDLER) != 0) return DECLINED;
-    ap_allow_standard_methods(r, REPLACE_ALLOW, M_GET, -1);
+    ap_allow_standard_methods(r, REPLACE_ALLOW, M_GET, M_POST, -1);
+    if (const int explained = explainRequest(r); explained != DECLINED) return explained;
     if (r->method_number != M_GET) return HTTP_METHOD_NOT_ALLOWED;
     return send(r, answerTo(r));
 }
