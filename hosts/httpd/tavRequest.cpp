@@ -60,7 +60,7 @@ int translateName(request_rec *r) {
         endRequest(env);
         return DECLINED;
     }
-    apr_pool_cleanup_register(r->pool, env, endRequest, apr_pool_cleanup_null);
+    apr_pool_pre_cleanup_register(r->pool, env, endRequest); // apart from the cleanups that every brigade of the request searches
     ap_set_module_config(r->request_config, &tav_module, env);
     r->filename = apr_pstrcat(r->pool, "tav:", r->uri, nullptr);
     r->handler = HANDLER;
