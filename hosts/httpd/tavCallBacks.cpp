@@ -67,7 +67,8 @@ char **getHeaderValues(EnvHttpContext *env, char *name) { return valuesOf(env->r
 
 int setHeaderValue(EnvHttpContext *env, char *name, char *value) {
     if (value && strcmp(name, "$ZVFO") == 0) env->affinityBroken = true;
-    return setIn(env->r->headers_in, name, value);
+    setPrivateHeader(env, name, value);
+    return 0;
 }
 
 // The value of a cookie in a "Cookie" header: "a=1; b=2".

@@ -24,6 +24,7 @@ void connected(EnvHttpContext *env) {
 }
 
 apr_status_t onSend(ap_filter_t *filter, apr_bucket_brigade *brigade) {
+    if (forwarding && forwarding->phase == Phase::Connecting) sendPrivateHeaders(forwarding, brigade);
     if (forwarding) connected(forwarding);
     return ap_pass_brigade(filter->next, brigade);
 }

@@ -5,6 +5,7 @@
 //   tavProcesses.cpp     the daemon's process and the library in the children
 //   tavRequest.cpp       a request and its decision, from translation to logging
 //   tavCallBacks.cpp     the request as the library sees it
+//   tavPrivateHeaders.cpp  the headers that the library adds
 //   tavForward.cpp       a decided request on its way to its endpoint
 //   tavBackend.cpp       the proxy worker of an endpoint
 //   tavLog.cpp           the library's messages in the error log
@@ -83,6 +84,13 @@ const char *traceSpecOf(const server_rec *server);
 // How far the request is with the endpoint that is being tried.
 enum class Phase { Idle, Connecting, Sending, Waiting, Answered };
 
+// What the library adds to the request: lines as they are sent, in the request's pool.
+struct PrivateHeaders {
+    char *text = nullptr;
+    size_t length = 0, capacity = 0;
+    uint64_t names = 0; // a bit for each name that has been in it
+};
+
 } // namespace modtav
 
 // The library's handle of a request.
@@ -93,6 +101,7 @@ struct EnvHttpContext {
     int tries = 0;         // endpoints tried
     modtav::Phase phase = modtav::Phase::Idle;
     bool affinityBroken = false; // its session went to another server
+    modtav::PrivateHeaders privateHeaders = {};
 
     void report(TavHttpContextState state, const char *msg = nullptr);
 };
@@ -105,6 +114,11 @@ int mapToStorage(request_rec *r);
 int fixups(request_rec *r);
 int logTransaction(request_rec *r);
 void setRequestCallBacks(EnvCallBacks &env);
+
+// A null value takes the header away. Copies both.
+void setPrivateHeader(EnvHttpContext *env, const char *name, const char *value);
+// Into the first data of a request on its way to an endpoint.
+void sendPrivateHeaders(const EnvHttpContext *env, apr_bucket_brigade *brigade);
 
 // ---- forwarding ----
 
