@@ -24,8 +24,14 @@ char *getLocalAddress(EnvHttpContext *env) { return env->r->connection->local_ip
 int getVirtualPort(EnvHttpContext *env) { return ap_get_server_port(env->r); }
 char *getProtocol(EnvHttpContext *env) { return text(ap_http_scheme(env->r)); }
 char *getMethod(EnvHttpContext *env) { return text(env->r->method); }
-char *getPath(EnvHttpContext *env) { return env->r->uri; }
 char *getQueryString(EnvHttpContext *env) { return env->r->args; }
+
+// A session that is hidden stands in the path as ";jsessionid=...".
+char *getPath(EnvHttpContext *env) {
+    const char *session = env->sessionHidden ? strcasestr(env->r->uri, ";jsessionid=") : nullptr;
+    return session ? apr_pstrmemdup(env->r->pool, env->r->uri, static_cast<size_t>(session - env->r->uri)) : env->r->uri;
+}
+
 char *getAuthType(EnvHttpContext *env) { return env->r->ap_auth_type; }
 char *getUserName(EnvHttpContext *env) { return env->r->user; }
 
@@ -66,7 +72,6 @@ char *getHeaderValue(EnvHttpContext *env, char *name) { return text(apr_table_ge
 char **getHeaderValues(EnvHttpContext *env, char *name) { return valuesOf(env->r->pool, env->r->headers_in, name); }
 
 int setHeaderValue(EnvHttpContext *env, char *name, char *value) {
-    if (value && strcmp(name, "$ZVFO") == 0) env->affinityBroken = true;
     setPrivateHeader(env, name, value);
     return 0;
 }
@@ -86,7 +91,7 @@ char *findCookie(apr_pool_t *pool, const char *header, const char *name) {
 }
 
 char *getCookieValue(EnvHttpContext *env, char *name) {
-    char **headers = valuesOf(env->r->pool, env->r->headers_in, "Cookie");
+    char **headers = env->sessionHidden ? nullptr : valuesOf(env->r->pool, env->r->headers_in, "Cookie");
     for (; headers && *headers; ++headers) {
         if (char *value = findCookie(env->r->pool, *headers, name)) return value;
     }

@@ -100,7 +100,14 @@ struct EnvHttpContext {
     bool withUser = false; // decided after authentication
     int tries = 0;         // endpoints tried
     modtav::Phase phase = modtav::Phase::Idle;
-    bool affinityBroken = false; // its session went to another server
+    bool sessionHidden = false;            // the library is not shown the session any more
+    TavTargetEndpoint *endpoint = nullptr; // that is being tried
+    apr_time_t began = 0;                  // when the endpoint was chosen
+    bool tls = false;                      // to the endpoint
+    bool connectionReused = false;         // that to the endpoint has carried other requests
+    bool upgraded = false;                 // the answer was a switch of protocols
+    int keepalives = 0;                    // requests on the client's connection before this one
+    apr_table_t *headersOut = nullptr;     // before the endpoint was tried
     modtav::PrivateHeaders privateHeaders = {};
 
     void report(TavHttpContextState state, const char *msg = nullptr);
@@ -133,6 +140,8 @@ void registerFilters();
 void setEndpointCallBacks(EnvCallBacks &env);
 // Hands the request to mod_proxy; an HTTP status, OK or DONE.
 int proxyTo(request_rec *r, TavTargetEndpoint *endpoint);
+// TRUE for the first of the failures to connect of those requests that had chosen the endpoint by then.
+bool isNewFailure(TavTargetEndpoint *endpoint, apr_time_t chosen);
 void backendServer(server_rec *server); // whose proxy settings new workers take
 
 } // namespace modtav

@@ -61,10 +61,35 @@ void prepareSignals(sigset_t *signals) {
     pthread_sigmask(SIG_SETMASK, signals, nullptr);
 }
 
+// The socket of a daemon. Children that connect before there is a configuration would take an empty one, and those of an earlier daemon
+// would lose theirs to it. So it is made under another name, and opened when the controllers have given what they have, however long that
+// takes; one controller of several is waited for no longer than `patience`.
+class Door {
+public:
+    Door(Tav *tav, const tavhost::HostOptions &options, int patience)
+        : tav_(tav), hidden_(hiddenPath(options)), path_(options.socketPath), patience_(apr_time_now() + apr_time_from_sec(patience)) {}
+
+    static std::string hiddenPath(const tavhost::HostOptions &options) { return options.socketPath + "~"; }
+
+    bool isOpen() const { return open_; }
+
+    void openWhenConfigured() {
+        if (open_ || tavGetConfigVersion(tav_) == -1 || (tavGetState(tav_) != STARTED && apr_time_now() < patience_)) return;
+        open_ = rename(hidden_.c_str(), path_.c_str()) == 0;
+    }
+
+private:
+    Tav *tav_;
+    std::string hidden_, path_;
+    apr_time_t patience_;
+    bool open_ = false;
+};
+
 // Until the parent ends it, or the library has served its share of requests and wants a fresh process.
-void waitForEnd(const sigset_t *signals) {
-    const timespec step{1, 0};
-    while (!libraryEnded && sigtimedwait(signals, nullptr, &step) == -1 && (errno == EAGAIN || errno == EINTR)) continue;
+void serve(Door &door, const sigset_t *signals) {
+    constexpr timespec soon{0, 50'000'000}, later{1, 0};
+    do door.openWhenConfigured();
+    while (!libraryEnded && sigtimedwait(signals, nullptr, door.isOpen() ? &later : &soon) == -1 && (errno == EAGAIN || errno == EINTR));
 }
 
 [[noreturn]] void runDaemon(server_rec *server) {
@@ -78,12 +103,14 @@ void waitForEnd(const sigset_t *signals) {
     traceTo(server);
     EnvCallBacks env = callBacks();
     env.stateChange.tav = [](Tav *, TavComponentState state, char *) { libraryEnded = state == STOPPED; };
-    const tavhost::HostOptions &options = serverConfig(server)->host;
+    const ServerConfig *config = serverConfig(server);
+    tavhost::HostOptions hidden = config->host;
+    hidden.socketPath = Door::hiddenPath(config->host);
     try {
-        Tav *tav = tavhost::createInstance(env, options, tavhost::Process::Daemon);
-        // Children that connect before the first configuration would take an empty one: until it is here there is no socket.
-        tavhost::startInstance(tav, options, serverConfig(server)->startTimeout);
-        waitForEnd(&signals);
+        Tav *tav = tavhost::createInstance(env, hidden, tavhost::Process::Daemon);
+        Door door(tav, config->host, config->startTimeout);
+        tavhost::startInstance(tav, hidden, 0);
+        serve(door, &signals);
         tavhost::endInstance(tav);
     } catch (const std::exception &fault) {
         logFault(server, "the daemon cannot run", fault);

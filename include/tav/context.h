@@ -108,6 +108,21 @@ TAV_API const char *tavHttpContextGetMatchedVHostName(TavHttpContext *ctx) TAV_N
 TAV_API const char *tavHttpContextGetTargetEndpointServerName(TavHttpContext *ctx) TAV_NOEXCEPT;
 TAV_API Boolean tavHttpContextGetPerformedLoadBalancing(TavHttpContext *ctx) TAV_NOEXCEPT; /* chosen by load, not by affinity */
 
+/* ---- why it was decided so (texts borrowed until the release, whatever the configuration does meanwhile) ---- */
+
+/* The routing rule that matched: the order that its name gives it and its expression. 0 and NULL without one: the application has no
+ * rules, none matched, or the request is not mapped. A rule's order may be 0 too: the expression tells. */
+TAV_API int tavHttpContextGetRuleOrder(TavHttpContext *ctx) TAV_NOEXCEPT;
+TAV_API const char *tavHttpContextGetRuleExpression(TavHttpContext *ctx) TAV_NOEXCEPT;
+/*
+ * Why the server that the request's session names does not serve it, for example "Server application for cloneId 'c1' is not selectable
+ * because server is not started"; one reason a line, no line break at the end, at most 383 bytes. A session id that names no server has a
+ * reason as well. NULL: the request names no session, or its server was chosen. Valid until the next failure, choice or the release.
+ */
+TAV_API const char *tavHttpContextGetAffinityBreakReason(TavHttpContext *ctx) TAV_NOEXCEPT;
+/* tavGetConfigVersion() of the configuration that the request pins, as it was when the request was mapped; -1 before that. */
+TAV_API long long tavHttpContextGetConfigVersion(TavHttpContext *ctx) TAV_NOEXCEPT;
+
 /* Overrides the protocol mapping for this request; before tavHttpContextGetTargetEndpoint(). */
 TAV_API void tavHttpContextSetSSLMapMode(TavHttpContext *ctx, TavSSLMapMode mode) TAV_NOEXCEPT;
 TAV_API TavSSLMapMode tavHttpContextGetSSLMapMode(TavHttpContext *ctx) TAV_NOEXCEPT;

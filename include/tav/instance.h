@@ -62,6 +62,13 @@ TAV_API Boolean tavIsStopped(Tav *tav) TAV_NOEXCEPT; /* STOPPED, DELETED */
 TAV_API Boolean tavIsUsable(Tav *tav) TAV_NOEXCEPT;  /* STARTING, STARTED, PARTIAL_START: contexts are pooled */
 TAV_API Boolean tavCanRoute(Tav *tav) TAV_NOEXCEPT;  /* STARTING, STARTED, PARTIAL_START, FAILED: requests are routed */
 
+/*
+ * The version of the document, complete or delta, that this process applied last; -1 before the first. It counts once requests are served
+ * by it. Each connector group's controller numbers its own documents: with several groups this is the version of whichever group's document
+ * came last; a worker that is given everything anew has that of the last group, which may be another one than the daemon's.
+ */
+TAV_API long long tavGetConfigVersion(Tav *tav) TAV_NOEXCEPT;
+
 /* ---- process type (standalone unless marked; mark before tavStart) ---- */
 
 /* Makes this process the daemon that polls and feeds the workers. `uid` owns the socket when the process runs as root.

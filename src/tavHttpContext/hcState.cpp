@@ -83,6 +83,7 @@ static void reportConnect(TavHttpContext *ctx, TavHttpContextState state, const 
 // Connect failures deliberately do not count against the endpoints that one request may try.
 static void giveUpEndpoint(TavHttpContext *ctx, TavHttpContextState state) noexcept {
     if (state == RESPONSE_TIMEOUT) ctx->responseTimeouts++;
+    if (!ctx->performedLoadBalancing) hcSetAffinityBreakReason(ctx, state == CONNECT_FAILURE ? "connect failure" : TS_FAILED_BEFORE);
     tavListAddTail(ctx->failedServerApps, ctx->targetServerApplication);
     tsTargetInfoDecrementRefCnt(ctx);
     if (state != CONNECT_FAILURE) ctx->failureCount++;

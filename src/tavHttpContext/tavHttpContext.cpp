@@ -6,8 +6,8 @@
 //
 // Ownership: the context owns its texts, its trace context and one reference to its private specification; it holds one snapshot
 // reference between obtain and release, and with it the instance. Endpoint and server application are kept alive by what the selector
-// counted in `targetInfo`; the policy lives as long as the snapshot. Pooled contexts belong to the pool and hold no snapshot; the one that
-// a thread left in its own place (tavKeepIdleContext) holds the current one.
+// counted in `targetInfo`, the rule by its match; the policy lives as long as the snapshot. Pooled contexts belong to the pool and hold no
+// snapshot; the one that a thread left in its own place (tavKeepIdleContext) holds the current one.
 //
 // Locks: none of its own. Obtain takes none when the thread's own place has a context; otherwise the stop lock and, inside it, the
 // routing-information lock, and the pool lock by itself; the host is called with none of them held.
@@ -79,6 +79,8 @@ static void initialise(TavHttpContext *ctx, EnvHttpContext *envHttpContext) noex
     ctx->failureCount = 0;
     ctx->responseTimeouts = 0;
     ctx->policy = nullptr;
+    ctx->configVersion = -1;
+    ctx->affinityBreakReason[0] = '\0';
     ctx->startTime = tavGetTickedTime();
     hcInitRequestTraceSpec(ctx);
 }
@@ -91,6 +93,7 @@ static void clean(TavHttpContext *ctx) noexcept {
     if (!tavListIsEmpty(ctx->failedServerApps)) tavListClean(ctx->failedServerApps);
     ctx->policy = nullptr;
     ctx->moduleHint = nullptr;
+    ctx->ruleMatch.reset();
     ctx->stateMsg = nullptr;
 }
 

@@ -29,7 +29,7 @@ inline constexpr const char *serverIsFullMark = "server is full"; // stands for 
 
 static inline const char *skipReason(const TsRequest &req, const TargetServerApplication *sapp) noexcept TS_LOCKED {
     if (const char *reason = serverApplicationReason(sapp, FALSE, [&req] { return req.now(); })) return reason;
-    if (tavHttpContextIsFailedServerApp(req.ctx, sapp)) return "previously failed to route this request to this server";
+    if (tavHttpContextIsFailedServerApp(req.ctx, sapp)) return TS_FAILED_BEFORE;
     if (serverIsFull(sapp->server)) return serverIsFullMark;
     return transportReason(req, sapp->server);
 }

@@ -91,9 +91,9 @@ static int outboundProtocol(const TsRequest &req, const VirtualCluster *vc) noex
 
 // ---- choosing ----
 
-static void breakAffinity(const TsRequest &req, const char *reason) noexcept TS_LOCKED {
-    TR_DEBUG(req.trCtx, req.ts->breakAffinityRec, "%s", reason);
-    tavHttpContextBreakAffinity(req.ctx);
+static void breakAffinity(const TsRequest &req, const char *traced, const char *reason) noexcept TS_LOCKED {
+    TR_DEBUG(req.trCtx, req.ts->breakAffinityRec, "%s", traced);
+    tavHttpContextBreakAffinity(req.ctx, reason);
 }
 
 // An affinity server that has no room is given up.
@@ -105,8 +105,8 @@ static bool keepsAffinity(const TsRequest &req, const TargetServerApplication *s
         return true;
     }
     char text[512];
-    const char *reason = trContextLogEnabled(req.trCtx, ts->breakAffinityRec) ? serverFullReason(server, text, sizeof text) : "";
-    breakAffinity(req, reason);
+    const char *reason = serverFullReason(server, text, sizeof text);
+    breakAffinity(req, reason, reason);
     TR_DEBUG(req.trCtx, ts->breakAffinityRec, "tsSelect: Breaking affinity for the request %s with ctx=%p because %s\n",
              tavOrNull(tavHttpContextGetURL(req.ctx)), static_cast<void *>(req.ctx), reason);
     return false;
@@ -117,7 +117,7 @@ static TargetServerApplication *chooseServerApplication(const TsRequest &req, Vi
     TsReason breakReason(trContextLogEnabled(req.trCtx, req.ts->affinityRec) || trContextLogEnabled(req.trCtx, req.ts->breakAffinityRec));
     TargetServerApplication *sapp = getAffinityTargetServerApplication(req, vc, policy, breakReason);
     if (sapp && keepsAffinity(req, sapp, vc)) return sapp;
-    if (!sapp && breakReason.any()) breakAffinity(req, breakReason.text());
+    if (!sapp && breakReason.any()) breakAffinity(req, breakReason.text(), breakReason.brief());
     return wlorLoadBalance(req, vc);
 }
 

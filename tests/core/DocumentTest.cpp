@@ -82,6 +82,9 @@ TEST_F(Document, VersionMembers) {
     EXPECT_EQ(give(R"({"version": 1, "version": 8589934592, "delta": 1})"), 8589934592)
         << "only a true delta is one; the last of a name counts";
     EXPECT_EQ(connector->vid, 8589934592);
+    EXPECT_EQ(tavGetConfigVersion(tav), 8589934592);
+    EXPECT_EQ(give("{'"), -1);
+    EXPECT_EQ(tavGetConfigVersion(tav), 8589934592);
 }
 
 TEST_F(Document, ItsOwnSetIsWorkedIn) {
@@ -296,6 +299,8 @@ TEST_F(Document, ResetTypesBuildAnew) {
         TavRoutingInfo *before = tavRoutingInfoObtain(tav);
         EXPECT_EQ(give(delta(version, row.operations)), version);
         EXPECT_EQ(tav->routingInfo != before, row.rebuilds);
+        EXPECT_EQ(tavGetConfigVersion(tav), version);
+        EXPECT_EQ(tavRoutingInfoGetVersion(before), row.rebuilds ? version - 1 : version) << "requests that hold it have not seen more";
         tavRoutingInfoRelease(before);
         version++;
         expectSameAsRebuild();
@@ -473,6 +478,7 @@ TEST_F(Document, GroupsShareASnapshot) {
                                                .c_str(),
                                            second),
               1);
+    EXPECT_EQ(tavGetConfigVersion(tav), 1) << "the last one, not the highest";
     EXPECT_NE(object("/cell/d"), nullptr);
     EXPECT_NE(object(S1), nullptr);
 }

@@ -156,7 +156,8 @@ TEST_F(Processes, AWorkerThatDoesNotReadDelaysNobodyAndMissesNothing) {
         std::string document = serverDocument(++version, state);
         document.insert(document.size() - 1, ", \"padding\": \"" + std::string(500000, 'x') + "\"");
         ASSERT_EQ(give(document), version);
-        ASSERT_TRUE(eventually([&] { return workerState() == state; })) << "the other one is served";
+        ASSERT_TRUE(eventually([&] { return workerState() == state && tavGetConfigVersion(worker) == version; }))
+            << "the other one is served";
     }
     // What was sent, message by message; control states come in between.
     std::string body, order;

@@ -59,6 +59,7 @@ TavRoutingInfo *tavRoutingInfoObtain(Tav *tav) noexcept {
 void tavRoutingInfoRelease(TavRoutingInfo *ri) noexcept {
     if (ri) ri->refCount--;
 }
+long long tavRoutingInfoGetVersion(const TavRoutingInfo *ri) noexcept { return ri->version; }
 
 // ---- the pool ----
 

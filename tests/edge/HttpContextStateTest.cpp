@@ -28,10 +28,12 @@ TEST_F(HttpContextState, MapsOnceAndTurnsTheResultIntoAnAction) {
         TavAction action;
         int errorCode;
         const char *edition;
+        int ruleOrder = 0;
+        const char *rule = nullptr;
     } cases[] = {
-        {"/shop/a", {}, 1, PERMIT, 0, ""},
-        {"/shop/a", "go=away", 1, REDIRECT, 0, nullptr},
-        {"/shop/a", "go=no", 1, REJECT, 403, nullptr},
+        {"/shop/a", {}, 1, PERMIT, 0, "", TAVRULE_DEFAULT_ORDER, "true"},
+        {"/shop/a", "go=away", 1, REDIRECT, 0, nullptr, 1, "queryparm(go) = 'away'"},
+        {"/shop/a", "go=no", 1, REJECT, 403, nullptr, 2, "queryparm(go) = 'no'"},
         {"/elsewhere", {}, 0, REJECT, 404, nullptr},
         {{}, {}, -1, REJECT, 500, nullptr},
     };
@@ -46,6 +48,8 @@ TEST_F(HttpContextState, MapsOnceAndTurnsTheResultIntoAnAction) {
         EXPECT_EQ(tavHttpContextGetAction(ctx), c.action);
         EXPECT_EQ(tavHttpContextGetErrorCode(ctx), c.errorCode);
         EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx) != nullptr, c.edition != nullptr);
+        EXPECT_EQ(tavHttpContextGetRuleOrder(ctx), c.ruleOrder);
+        EXPECT_STREQ(tavHttpContextGetRuleExpression(ctx), c.rule);
         EXPECT_EQ(tav.traced("performRequestMapping: exit " + std::to_string(c.handled) + "\n"), 1);
         tavHttpContextRelease(ctx);
     }
@@ -103,6 +107,41 @@ TEST_F(HttpContextState, TriesOtherServersAfterFailures) {
     EXPECT_STREQ(tavHttpContextGetApplicationName(ctx), "shop");
     EXPECT_STREQ(tavHttpContextGetContextRoot(ctx), "/shop");
     EXPECT_STREQ(tavHttpContextGetMatchedVHostName(ctx), "/cell/c/vHostGroup/default");
+    tavHttpContextRelease(ctx);
+}
+
+// What was decided stays told while the configuration goes on.
+TEST_F(HttpContextState, TellsWhyUntilTheEnd) {
+    addServer("S1", "c1");
+    addServer("S2");
+    addRule("7", "true", "permit:shop");
+    ri.version = 3;
+    host.cookies["ZVJSESSIONID"] = "id:c1";
+    TavHttpContext *ctx = route();
+    EXPECT_EQ(tavHttpContextGetAffinityBreakReason(ctx), nullptr);
+    const struct {
+        TavHttpContextState failure;
+        const char *between, *after; // NULL: kept
+        const char *server;
+    } cases[] = {
+        {RESPONSE_READ_ERROR, TS_FAILED_BEFORE, nullptr, "S1"},
+        {CONNECT_FAILURE, "connect failure", "Server application for cloneId 'c1' is not selectable because connect failure", "S2"},
+        {RESPONSE_READ_ERROR, cases[1].after, nullptr, "S1"}, // which can be reached again
+    };
+    for (const auto &c : cases) {
+        report(ctx, c.failure);
+        EXPECT_STREQ(tavHttpContextGetAffinityBreakReason(ctx), c.between);
+        if (&c == &cases[2]) tsServerConnectSuccess(servers[0].server);
+        EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
+        EXPECT_STREQ(tavHttpContextGetAffinityBreakReason(ctx), c.after);
+        EXPECT_STREQ(tavHttpContextGetTargetEndpointServerName(ctx), c.server);
+    }
+    const char *expression = tavHttpContextGetRuleExpression(ctx);
+    rmWebRouteWorkClassDelete(workClass);
+    ri.version = 4;
+    EXPECT_STREQ(expression, "true");
+    EXPECT_EQ(tavHttpContextGetRuleOrder(ctx), 7);
+    EXPECT_EQ(tavHttpContextGetConfigVersion(ctx), 3);
     tavHttpContextRelease(ctx);
 }
 

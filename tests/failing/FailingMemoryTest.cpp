@@ -94,7 +94,11 @@ protected:
     void SetUp() override { ASSERT_TRUE(reset()); }
 
     bool reset() const { return instance.give(first) == 1; }
-    bool give(const std::string &document) const { return instance.give(document) >= 0; }
+    bool give(const std::string &document) const {
+        const long long before = tavGetConfigVersion(instance.tav), version = instance.give(document);
+        EXPECT_EQ(tavGetConfigVersion(instance.tav), version < 0 ? before : version);
+        return version >= 0;
+    }
 
     // The fewest blocks in use that are seen while the instance's own thread has nothing to do (it frees its last item a moment later), or
     // `enough`.

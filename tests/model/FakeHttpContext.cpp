@@ -63,6 +63,7 @@ Boolean tavHttpContextSetRedirect(TavHttpContext *ctx, const char *url) noexcept
 Boolean tavHttpContextSetApplicationName(TavHttpContext *ctx, const char *name) noexcept { return copy(ctx->applicationName, name); }
 Boolean tavHttpContextSetModuleName(TavHttpContext *ctx, const char *name) noexcept { return copy(ctx->moduleName, name); }
 void tavHttpContextSetModuleHint(TavHttpContext *ctx, TsModuleHint *hint) noexcept { ctx->moduleHint = hint; }
+void tavHttpContextSetRuleMatch(TavHttpContext *, TavRuleMatch &&) noexcept {}
 TsModuleHint *tavHttpContextGetModuleHint(TavHttpContext *ctx) noexcept { return ctx ? ctx->moduleHint : nullptr; }
 Boolean tavHttpContextSetEditionName(TavHttpContext *ctx, const char *name) noexcept { return copy(ctx->editionName, name); }
 Boolean tavHttpContextSetContextRoot(TavHttpContext *ctx, const char *root) noexcept { return copy(ctx->contextRoot, root); }
@@ -108,7 +109,10 @@ void tavHttpContextResetMyTargetInfo(TavHttpContext *ctx) noexcept { tavHttpCont
 TavTargetEndpoint *tavHttpContextGetMyTargetEndPoint(TavHttpContext *ctx) noexcept { return ctx->endpoint; }
 TargetServerApplication *tavHttpContextGetMyTargetServerApplication(TavHttpContext *ctx) noexcept { return ctx->sapp; }
 void tavHttpContextSetPerformedLoadBalancing(TavHttpContext *ctx, Boolean performed) noexcept { ctx->performedLoadBalancing = performed; }
-void tavHttpContextBreakAffinity(TavHttpContext *ctx) noexcept { ctx->brokenAffinity++; }
+void tavHttpContextBreakAffinity(TavHttpContext *ctx, const char *reason) noexcept {
+    ctx->brokenAffinity++;
+    ctx->breakReason = reason;
+}
 
 Boolean tavHttpContextIsFailedServerApp(TavHttpContext *ctx, const TargetServerApplication *sapp) noexcept {
     return ctx->failedServerApps.contains(sapp);

@@ -31,6 +31,7 @@ struct _TavHttpContext {
     int responseTimeouts = 0;
     Boolean performedLoadBalancing = FALSE;
     int brokenAffinity = 0;
+    std::string breakReason;
 };
 
 // An instance and one snapshot of it. Nothing may stay allocated after it.

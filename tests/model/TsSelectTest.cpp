@@ -92,22 +92,22 @@ TEST_F(SelectorTest, SessionIdsAreResolvedPieceByPiece) {
     tsServerSetWeight(two.server, 0);
     const struct {
         const char *cookie, *path, *expected; // "-": balanced, and nothing is left for that
-        int broken;
+        const char *broken = nullptr;         // why
     } rows[] = {
-        {nullptr, "/", "-", 0},
-        {"s:c1", "/", "one", 0},
-        {"s:c1:c2", "/", "one", 0},
-        {"s:gone:c2", "/", "two", 0},
-        {"s::c2", "/", "two", 0}, // an empty piece is a clone id of no one
-        {"c1", "/", "-", 1},      // the session proper is no clone id
-        {"", "/", "-", 1},
-        {"s:c3", "/", "-", 1},
-        {"s:C1", "/", "-", 1},
-        {"s:gone", "/a;jsessionid=s:c2", "two", 0}, // the path comes after the cookies
-        {nullptr, "/a;JSESSIONID=s:c2", "two", 0},
-        {nullptr, "/a;jsessionid=s:c2?x=1", "-", 1}, // to the end of the path
-        {nullptr, "/a;jsessionid=", "-", 0},
-        {nullptr, nullptr, "-", 0},
+        {nullptr, "/", "-"},
+        {"s:c1", "/", "one"},
+        {"s:c1:c2", "/", "one"},
+        {"s:gone:c2", "/", "two"},
+        {"s::c2", "/", "two"},                                                    // an empty piece is a clone id of no one
+        {"c1", "/", "-", "getCloneIds: no cloneIds found in the session cookie"}, // the session proper is no clone id
+        {"", "/", "-", "getCloneIds: no cloneIds found in the session cookie"},
+        {"s:c3", "/", "-", "Server application for cloneId 'c3' is not selectable because in QUIESCE state"},
+        {"s:C1:c4", "/", "-", "Server was not found for cloneId 'C1'\nServer was not found for cloneId 'c4'"},
+        {"s:gone", "/a;jsessionid=s:c2", "two"}, // the path comes after the cookies
+        {nullptr, "/a;JSESSIONID=s:c2", "two"},
+        {nullptr, "/a;jsessionid=s:c2?x=1", "-", "Server was not found for cloneId 'c2?x=1'"}, // to the end of the path
+        {nullptr, "/a;jsessionid=", "-"},
+        {nullptr, nullptr, "-"},
     };
     for (const bool traced : {false, true}) {
         tav.setTraceSpec(traced ? ":DEBUG" : ":NOTICE");
@@ -117,13 +117,19 @@ TEST_F(SelectorTest, SessionIdsAreResolvedPieceByPiece) {
             ctx->request.path = textOf(row.path);
             ctx->failedServerApps.insert(one.sapp); // affinity does not look at failures
             EXPECT_EQ(selectName(*ctx), row.expected);
-            EXPECT_EQ(ctx->brokenAffinity, row.broken);
+            EXPECT_EQ(ctx->brokenAffinity, row.broken != nullptr);
+            EXPECT_EQ(ctx->breakReason, row.broken ? row.broken : "");
             EXPECT_FALSE(ctx->performedLoadBalancing);
             finish(*ctx);
         }
         auto ctx = request(("s:" + std::string(500, 'x') + ":c2").c_str());
         EXPECT_EQ(selectName(*ctx), "two");
         finish(*ctx);
+        std::string gone = "s"; // a client decides how much there is to tell, not how much is kept
+        for (int i = 0; i < 1000; i++) gone += ":" + std::to_string(i);
+        ctx = request(gone.c_str());
+        selectName(*ctx);
+        EXPECT_EQ(ctx->breakReason.size(), TS_BREAK_REASON_SIZE - 1);
     }
 }
 
@@ -185,6 +191,7 @@ TEST_F(SelectorTest, AFullServerBreaksAffinityAndIsNotBalancedTo) {
         open.push_back(request("s:c1"));
         EXPECT_EQ(selectName(*open.back()), expected);
         EXPECT_EQ(open.back()->brokenAffinity, *expected == 'b');
+        EXPECT_EQ(open.back()->breakReason.find("number of outstanding requests '") == 0, *expected == 'b');
         EXPECT_EQ(open.back()->performedLoadBalancing, *expected == 'b');
     }
     EXPECT_TRUE(tav.traced("number of outstanding requests '2' exceeded maximum connections '2' for the server /cell/c/node/n/server/a"));

@@ -18,6 +18,7 @@ struct _TavRoutingInfo {
     TargetSelector *selector = nullptr;
     Boolean published = FALSE;
     int refCount = 1;
+    long long version = -1;
 };
 
 // One at a time: the trace goes to the youngest.

@@ -10,9 +10,11 @@ namespace tavctl {
 namespace {
 
 // The place of the matched rule in the list; the list's size when none matched.
-size_t matchedIndex(const std::vector<RuleView> &rules, const TraceStory &story) {
-    for (size_t i = 0; story.rule && i < rules.size(); i++) {
-        if (rules[i].order == story.rule->order && rules[i].expression == story.rule->expression) return i;
+size_t matchedIndex(const std::vector<RuleView> &rules, TavHttpContext *ctx) {
+    const int order = tavHttpContextGetRuleOrder(ctx);
+    const char *expression = tavHttpContextGetRuleExpression(ctx);
+    for (size_t i = 0; expression && i < rules.size(); i++) {
+        if (rules[i].order == order && rules[i].expression == expression) return i;
     }
     return rules.size();
 }
@@ -32,9 +34,9 @@ void addSteps(Explanation &result) {
 }
 
 void addAffinity(Explanation &result, const RoutedRequest &request) {
-    if (request.affinityBroken()) {
+    if (const char *reason = tavHttpContextGetAffinityBreakReason(request.context())) {
         result.affinity = Affinity::Broken;
-        result.affinityText = result.story.affinityBroken.value_or("no reason given");
+        result.affinityText = reason;
     } else if (result.story.affinityKept) {
         result.affinity = Affinity::Kept;
         result.affinityText = *result.story.affinityKept;
@@ -84,7 +86,7 @@ Explanation explain(const RoutedRequest &request, const RuleNames &names) {
     Explanation result;
     result.mapping = mappingOf(request.context(), true);
     result.story = traceStory(request.trace());
-    const size_t matched = matchedIndex(result.mapping.rules, result.story);
+    const size_t matched = matchedIndex(result.mapping.rules, request.context());
     for (size_t i = 0; i < result.mapping.rules.size() && i <= matched; i++) {
         const RuleView &rule = result.mapping.rules[i];
         result.tried.push_back({rule, names.find(result.mapping.workClass, rule.order, rule.expression), i == matched, {}});

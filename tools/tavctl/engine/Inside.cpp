@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cstring>
 
 #include "tav/tavControl.h"
@@ -32,12 +31,9 @@ long long applyObserved(TavConnector *connector, const std::string &document, st
 
 json_t *storedDocument(TavConnector *connector) { return tavConnectorGetJSON(connector); }
 
-long long appliedVersion(TavConnectorGroup *group) {
+long long appliedVersion(Tav *tav) {
     const TavControlScope control("appliedVersion");
-    long long version = -1;
-    for (TavListEle *ele = tavListGetHead(group->connectorList); ele; ele = tavListGetNext(ele))
-        version = std::max<long long>(version, tavConnectorGetVersion(static_cast<TavConnector *>(tavListEleGetObject(ele))));
-    return version;
+    return tavGetConfigVersion(tav);
 }
 
 // ---- requests ----

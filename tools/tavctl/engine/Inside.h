@@ -19,9 +19,8 @@ namespace tavctl {
 long long applyObserved(TavConnector *connector, const std::string &document, std::vector<DocumentFinding> &findings);
 // The document that the connector holds, deltas merged; borrowed until the next one, may be null.
 json_t *storedDocument(TavConnector *connector);
-
-// Version of the document in force in the group, -1 before the first. Takes the library's control lock.
-long long appliedVersion(TavConnectorGroup *group);
+// tavGetConfigVersion(), once a document that has arrived is applied. Takes the library's control lock.
+long long appliedVersion(Tav *tav);
 
 // From here on the request tells everything that traceStory() reads, whatever the configuration asks to be traced.
 void traceInFull(TavHttpContext *ctx);

@@ -30,11 +30,6 @@ bool recordingTrace();
 // The hook for EnvCallBacks.trace.printf.
 int traceHook(const TrContext *ctx, va_list args);
 
-struct MatchedRule {
-    int order;
-    std::string expression;
-};
-
 struct PassedOver {
     const void *serverApplication; // the library's record, to be looked up while the configuration stays
     std::string name;              // of the server application
@@ -48,10 +43,8 @@ struct Compared {
 
 // Read from the library's own texts.
 struct TraceStory {
-    std::optional<MatchedRule> rule;
     std::vector<std::string> ruleSteps; // what each operator found, addresses taken out
     std::optional<std::string> affinityKept;
-    std::optional<std::string> affinityBroken; // why
     std::vector<std::string> affinitySteps;
     std::vector<PassedOver> passedOver;
     std::vector<Compared> compared;

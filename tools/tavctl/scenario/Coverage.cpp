@@ -66,8 +66,8 @@ void Coverage::addRequest(const RoutedRequest &request) {
     const char *module = tavHttpContextGetModuleName(request.context());
     touch(groups_, group ? group : "");
     touch(modules_, module ? module : mapping.module); // a request that a rule turned away has no module of its own
-    if (const auto rule = traceStory(request.trace()).rule)
-        touch(rules_, ruleNames_.find(mapping.workClass, rule->order, rule->expression));
+    if (const char *expression = tavHttpContextGetRuleExpression(request.context()))
+        touch(rules_, ruleNames_.find(mapping.workClass, tavHttpContextGetRuleOrder(request.context()), expression));
 }
 
 double Coverage::percent() const {
