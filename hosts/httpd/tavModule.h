@@ -140,6 +140,7 @@ void registerFilters();
 void setEndpointCallBacks(EnvCallBacks &env);
 // Hands the request to mod_proxy; an HTTP status, OK or DONE.
 int proxyTo(request_rec *r, TavTargetEndpoint *endpoint);
+const char *urlOf(apr_pool_t *pool, TavTargetEndpoint *endpoint); // "http://host:port", in the pool
 // TRUE for the first of the failures to connect of those requests that had chosen the endpoint by then.
 bool isNewFailure(TavTargetEndpoint *endpoint, apr_time_t chosen);
 void backendServer(server_rec *server); // whose proxy settings new workers take
