@@ -117,6 +117,11 @@ bool isNewFailure(TavTargetEndpoint *endpoint, apr_time_t chosen) {
     return before < chosen && backend->failedAt.compare_exchange_strong(before, apr_time_now());
 }
 
+const char *urlOf(apr_pool_t *pool, TavTargetEndpoint *endpoint) {
+    const EnvTargetEndpoint *backend = tavTargetEndpointGetEnvTargetEndpoint(endpoint);
+    return backend ? apr_pstrdup(pool, backend->base) : baseOf(pool, endpoint);
+}
+
 int proxyTo(request_rec *r, TavTargetEndpoint *endpoint) {
     const EnvTargetEndpoint *backend = tavTargetEndpointGetEnvTargetEndpoint(endpoint);
     if (!backend) return HTTP_SERVICE_UNAVAILABLE;

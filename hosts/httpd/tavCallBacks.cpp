@@ -77,7 +77,8 @@ char **getHeaderValues(EnvHttpContext *env, char *name) { return valuesOf(env->r
 
 int setHeaderValue(EnvHttpContext *env, char *name, char *value) {
     if (env->told) json_object_set_new(env->told->headersSet, name, tavhost::textJson(value));
-    return setIn(env->r->headers_in, name, value);
+    setPrivateHeader(env, name, value);
+    return 0;
 }
 
 // The value of a cookie in a "Cookie" header: "a=1; b=2".

@@ -43,6 +43,7 @@ apr_status_t onSend(ap_filter_t *filter, apr_bucket_brigade *brigade) {
     EnvHttpContext *env = forwarding;
     if (!env || env->phase != Phase::Connecting) return ap_pass_brigade(filter->next, brigade);
     env->connectionReused = filter->c->keepalives > 0;
+    sendPrivateHeaders(env, brigade);
     if (!env->tls) connected(env);
     const apr_status_t status = ap_pass_brigade(filter->next, brigade);
     if (!handshakeFailed(filter->c)) connected(env);
@@ -147,10 +148,9 @@ void noteEndpoint(EnvHttpContext *env, TavTargetEndpoint *endpoint) {
     env->tries++;
     env->endpoint = endpoint;
     env->tls = strcmp(protocol, "https") == 0;
-    apr_table_setn(r->subprocess_env, "TAV_SERVER", apr_pstrdup(r->pool, tavTargetEndpointGetServerName(endpoint)));
-    apr_table_setn(
-        r->subprocess_env, "TAV_ENDPOINT",
-        apr_psprintf(r->pool, "%s://%s:%d", protocol, tavTargetEndpointGetHostName(endpoint), tavTargetEndpointGetPort(endpoint)));
+    const auto put = env->tries == 1 && !r->prev ? apr_table_addn : apr_table_setn;
+    put(r->subprocess_env, "TAV_SERVER", apr_pstrdup(r->pool, tavTargetEndpointGetServerName(endpoint)));
+    put(r->subprocess_env, "TAV_ENDPOINT", urlOf(r->pool, endpoint));
 }
 
 // mod_proxy would close a kept connection of the client without an answer when a back end fails; here another endpoint can answer. For

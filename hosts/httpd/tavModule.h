@@ -5,6 +5,7 @@
 //   tavProcesses.cpp     the daemon's process and the library in the children
 //   tavRequest.cpp       a request and its decision, from translation to logging
 //   tavCallBacks.cpp     the request as the library sees it
+//   tavPrivateHeaders.cpp  the headers that the library adds
 //   tavForward.cpp       a decided request on its way to its endpoint
 //   tavBackend.cpp       the proxy worker of an endpoint
 //   tavExplain.cpp       what the library would decide for a request that somebody asks about
@@ -95,6 +96,13 @@ struct ToldRequest {
     json_t *headersSet;                                                     // by the library; null for what it removed
 };
 
+// What the library adds to the request: lines as they are sent, in the request's pool.
+struct PrivateHeaders {
+    char *text = nullptr;
+    size_t length = 0, capacity = 0;
+    uint64_t names = 0; // a bit for each name that has been in it
+};
+
 } // namespace modtav
 
 // The library's handle of a request.
@@ -112,6 +120,7 @@ struct EnvHttpContext {
     bool upgraded = false;                 // the answer was a switch of protocols
     int keepalives = 0;                    // requests on the client's connection before this one
     apr_table_t *headersOut = nullptr;     // before the endpoint was tried
+    modtav::PrivateHeaders privateHeaders = {};
     const modtav::ToldRequest *told = nullptr;
 
     void report(TavHttpContextState state, const char *msg = nullptr);
@@ -132,6 +141,11 @@ char *cookieOf(request_rec *r, const char *name); // null: the request has none 
 // DECLINED for anything else. The caller has seen to the access.
 int explainRequest(request_rec *r);
 
+// A null value takes the header away. Copies both.
+void setPrivateHeader(EnvHttpContext *env, const char *name, const char *value);
+// Into the first data of a request on its way to an endpoint.
+void sendPrivateHeaders(const EnvHttpContext *env, apr_bucket_brigade *brigade);
+
 // ---- forwarding ----
 
 int handleRequest(request_rec *r);
@@ -150,6 +164,7 @@ int handleStatus(request_rec *r);
 void setEndpointCallBacks(EnvCallBacks &env);
 // Hands the request to mod_proxy; an HTTP status, OK or DONE.
 int proxyTo(request_rec *r, TavTargetEndpoint *endpoint);
+const char *urlOf(apr_pool_t *pool, TavTargetEndpoint *endpoint); // "http://host:port", in the pool
 // TRUE for the first of the failures to connect of those requests that had chosen the endpoint by then.
 bool isNewFailure(TavTargetEndpoint *endpoint, apr_time_t chosen);
 void backendServer(server_rec *server); // whose proxy settings new workers take

@@ -87,7 +87,7 @@ int translateName(request_rec *r) {
         endRequest(env);
         return DECLINED;
     }
-    apr_pool_cleanup_register(r->pool, env, endRequest, apr_pool_cleanup_null);
+    apr_pool_pre_cleanup_register(r->pool, env, endRequest); // apart from the cleanups that every brigade of the request searches
     ap_set_module_config(r->request_config, &tav_module, env);
     r->filename = apr_pstrcat(r->pool, "tav:", r->uri, nullptr);
     r->handler = HANDLER;
@@ -134,26 +134,29 @@ const char *affinityOf(const EnvHttpContext *env) {
 
 const char *ruleOf(const EnvHttpContext *env) {
     const char *expression = tavHttpContextGetRuleExpression(env->ctx);
-    return expression ? apr_psprintf(env->r->pool, "%d:%s", tavHttpContextGetRuleOrder(env->ctx), asWord(env->r->pool, expression))
-                      : nullptr;
+    if (!expression) return nullptr;
+    apr_pool_t *pool = env->r->pool;
+    return apr_pstrcat(pool, apr_itoa(pool, tavHttpContextGetRuleOrder(env->ctx)), ":", asWord(pool, expression), nullptr);
 }
 
 // The log line shows the variables of the request that was answered in the end: the one that has them, or a page of the server's own about
-// its failure.
+// its failure. Their names begin alike, so that a table compares each with all before it: where none can be there yet they are just added.
 void setVariables(const EnvHttpContext *env, request_rec *answered) {
-    const auto set = [answered](const char *name, const char *value) {
-        if (value && *value) apr_table_set(answered->subprocess_env, name, value);
-    };
     apr_pool_t *pool = env->r->pool;
+    const auto put = answered == env->r && !answered->prev ? apr_table_addn : apr_table_setn;
+    const auto set = [=](const char *name, const char *value) {
+        if (value && *value) put(answered->subprocess_env, name, apr_pstrdup(pool, value));
+    };
     set("TAV_ACTION", actionName(tavHttpContextGetAction(env->ctx)));
     set("TAV_APPLICATION", tavHttpContextGetApplicationName(env->ctx));
     set("TAV_EDITION", tavHttpContextGetApplicationEditionName(env->ctx));
     set("TAV_MODULE", tavHttpContextGetModuleName(env->ctx));
     set("TAV_RULE", ruleOf(env));
-    set("TAV_CONFIG_VERSION", apr_psprintf(pool, "%lld", tavHttpContextGetConfigVersion(env->ctx)));
+    set("TAV_CONFIG_VERSION", apr_ltoa(pool, static_cast<long>(tavHttpContextGetConfigVersion(env->ctx))));
     set("TAV_AFFINITY", affinityOf(env));
     if (env->tries == 0) return;
     set("TAV_TRIES", apr_itoa(pool, env->tries));
+    if (answered == env->r) return;
     for (const char *name : {"TAV_SERVER", "TAV_ENDPOINT"}) set(name, apr_table_get(env->r->subprocess_env, name));
 }
 

@@ -107,7 +107,7 @@ front=$(python3 -c 'import socket; s = socket.create_server(("127.0.0.1", 0)); p
 echo "Listen 127.0.0.1:$front" >/etc/apache2/ports.conf
 echo "ServerName localhost" >/etc/apache2/conf-enabled/name.conf
 
-server() { [ -f /run/apache2/apache2.pid ] && kill -0 "$(cat /run/apache2/apache2.pid)" 2>/dev/null; }
+server() { [ -f /run/apache2/apache2.pid ] && kill -0 "$(cat /run/apache2/apache2.pid 2>/dev/null)" 2>/dev/null; }
 # get: what the shop's cart gives
 get() { curl -s -m 20 -H 'Host: shop.example' -w '%{http_code}' "http://127.0.0.1:$front/shop/cart" | tr '\n' ' '; }
 # eventually PATTERN: within twenty seconds
