@@ -32,6 +32,7 @@ APLOG_USE_MODULE(tav);
 namespace modtav {
 
 inline constexpr const char *HANDLER = "tav-handler";
+inline constexpr const char *UPGRADE = "websocket"; // the protocol that a connection may be switched to
 
 // ---- configuration ----
 

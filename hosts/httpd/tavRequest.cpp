@@ -150,7 +150,7 @@ void setVariables(const EnvHttpContext *env, request_rec *answered) {
     set("TAV_EDITION", tavHttpContextGetApplicationEditionName(env->ctx));
     set("TAV_MODULE", tavHttpContextGetModuleName(env->ctx));
     set("TAV_RULE", ruleOf(env));
-    set("TAV_CONFIG_VERSION", apr_psprintf(pool, "%lld", tavHttpContextGetConfigVersion(env->ctx)));
+    set("TAV_CONFIG_VERSION", apr_psprintf(pool, "%" APR_INT64_T_FMT, apr_int64_t{tavHttpContextGetConfigVersion(env->ctx)}));
     set("TAV_AFFINITY", affinityOf(env));
     if (env->tries == 0) return;
     set("TAV_TRIES", apr_itoa(pool, env->tries));

@@ -118,7 +118,7 @@ LoadModule proxy_http_module $modules/mod_proxy_http.so
 LoadModule tav_module $build/hosts/httpd/mod_tav.so
 ErrorLog error.log
 LogLevel warn tav:info
-LogFormat "%r %>s %{TAV_ACTION}e %{TAV_AFFINITY}e %{TAV_TRIES}e %{TAV_SERVER}e" routed
+LogFormat "%r %>s %{TAV_ACTION}e %{TAV_AFFINITY}e %{TAV_TRIES}e %{TAV_SERVER}e %{TAV_RULE}e %{TAV_CONFIG_VERSION}e" routed
 CustomLog access.log routed
 ProxyPreserveHost On
 StartServers ${servers:-2}
