@@ -7,7 +7,7 @@ mkdir "$work/pages"
 echo sorry >"$work/pages/denied"
 httpd_config "${2:-event}" "DocumentRoot $work/pages" 'ErrorDocument 403 /denied'
 sed 's/TavController main .*/TavController main nonsense/' "$work/httpd.conf" >"$work/bad.conf"
-[[ $(apache2 -f "$work/bad.conf" -t 2>&1 || true) == *"'nonsense' is no URL"* ]] || fail "a wrong directive passes the configuration test"
+[[ $(httpd -f "$work/bad.conf" -t 2>&1 || true) == *"'nonsense' is no URL"* ]] || fail "a wrong directive passes the configuration test"
 
 start_nginx "${back[0]}:w1" "${back[1]}:w2"
 start_controller
