@@ -81,7 +81,7 @@ proxy_worker *createWorker(apr_pool_t *pool, const char *base, TavTargetEndpoint
     apr_pool_cleanup_register(pool, worker, freeShared, apr_pool_cleanup_null);
     setTimeouts(worker->s, endpoint);
     leaveFailuresToTheLibrary(worker->s);
-    apr_cpystrn(worker->s->upgrade, "websocket", sizeof worker->s->upgrade);
+    apr_cpystrn(worker->s->upgrade, UPGRADE, sizeof worker->s->upgrade);
     return ap_proxy_initialize_worker(worker, workerServer, pool) == APR_SUCCESS ? worker : nullptr;
 }
 

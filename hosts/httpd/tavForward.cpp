@@ -160,11 +160,12 @@ int forwardOnce(EnvHttpContext *env) {
     env->keepalives = client->keepalives;
     env->phase = Phase::Connecting;
     env->connectionReused = false;
+    EnvHttpContext *outer = forwarding; // whose answer includes this one's
     forwarding = env;
     client->keepalives = 0;
     const int status = proxyTo(env->r, env->endpoint);
     if (env->phase != Phase::Answered) client->keepalives = env->keepalives;
-    forwarding = nullptr;
+    forwarding = outer;
     return status;
 }
 
@@ -295,7 +296,8 @@ int proxyCreateRequest(request_rec *r, request_rec *backend) {
     connected(env);
     env->phase = Phase::Waiting;
     env->report(REQUEST_SENT);
-    const bool upgrade = apr_table_get(r->headers_in, "Upgrade");
+    const char *protocol = apr_table_get(r->headers_in, "Upgrade");
+    const bool upgrade = protocol && strcasecmp(protocol, UPGRADE) == 0;
     if (upgrade) ap_add_input_filter_handle(upgradeFilter, env, backend, backend->connection);
     // A kept connection has the time-out of an earlier request.
     setTimeout(backend->connection,

@@ -5,7 +5,7 @@
 //   tavProcesses.cpp     the daemon's process and the library in the children
 //   tavRequest.cpp       a request and its decision, from translation to logging
 //   tavCallBacks.cpp     the request as the library sees it
-//   tavPrivateHeaders.cpp  the headers that the library adds
+//   tavPrivateHeaders.cpp the headers that the library adds
 //   tavForward.cpp       a decided request on its way to its endpoint
 //   tavBackend.cpp       the proxy worker of an endpoint
 //   tavExplain.cpp       what the library would decide for a request that somebody asks about
@@ -38,6 +38,7 @@ namespace modtav {
 
 inline constexpr const char *HANDLER = "tav-handler";
 inline constexpr const char *STATUS_HANDLER = "tav-status";
+inline constexpr const char *UPGRADE = "websocket"; // the protocol that a connection may be switched to
 
 // ---- configuration ----
 
@@ -121,7 +122,7 @@ struct EnvHttpContext {
     int keepalives = 0;                    // requests on the client's connection before this one
     apr_table_t *headersOut = nullptr;     // before the endpoint was tried
     modtav::PrivateHeaders privateHeaders = {};
-    const modtav::ToldRequest *told = nullptr;
+    const modtav::ToldRequest *told = nullptr; // it is only asked about; null: it is real
 
     void report(TavHttpContextState state, const char *msg = nullptr);
 };

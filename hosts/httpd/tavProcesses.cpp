@@ -178,6 +178,7 @@ void maintainDaemon(int reason, void *data, int status) {
 }
 
 int startDaemon(Daemon *daemon) {
+    unlink(serverConfig(daemon->server)->host.socketPath.c_str()); // that of the daemon before: new children wait until there is another
     const apr_status_t forked = apr_proc_fork(&daemon->process, daemon->pool);
     if (forked == APR_INCHILD) runDaemon(daemon->server);
     if (forked != APR_INPARENT) {
@@ -246,17 +247,40 @@ int postConfig(apr_pool_t *pool, apr_pool_t *, apr_pool_t *, server_rec *server)
     return startDaemon(daemon);
 }
 
+namespace {
+
+// A new child serves when it has a configuration, but for a daemon that has none it waits only so long. The library alone would look for
+// the socket, and for the configuration, once a second: as long nobody would serve after a restart.
+void startWorker(Tav *tav, const ServerConfig *config) {
+    const apr_time_t end = apr_time_now() + apr_time_from_sec(config->startTimeout);
+    const auto waitUntil = [end](auto &&holds) {
+        while (!holds() && apr_time_now() < end) apr_sleep(5000);
+    };
+    waitUntil([config] { return access(config->host.socketPath.c_str(), F_OK) == 0; });
+    tavStart(tav, -1);
+    waitUntil([tav] { return tavGetConfigVersion(tav) != -1; });
+}
+
+void startChild(const EnvCallBacks &env, server_rec *server) {
+    const ServerConfig *config = serverConfig(server);
+    const bool worker = needsDaemon(config->host);
+    childInstance = tavhost::createInstance(env, config->host, worker ? tavhost::Process::Worker : tavhost::Process::Standalone);
+    childStatus = serveStatus(childInstance, server, tavhost::keepCounts);
+    if (worker)
+        startWorker(childInstance, config);
+    else
+        tavhost::startInstance(childInstance, config->host, 0);
+}
+
+} // namespace
+
 void childInit(apr_pool_t *pool, server_rec *server) {
     if (!anyServerEnabled(server)) return;
-    const ServerConfig *config = serverConfig(server);
     EnvCallBacks env = callBacks();
     setEndpointCallBacks(env);
     backendServer(server);
     try {
-        childInstance =
-            tavhost::createInstance(env, config->host, needsDaemon(config->host) ? tavhost::Process::Worker : tavhost::Process::Standalone);
-        childStatus = serveStatus(childInstance, server, tavhost::keepCounts);
-        tavhost::startInstance(childInstance, config->host, config->startTimeout);
+        startChild(env, server);
     } catch (const std::exception &fault) {
         logFault(server, "requests are served without the library", fault);
     }
