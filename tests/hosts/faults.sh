@@ -50,12 +50,10 @@ daemon_listens() { [ -n "$(daemon)" ]; }
 # Children that got the controller's document anew say that they start with it.
 new_configuration() { [ "$(grep -c 'TAV0301N' "$work/error.log")" -gt "$configurations" ]; }
 controller_gone() {
-    local pid=${started[controller_at]}
-    kill "$pid"
+    stop_controller
     sleep "$gone"
     kill -9 "$(daemon)" # the next one knows nothing until the controller is back
     sleep "$gone"
-    controller_at=${#started[@]}
     configurations=$(grep -c 'TAV0301N' "$work/error.log")
     start_controller
     within 200 new_configuration || fail "no configuration from the controller that is back"
@@ -70,7 +68,6 @@ steady() {
 }
 
 start_nginx "${back[0]}:w1" "${back[1]}:w2"
-controller_at=${#started[@]}
 start_controller
 for mpm in "${mpms[@]}"; do
     httpd_config "$mpm" "$(steady "$mpm")" 'LogLevel notice' 'MaxConnectionsPerChild 0' 'MaxKeepAliveRequests 0'

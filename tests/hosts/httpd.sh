@@ -44,6 +44,18 @@ steadily "^w2  200" $(session 1) "$shop"
 httpd -k graceful
 steadily "^w2  200" $(session 1) "$shop"
 
+# No controller answers when the server is restarted, twice: the daemon before feeds the new children, and ends when there is a configuration.
+stop_controller
+before=$(daemon)
+for ((restart = 0; restart < 2; restart++)); do
+    httpd -k graceful
+    sleep 1
+    for ((i = 0; i < 20; i++)); do expect "^w2  200" $(session 1) "$shop"; done
+done
+start_controller
+within 150 gone "$before" || fail "a daemon stays when another one has taken over"
+steadily "^w2  200" $(session 1) "$shop"
+
 # The server is killed: its daemon, which listens at the socket, does not stay behind.
 daemon=$(daemon)
 [ -n "$daemon" ] || fail "no daemon listens at the socket"

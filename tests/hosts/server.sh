@@ -96,7 +96,14 @@ mkdir "$work/cell"
 sed -e "s/\"alpha.internal\", \"port\": 9080/\"127.0.0.1\", \"port\": ${back[0]}/" \
     -e "s/\"beta.internal\", \"port\": 9080/\"127.0.0.1\", \"port\": ${back[1]}/" \
     -e "s/\"beta.internal\", \"port\": 9081/\"127.0.0.1\", \"port\": ${back[2]}/" "$source/examples/shop/shop.json" >"$work/cell/shop.json"
-start_controller() { beside controller "$build/tools/tavctl/tavctl" controller --dir "$work/cell" --listen "127.0.0.1:$control"; }
+start_controller() {
+    beside controller "$build/tools/tavctl/tavctl" controller --dir "$work/cell" --listen "127.0.0.1:$control"
+    controller=${started[-1]}
+}
+stop_controller() {
+    kill "$controller"
+    within 50 gone "$controller" || fail "the controller does not end"
+}
 
 # httpd_config MPM [LINE]...
 httpd_config() {
@@ -161,7 +168,7 @@ parent() { cat "$work/httpd.pid"; }
 # The library's daemon listens at its socket below the work folder.
 daemon() {
     local socket pid
-    socket=$(awk -v folder="$work/" 'index($8, folder) == 1 && $8 ~ /daemon.sock~?$/ && $4 == "00010000" { print $7 }' /proc/net/unix | tail -n 1)
+    socket=$(awk -v folder="$work/" 'index($8, folder) == 1 && $8 ~ /daemon.sock(~[0-9]*)?$/ && $4 == "00010000" { print $7 }' /proc/net/unix | tail -n 1)
     for pid in $(pgrep -s "$(parent)"); do
         if [[ $(ls -l "/proc/$pid/fd" 2>/dev/null) == *"socket:[${socket:-none}]"* ]]; then echo "$pid"; fi
     done | tail -n 1
