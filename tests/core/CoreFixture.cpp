@@ -12,7 +12,7 @@
 namespace {
 
 std::mutex traceMutex;
-std::string traceText;
+std::vector<std::string> traceLines;
 
 int keepTrace(const TrContext *ctx, va_list args) {
     const char *format = trContextGetFormat(ctx);
@@ -20,8 +20,7 @@ int keepTrace(const TrContext *ctx, va_list args) {
     char line[4096];
     std::vsnprintf(line, sizeof line, format, args);
     const std::lock_guard<std::mutex> guard(traceMutex);
-    traceText += line;
-    if (traceText.back() != '\n') traceText += '\n';
+    traceLines.emplace_back(line);
     return 0;
 }
 
@@ -119,14 +118,26 @@ std::string CoreFixture::storedText() const {
     return text;
 }
 
-void CoreFixture::traceOn() {
-    tavSetTraceSpec(tav, ":NOTICE,control.process:DEBUG");
-    takeTrace();
+void CoreFixture::traceOn(const char *spec) {
+    tavSetTraceSpec(tav, spec);
+    takeLines();
+}
+
+std::vector<std::string> CoreFixture::takeLines() {
+    const std::lock_guard<std::mutex> guard(traceMutex);
+    return std::exchange(traceLines, {});
 }
 
 std::string CoreFixture::takeTrace() {
+    std::string text;
+    for (const std::string &line : takeLines()) text += line + (line.ends_with('\n') ? "" : "\n");
+    return text;
+}
+
+int CoreFixture::traced(const std::string &part) {
     const std::lock_guard<std::mutex> guard(traceMutex);
-    return std::exchange(traceText, {});
+    const auto has = [&](const std::string &line) { return line.find(part) != std::string::npos; };
+    return static_cast<int>(std::count_if(traceLines.begin(), traceLines.end(), has));
 }
 
 std::string quoted(std::string text) {

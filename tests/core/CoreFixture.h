@@ -40,9 +40,17 @@ protected:
     // The stored document, as text with sorted keys and without the places of deleted elements; "" when there is none.
     std::string storedText() const;
 
-    // Trace output since the last call, one text; everything of "control.process" is on after traceOn().
-    void traceOn();
+    // A property of the instance or, when it knows none of that name, of the host (`value` is then kept as it is).
+    void set(const char *name, const char *value) {
+        if (tavPropertySet(tavGetProperties(tav), name, value, TRUE) < 0) tavPropertySet(tavGetProperties(tav), name, value, FALSE);
+    }
+
+    // From here on the instance traces what `spec` says. Its lines since then or since they were last taken: as they came, as one text, and
+    // how many hold `part`.
+    void traceOn(const char *spec = ":NOTICE,control.process:DEBUG");
+    static std::vector<std::string> takeLines();
     static std::string takeTrace();
+    static int traced(const std::string &part);
     static std::vector<Pending> &pending();
 };
 

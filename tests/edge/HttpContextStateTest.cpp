@@ -10,7 +10,10 @@ namespace {
 
 class HttpContextState : public Site {
 protected:
-    ~HttpContextState() override { tavSetClock(nullptr); }
+    void TearDown() override {
+        tavSetClock(nullptr);
+        Site::TearDown();
+    }
     void report(TavHttpContext *ctx, TavHttpContextState state) { tavHttpContextSetState(ctx, state, 0, nullptr); }
 };
 
@@ -39,14 +42,14 @@ TEST_F(HttpContextState, MapsOnceAndTurnsTheResultIntoAnAction) {
         SCOPED_TRACE(c.path.value_or("no path") + c.query.value_or(""));
         host.path = c.path;
         host.query = c.query;
-        tav.setTraceSpec("http.request.map:DEBUG");
+        traceOn("http.request.map:DEBUG");
         TavHttpContext *ctx = obtain();
         for (int i = 0; i < 2; i++) EXPECT_EQ(tavHttpContextShouldHandle(ctx), c.handled);
         EXPECT_STREQ(tavHttpContextGetApplicationEditionName(ctx), c.edition);
         EXPECT_EQ(tavHttpContextGetAction(ctx), c.action);
         EXPECT_EQ(tavHttpContextGetErrorCode(ctx), c.errorCode);
         EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx) != nullptr, c.edition != nullptr);
-        EXPECT_EQ(tav.traced("performRequestMapping: exit " + std::to_string(c.handled) + "\n"), 1);
+        EXPECT_EQ(traced("performRequestMapping: exit " + std::to_string(c.handled) + "\n"), 1);
         tavHttpContextRelease(ctx);
     }
 }
@@ -108,11 +111,11 @@ TEST_F(HttpContextState, TriesOtherServersAfterFailures) {
 
 TEST_F(HttpContextState, ConnectResultsReachTheServer) {
     addServer("S1");
-    tav.setTraceSpec("http.request.connectFailure:WARNING");
+    traceOn("http.request.connectFailure:WARNING");
     TavHttpContext *ctx = route();
     tavHttpContextSetState(ctx, CONNECT_FAILURE, 111, const_cast<char *>("100% refused %s"));
-    EXPECT_TRUE(tav.traced("server S1 failed")) << tav.trace.size();
-    EXPECT_TRUE(tav.traced("100% refused %s"));
+    EXPECT_TRUE(traced("server S1 failed"));
+    EXPECT_TRUE(traced("100% refused %s"));
     tavHttpContextRelease(ctx);
     servers[0].server->nextRetryTime = 0; // selectable again, still with a raised interval
     ctx = route();
@@ -150,7 +153,7 @@ TEST_F(HttpContextState, LimitsEndpointsAndTimePerRequest) {
     addServer("S2");
     tavSetClock(fakeClock);
     now = 1000;
-    tav.maxEndpoints = 1;
+    tav->maxTargetEndpointsPerRequest = 1;
     TavHttpContext *ctx = route();
     report(ctx, CONNECT_FAILURE); // does not count
     EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
@@ -159,7 +162,7 @@ TEST_F(HttpContextState, LimitsEndpointsAndTimePerRequest) {
     EXPECT_EQ(tavHttpContextGetAction(ctx), PERMIT);
     tavHttpContextRelease(ctx);
 
-    tav.maxElapsed = 500;
+    tav->maxElapsedTimePerRequestInMillis = 500;
     now = 100000;
     ctx = obtain();
     now += 499;
@@ -176,7 +179,7 @@ TEST_F(HttpContextState, LimitsEndpointsAndTimePerRequest) {
 TEST_F(HttpContextState, AFixedEndpointServesEverythingUnaccounted) {
     addServer("S1");
     host.path = "/elsewhere";
-    tav.fixedEndpoint = servers[0].endpoint;
+    tav->targetEndpoint = servers[0].endpoint;
     TavHttpContext *ctx = obtain();
     EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), servers[0].endpoint);
     report(ctx, CONNECT_FAILURE);
@@ -199,7 +202,7 @@ TEST_F(HttpContextState, OnlyASuspendedRequestIsCancelledAndOneOfManyCancelsWins
     host.resumeResult = 7;
     report(ctx, REQUEST_SUSPENDED);
     EXPECT_EQ(tavHttpContextCancelRequest(ctx), -1);
-    tav.env.http.request.resume = nullptr;
+    tav->env.http.request.resume = nullptr;
     report(ctx, REQUEST_SUSPENDED);
     EXPECT_EQ(tavHttpContextCancelRequest(ctx), -1);
     EXPECT_EQ(tavHttpContextGetState(ctx), REQUEST_CANCELED);
@@ -237,13 +240,13 @@ TEST_F(HttpContextState, WaitsForARollout) {
         SCOPED_TRACE(c.line);
         tsServerSetPropStr(server, "state", "RESTARTING");
         rollout = {0, c.startsAt, this};
-        tav.maxRolloutSeconds = c.limit;
-        tav.setTraceSpec("http.request.select.editionRollout:INFO,http.request.map:DEBUG");
+        tav->maxSecondsToWaitDuringAtomicRollout = c.limit;
+        traceOn("http.request.select.editionRollout:INFO,http.request.map:DEBUG");
         TavHttpContext *ctx = obtain();
         EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx) != nullptr, c.found);
         EXPECT_EQ(rollout.sleeps, c.sleeps);
-        EXPECT_EQ(tav.traced("performRequestMapping: exit 1"), 1 + c.sleeps);
-        EXPECT_TRUE(tav.traced(c.line));
+        EXPECT_EQ(traced("performRequestMapping: exit 1"), 1 + c.sleeps);
+        EXPECT_TRUE(traced(c.line));
         EXPECT_EQ(tavHttpContextGetAction(ctx), c.found ? PERMIT : REJECT);
         EXPECT_EQ(server->outstandingRequestCount, c.found ? 1 : 0);
         EXPECT_EQ(tavHttpContextWaitForRollout(ctx), nullptr) << "a second wait";

@@ -2,38 +2,31 @@
 
 static constexpr const char *MODULE = "/cell/c/application/shop/webModule/store";
 
-Site::Site() {
+void Site::SetUp() {
+    CoreFixture::SetUp();
+    tav->maxHttpContextPoolSize = 10;
     host.path = "/shop/cart";
-    ri.mapper = rmCreate(&ri);
-    ri.selector = tsCreate(&ri);
-    tav.routingInfo = &ri;
+    ri = tav->routingInfo;
+    ri->published = FALSE;
 
-    application = rmApplicationCreate(ri.mapper, "/cell/c/application/shop");
+    application = rmApplicationCreate(ri->requestMapper, "/cell/c/application/shop");
     module = rmWebModuleCreate(application, MODULE, -1);
     rmWebModuleSetPropStr(module, "contextRoot", "/shop");
     rmWebModuleInit(module);
-    VHostMatcher *group = createVHostMatcher(&ri, "/cell/c/vHostGroup/default");
+    VHostMatcher *group = createVHostMatcher(ri, "/cell/c/vHostGroup/default");
     putVHost(group, "localhost", 80);
-    rmAddVHostMatcher(ri.mapper, group);
+    rmAddVHostMatcher(ri->requestMapper, group);
     rmLinkVHostAndWebModule(group, module, TRUE);
 
-    node = tsNodeCreate(ri.selector, "/cell/c/node/n");
-    cluster = tsClusterCreate(ri.selector, "C1");
-    VirtualCluster *vc = tsVirtualClusterCreate(ri.selector, module, MODULE);
+    node = tsNodeCreate(ri->targetSelector, "/cell/c/node/n");
+    cluster = tsClusterCreate(ri->targetSelector, "C1");
+    VirtualCluster *vc = tsVirtualClusterCreate(ri->targetSelector, module, MODULE);
     tsLinkVirtualClusterToCluster(vc, cluster, TRUE);
-}
-
-Site::~Site() {
-    EXPECT_EQ(ri.refCount, 1) << "a context still pins the snapshot";
-    EXPECT_EQ(tav.stopLocks, 0);
-    tav.routingInfo = nullptr;
-    rmDelete(ri.mapper);
-    tsDelete(ri.selector);
 }
 
 SiteServer &Site::addServer(const char *name, const char *cloneId, const char *type) {
     SiteServer &s = servers.emplace_back();
-    s.server = tsServerCreate(node, name, nullptr);
+    s.server = tsServerCreate(node, name, connector);
     if (cloneId) tsServerSetPropStr(s.server, "id", cloneId);
     tsServerSetPropStr(s.server, "type", type);
     tsServerSetPropInt(s.server, "weight", 1);
@@ -43,7 +36,7 @@ SiteServer &Site::addServer(const char *name, const char *cloneId, const char *t
     tsEndPointSetPropStr(s.endpoint, "host", "backend");
     tsEndPointSetPropInt(s.endpoint, "port", 9080);
     tsEndPointInit(s.endpoint);
-    tsServerApplicationCreate(s.server, (std::string(name) + "/serverApplication/shop").c_str(), nullptr, &s.sapp);
+    tsServerApplicationCreate(s.server, (std::string(name) + "/serverApplication/shop").c_str(), connector, &s.sapp);
     tsServerApplicationSetPropStr(&s.sapp, "state", "STARTED");
     tsServerSetPropStr(s.server, "state", "STARTED");
     tsLinkClusterServer(cluster, s.server, TRUE);
@@ -63,13 +56,13 @@ void Site::addRule(const char *name, const char *expression, const char *action)
 }
 
 TrSpec *Site::addTraceRule(int order, const char *expression, const char *spec) {
-    TavRule *rule = tavRuleCreate(tav.traceRules);
+    TavRule *rule = tavRuleCreate(tav->requestTraceRules);
     tavRuleSetType(rule, TAVRULETYPE_REQUESTTRACE);
     tavRuleSetOrder(rule, order);
     tavRuleSetExpr(rule, expression);
-    TrSpec *compiled = trSpecCreate(tav.mgr, spec);
+    TrSpec *compiled = trSpecCreate(tav->trMgr, spec);
     tavRuleSetObject(rule, compiled);
-    tavRulesInsertRule(tav.traceRules, rule);
+    tavRulesInsertRule(tav->requestTraceRules, rule);
     return compiled;
 }
 

@@ -2,14 +2,13 @@
 #ifndef EDGE_SITE_H
 #define EDGE_SITE_H
 
-#include <gtest/gtest.h>
-
 #include <deque>
 #include <string>
 
-#include "edge/FakeCore.h"
+#include "core/CoreFixture.h"
 #include "tavHttpContext/tavHttpContext.h"
 #include "tavRequestMapper/tavRequestMapper.h"
+#include "tavSnapshot/tavRoutingInfo.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavURLMatcher/tavURLMatcher.h"
 
@@ -19,24 +18,22 @@ struct SiteServer {
     TavServerApplication sapp;
 };
 
-// Host localhost, port 80: /shop is module "store" of application "shop", served by cluster C1.
-class Site : public testing::Test {
+// Host localhost, port 80: /shop is module "store" of application "shop", served by cluster C1. Contexts are pooled.
+class Site : public CoreFixture {
 public:
-    Site();
-    ~Site() override;
+    void SetUp() override;
 
     SiteServer &addServer(const char *name, const char *cloneId = nullptr, const char *type = "APPLICATION_SERVER");
     // A work-class rule of the application.
     void addRule(const char *name, const char *expression, const char *action);
     // A request-trace rule; returns its specification, borrowed.
     TrSpec *addTraceRule(int order, const char *expression, const char *spec);
-    TavHttpContext *obtain() { return tavHttpContextObtain(&tav, &host); }
+    TavHttpContext *obtain() { return tavHttpContextObtain(tav, &host); }
     // Obtains a context and selects its endpoint.
     TavHttpContext *route();
 
-    FakeCore tav;
-    TavRoutingInfo ri{&tav};
     EnvHttpContext host;
+    TavRoutingInfo *ri = nullptr;
     WebModule *module = nullptr;
     Application *application = nullptr;
     WebRouteWorkClass *workClass = nullptr;

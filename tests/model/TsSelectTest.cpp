@@ -1,5 +1,5 @@
 // Selection: rejections, affinity, load balancing, back-off, endpoints by protocol and virtual host.
-#include "FakesForSelector.h"
+#include "SelectorTest.h"
 #include "VHostMatcher/VHostMatcher.h"
 #include "tavUtil/tavMemory.h"
 
@@ -7,12 +7,13 @@
 
 TEST_F(SelectorTest, RequestsThatCannotBeSelectedForAreRejected) {
     const struct {
-        Text module, protocol;
+        const char *module;
+        Text protocol;
         bool cluster;
         int code;
         const char *text;
     } rows[] = {
-        {std::nullopt, "http", true, 500, "null module name"},
+        {nullptr, "http", true, 500, "null module name"},
         {moduleName, std::nullopt, true, 500, "null protocol"},
         {moduleName, "HTTP", true, 500, "negative protocol index"},
         {"/other", "http", true, 404, "web module not found by selector"},
@@ -23,13 +24,13 @@ TEST_F(SelectorTest, RequestsThatCannotBeSelectedForAreRejected) {
         SCOPED_TRACE(row.text);
         tsLinkVirtualClusterToCluster(vc, cluster, row.cluster);
         auto ctx = request();
-        ctx->moduleName = row.module;
+        tavHttpContextSetModuleName(ctx.get(), row.module);
         if (row.module != moduleName) ctx->moduleHint = nullptr;
-        ctx->request.protocol = row.protocol;
+        hosts.back().protocol = row.protocol;
         ctx->performedLoadBalancing = TRUE;
         EXPECT_EQ(tsSelect(ts, ctx.get()), nullptr);
         EXPECT_EQ(ctx->errorCode, row.code);
-        EXPECT_EQ(ctx->errorMsg, row.text);
+        EXPECT_STREQ(ctx->errorMsg, row.text);
         EXPECT_FALSE(ctx->performedLoadBalancing);
         EXPECT_EQ(ctx->targetInfo.sapp, nullptr);
     }
@@ -54,13 +55,13 @@ TEST_F(SelectorTest, AModulesHintIsFollowedOnlyWhileItHolds) {
 TEST_F(SelectorTest, AnUnavailableModuleIsLoggedWithItsCluster) {
     Back &b = back("a");
     b.state("STOPPED");
+    traceOn(":NOTICE,http.response.error.503:DEBUG");
     auto ctx = request();
     ctx->responseTimeouts = 1;
-    tav.setTraceSpec(":NOTICE,http.response.error.503:DEBUG");
     EXPECT_EQ(selectName(*ctx), "-");
     EXPECT_EQ(ctx->errorCode, 504);
-    EXPECT_EQ(ctx->errorMsg, "response timed out");
-    EXPECT_TRUE(tav.traced(std::string("504 response for module '") + moduleName + R"(':
+    EXPECT_STREQ(ctx->errorMsg, "response timed out");
+    EXPECT_TRUE(traced(std::string("504 response for module '") + moduleName + R"(':
 {
    "servers": {
       "/cell/c/node/n/server/a": {
@@ -75,12 +76,12 @@ TEST_F(SelectorTest, AnUnavailableModuleIsLoggedWithItsCluster) {
       }
    }
 }
-)")) << testing::PrintToString(tav.trace);
+)")) << takeTrace();
     EXPECT_EQ(cluster->refcnt, 2);
     tsLinkServerToWebModule(b.server, module, FALSE);
     ctx = request();
     selectName(*ctx);
-    EXPECT_TRUE(tav.traced(std::string("503 error: no servers are running web module '") + moduleName + "; Error Status Code=503'\n"));
+    EXPECT_TRUE(traced(std::string("503 error: no servers are running web module '") + moduleName + "; Error Status Code=503'\n"));
 }
 
 // ---- affinity ----
@@ -92,32 +93,32 @@ TEST_F(SelectorTest, SessionIdsAreResolvedPieceByPiece) {
     tsServerSetWeight(two.server, 0);
     const struct {
         const char *cookie, *path, *expected; // "-": balanced, and nothing is left for that
-        int broken;
+        bool broken;
     } rows[] = {
-        {nullptr, "/", "-", 0},
-        {"s:c1", "/", "one", 0},
-        {"s:c1:c2", "/", "one", 0},
-        {"s:gone:c2", "/", "two", 0},
-        {"s::c2", "/", "two", 0}, // an empty piece is a clone id of no one
-        {"c1", "/", "-", 1},      // the session proper is no clone id
-        {"", "/", "-", 1},
-        {"s:c3", "/", "-", 1},
-        {"s:C1", "/", "-", 1},
-        {"s:gone", "/a;jsessionid=s:c2", "two", 0}, // the path comes after the cookies
-        {nullptr, "/a;JSESSIONID=s:c2", "two", 0},
-        {nullptr, "/a;jsessionid=s:c2?x=1", "-", 1}, // to the end of the path
-        {nullptr, "/a;jsessionid=", "-", 0},
-        {nullptr, nullptr, "-", 0},
+        {nullptr, "/", "-", false},
+        {"s:c1", "/", "one", false},
+        {"s:c1:c2", "/", "one", false},
+        {"s:gone:c2", "/", "two", false},
+        {"s::c2", "/", "two", false}, // an empty piece is a clone id of no one
+        {"c1", "/", "-", true},       // the session proper is no clone id
+        {"", "/", "-", true},
+        {"s:c3", "/", "-", true},
+        {"s:C1", "/", "-", true},
+        {"s:gone", "/a;jsessionid=s:c2", "two", false}, // the path comes after the cookies
+        {nullptr, "/a;JSESSIONID=s:c2", "two", false},
+        {nullptr, "/a;jsessionid=s:c2?x=1", "-", true}, // to the end of the path
+        {nullptr, "/a;jsessionid=", "-", false},
+        {nullptr, nullptr, "-", false},
     };
-    for (const bool traced : {false, true}) {
-        tav.setTraceSpec(traced ? ":DEBUG" : ":NOTICE");
+    for (const bool isTraced : {false, true}) {
+        traceOn(isTraced ? ":DEBUG" : ":NOTICE");
         for (const auto &row : rows) {
             SCOPED_TRACE(std::string(tavOrNull(row.cookie)) + " " + tavOrNull(row.path));
             auto ctx = request(row.cookie);
-            ctx->request.path = textOf(row.path);
-            ctx->failedServerApps.insert(one.sapp); // affinity does not look at failures
+            hosts.back().path = textOf(row.path);
+            tavListAddTail(ctx->failedServerApps, one.sapp); // affinity does not look at failures
             EXPECT_EQ(selectName(*ctx), row.expected);
-            EXPECT_EQ(ctx->brokenAffinity, row.broken);
+            EXPECT_EQ(brokeAffinity(ctx), row.broken);
             EXPECT_FALSE(ctx->performedLoadBalancing);
             finish(*ctx);
         }
@@ -147,7 +148,7 @@ TEST_F(SelectorTest, ARememberedSessionServerIsNotUsedLongerThanItIsRight) {
     Back &second = *std::next(backs.begin()), &third = *std::next(backs.begin(), 2);
     tsServerApplicationDelete(&second.handle);
     EXPECT_EQ(kept("n1"), "balanced");
-    tsServerApplicationCreate(second.server, second.path.c_str(), &connector, &second.handle);
+    tsServerApplicationCreate(second.server, second.path.c_str(), connector, &second.handle);
     second.state("STARTED");
     EXPECT_EQ(kept("n1"), "n1");
     back("heir", "n2"); // the later of two servers with one clone id has it
@@ -164,30 +165,28 @@ TEST_F(SelectorTest, PartitionIdsStandForCloneIds) {
     TavHashMap *map = tavHashMapCreate2(tavFree);
     tavHashPut(map, "p9", tavStrdup("c2"));
     tavHashPut(map, "c1", tavStrdup("c2"));
-    tav.partitions["/cell/c/cluster/k"] = tsPartitionIDDataCreate(map, "1");
-    tav.partitions["/other"] = tsDefaultPartitionIDData();
+    tavSetPartitionData(tav, "/cell/c/cluster/k", tsPartitionIDDataCreate(map, "1"));
+    tavSetPartitionData(tav, "/other", tsDefaultPartitionIDData());
     for (const char *id : {"s:p9", "s:c1", "s:c2"}) {
         auto ctx = request(id);
         EXPECT_EQ(selectName(*ctx), "b") << id;
         finish(*ctx);
     }
-    tsPartitionIDDataDelete(tav.partitions["/cell/c/cluster/k"]);
-    tav.partitions.clear();
 }
 
 TEST_F(SelectorTest, AFullServerBreaksAffinityAndIsNotBalancedTo) {
     Back &a = back("a", "c1");
     back("b", "c2");
-    std::vector<std::unique_ptr<TavHttpContext>> open;
-    tav.setTraceSpec(":NOTICE,http.request.select.affinity.break:DEBUG");
+    std::vector<RequestPtr> open;
+    traceOn(":NOTICE,http.request.select.affinity.break:DEBUG");
     for (const auto &[max, expected] : {std::pair(2, "a"), {2, "a"}, {2, "b"}, {-1, "a"}, {0, "b"}}) {
         tsServerSetPropInt(a.server, "maxConnections", max);
         open.push_back(request("s:c1"));
         EXPECT_EQ(selectName(*open.back()), expected);
-        EXPECT_EQ(open.back()->brokenAffinity, *expected == 'b');
+        EXPECT_EQ(brokeAffinity(open.back()), *expected == 'b');
         EXPECT_EQ(open.back()->performedLoadBalancing, *expected == 'b');
     }
-    EXPECT_TRUE(tav.traced("number of outstanding requests '2' exceeded maximum connections '2' for the server /cell/c/node/n/server/a"));
+    EXPECT_TRUE(traced("number of outstanding requests '2' exceeded maximum connections '2' for the server /cell/c/node/n/server/a"));
     for (auto &ctx : open) finish(*ctx);
     EXPECT_EQ(a.server->outstandingRequestCount, 0);
 }
@@ -238,7 +237,7 @@ TEST_F(SelectorTest, CookieNamesComeFromTheFirstSourceThatHasThem) {
 TEST_F(SelectorTest, TheDefaultPolicyComesFromTheLibrarysProperties) {
     tsLinkVirtualClusterToCluster(vc, cluster, FALSE);
     const auto policy = [&](const char *property, const char *value) {
-        tav.properties[property] = value;
+        set(property, value);
         wmSetHttpAffinityPolicy(module, nullptr);
         tsVirtualClusterCreate(ts, module, moduleName);
         return names(tsVirtualClusterGetAffinityPolicy(vc));
@@ -254,7 +253,7 @@ TEST_F(SelectorTest, OddPoliciesNeitherHangNorMatchEverything) {
     tsClusterSetCloneIdSeparator(cluster, "");
     tsClusterSetSessionAffinityCookies(cluster, ",JSESSIONID");
     auto ctx = request("s:c1");
-    ctx->request.cookies[""] = "s:c1";
+    hosts.back().cookies[""] = "s:c1";
     EXPECT_EQ(selectName(*ctx), "a") << "by load";
     EXPECT_TRUE(ctx->performedLoadBalancing);
     EXPECT_NE(ctx->policy, nullptr);
@@ -313,12 +312,13 @@ TEST_F(SelectorTest, EverySkippedServerIsToldWithItsReason) {
     tsServerSetPropInt(full.server, "maxConnections", 0);
     tsEndPointSetPropInt(portless.http, "port", -1);
     tsLinkClusterServer(cluster, clusterless.server, FALSE);
-    tav.setTraceSpec(":NOTICE,http.request.select.balance:DEBUG");
+    traceOn(":NOTICE,http.request.select.balance:DEBUG");
     auto ctx = request();
-    ctx->failedServerApps.insert(failed.sapp);
+    tavListAddTail(ctx->failedServerApps, failed.sapp);
     EXPECT_EQ(selectName(*ctx), "good");
+    EXPECT_TRUE(traced("wlor: finished - shop, /cell/c/node/n/server/good\n"));
     std::vector<std::string> reasons;
-    for (const std::string &line : tav.trace) {
+    for (const std::string &line : takeLines()) {
         const size_t at = line.find(", reason=");
         if (at != std::string::npos) reasons.push_back(line.substr(at + 9));
     }
@@ -327,7 +327,6 @@ TEST_F(SelectorTest, EverySkippedServerIsToldWithItsReason) {
                   "not STARTED\n", "server weight is 0\n", "connect failure\n", "previously failed to route this request to this server\n",
                   "number of outstanding requests '0' exceeded maximum connections '0' for the server /cell/c/node/n/server/full\n",
                   "transport is not valid\n", "no cluster associated with the server\n"}));
-    EXPECT_TRUE(tav.traced("wlor: finished - shop, /cell/c/node/n/server/good\n"));
     finish(*ctx);
 }
 
@@ -358,12 +357,12 @@ TEST_F(SelectorTest, ARetryGivesUpTheEarlierTarget) {
     auto ctx = request();
     EXPECT_EQ(selectName(*ctx), "a");
     EXPECT_EQ(a.server->refcnt, 2);
-    tsServerApplicationDecrementOutstandingRequestCount(ctx.get(), ctx->sapp, 0, 0, FALSE);
-    ctx->failedServerApps.insert(ctx->sapp);
+    tsServerApplicationDecrementOutstandingRequestCount(ctx.get(), a.sapp, 0, 0, FALSE);
+    tavListAddTail(ctx->failedServerApps, a.sapp);
     EXPECT_EQ(selectName(*ctx), "b");
     EXPECT_EQ(a.server->refcnt, 1);
     EXPECT_EQ(b.server->refcnt, 2);
-    EXPECT_EQ(ctx->sapp, b.sapp);
+    EXPECT_EQ(ctx->targetServerApplication, b.sapp);
     finish(*ctx);
     tsTargetInfoDecrementRefCnt(ctx.get()); // nothing left to let go
     EXPECT_EQ(b.server->refcnt, 1);
@@ -391,9 +390,9 @@ TEST_F(SelectorTest, TheFirstLevelWithAMapModeChoosesTheProtocol) {
     for (const auto &row : rows) {
         SCOPED_TRACE(i++);
         auto ctx = request();
-        ctx->request.protocol = row.protocol;
+        hosts.back().protocol = row.protocol;
         ctx->sslMapMode = row.request;
-        tav.sslMapMode = row.ofInstance;
+        tav->sslMapMode = row.ofInstance;
         rmWebModuleSetPropStr(module, "protocolMap", row.module);
         EXPECT_STREQ(tavTargetEndpointGetProtocol(tsSelect(ts, ctx.get())), row.expected);
         finish(*ctx);
@@ -409,19 +408,17 @@ TEST_F(SelectorTest, TheMatchedVirtualHostGroupMayChooseTheEndpoint) {
     Back &b = back("a");
     endpoint(b.server, "tp2", "http", "second", 81);
     endpoint(b.server, "tp3", "http", "third", 82);
-    VHostMatcher *group = createVHostMatcher(&ri, "group");
+    VHostMatcher *group = createVHostMatcher(ri, "group");
     putVHost(group, "third", 82);
     ASSERT_TRUE(rmAddVHostMatcher(rm, group));
     const struct {
         bool on;
-        Text group;
-        const char *expected;
-    } rows[] = {{false, "group", "a.example"}, {true, "group", "third"}, {true, "unknown", "a.example"}, {true, std::nullopt, "a.example"}};
+        const char *group, *expected;
+    } rows[] = {{false, "group", "a.example"}, {true, "group", "third"}, {true, "unknown", "a.example"}, {true, nullptr, "a.example"}};
     for (const auto &row : rows) {
-        tav.properties.clear();
-        if (row.on) tav.properties["enableEndpointSelectionBasedOnMatchedVHost"] = "TRUE";
+        tav->selectEndpointByVHost = row.on;
         auto ctx = request();
-        ctx->vHostName = row.group;
+        tavHttpContextSetMatchedVHostName(ctx.get(), row.group);
         EXPECT_STREQ(tavTargetEndpointGetHostName(tsSelect(ts, ctx.get())), row.expected);
         finish(*ctx);
     }
