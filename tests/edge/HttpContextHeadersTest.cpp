@@ -51,7 +51,7 @@ TEST_F(PrivateHeaders, SchemeAndPort) {
     for (const auto &[protocol, secure] : cases) {
         host.protocol = protocol;
         TavHttpContext *ctx = obtain();
-        tavHttpContextSetMyTargetInfo(ctx, servers[0].endpoint, nullptr); // the selector refuses some of these requests
+        tavHttpContextSetMyTargetInfo(ctx, first().http, nullptr); // the selector refuses some of these requests
         EXPECT_EQ(host.lastSet("$ZVSC"), protocol);
         EXPECT_EQ(host.lastSet("$ZVIS"), secure);
         EXPECT_EQ(host.lastSet("$ZVSP"), "-2147483648");
@@ -86,7 +86,7 @@ TEST_F(PrivateHeaders, ThePartitionVersionAlwaysGoes) {
     tav->privateHeadersDisabled = TRUE;
     const std::string longVersion(300, 'v');
     for (const char *version : {"42", "", longVersion.c_str()}) {
-        tavSetPartitionData(tav, "C1", tsPartitionIDDataCreate(nullptr, version));
+        tavSetPartitionData(tav, clusterName, tsPartitionIDDataCreate(nullptr, version));
         routeAndRelease();
         EXPECT_EQ(show(host.headersSet), "_ZV_HAPRT_WLMVERSION=" + std::string(version) + "\n");
     }
@@ -117,7 +117,7 @@ protected:
         tavHttpContextRelease(ctx);
         return show(host.responseCookiesSet) + show(host.responseHeadersSet);
     }
-    PartitionIDData *partitionData() { return static_cast<PartitionIDData *>(tavHashGet(tav->partitionIDData.map, "C1")); }
+    PartitionIDData *partitionData() { return static_cast<PartitionIDData *>(tavHashGet(tav->partitionIDData.map, clusterName)); }
 };
 
 TEST_F(Response, StoresThePartitionTable) {
@@ -134,7 +134,7 @@ TEST_F(Response, StoresThePartitionTable) {
         host.responseHeaders.clear();
         if (c.table) host.responseHeaders["$ZVPT"] = {*c.table};
         if (c.version) host.responseHeaders["_ZV_HAPRT_WLMVERSION"] = {*c.version};
-        tavSetPartitionData(tav, "C1", tsPartitionIDDataCreate(nullptr, "before"));
+        tavSetPartitionData(tav, clusterName, tsPartitionIDDataCreate(nullptr, "before"));
         const PartitionIDData *const before = partitionData();
         const bool both = c.table && c.version;
         EXPECT_EQ(respond(), both ? "$ZVPT=(removed)\n_ZV_HAPRT_WLMVERSION=(removed)\n" : "");
@@ -147,7 +147,7 @@ TEST_F(Response, StoresThePartitionTable) {
         EXPECT_STREQ(static_cast<char *>(tavHashGet(data->partition2CloneIdMap, "p1")), c.cloneOfP1);
     }
     TavHttpContext *ctx = route(); // a table for no cluster is dropped
-    tsLinkClusterServer(cluster, servers[0].server, FALSE);
+    tsLinkClusterServer(cluster, first().server, FALSE);
     const int blocks = tavGetMemCount();
     for (const char *table : {"p1:c1", ""}) {
         host.responseHeaders = {{"$ZVPT", {table}}, {"_ZV_HAPRT_WLMVERSION", {"1"}}};
@@ -185,10 +185,10 @@ TEST_F(Response, FollowsTheSessionCookie) {
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << c.type << " " << c.setCookie[0]);
-        SiteServer &s = addServer(("S" + std::to_string(&c - cases)).c_str(), c.cloneId, c.type == learn ? web : c.type);
+        const Back &s = addServer(("S" + std::to_string(&c - cases)).c_str(), c.cloneId, c.type == learn ? web : c.type);
         const char *names[] = {"SID", "JSESSIONID", "", nullptr};
         hapCreate(module, names, ":", c.type == learn);
-        tsVirtualClusterCreate(ri->targetSelector, module, wmGetName(module)); // forgets the policy it had
+        tsVirtualClusterCreate(ts, module, wmGetName(module)); // forgets the policy it had
         host.responseHeaders = {{"Set-Cookie", c.setCookie}};
         EXPECT_EQ(respond(), *c.expected ? std::string("ZVJSESSIONID=aa:c1; ") + c.expected + "\n" : "");
         EXPECT_STREQ(tsServerGetCloneId(s.server), c.cloneIdAfter);
@@ -245,13 +245,13 @@ TEST_F(Response, FailingMemoryLosesNothing) {
     TavHttpContext *ctx = route();
     host.responseHeaders = {{"Set-Cookie", {"SID=abc; Path=/"}}, {"$ZVPT", {"p1:c1;p1:c2;p2:c3"}}, {"_ZV_HAPRT_WLMVERSION", {"1"}}};
     const Headers response = host.responseHeaders;
-    tavSetPartitionData(tav, "C1", tsDefaultPartitionIDData());
+    tavSetPartitionData(tav, clusterName, tsDefaultPartitionIDData());
     failEachAllocation([&](auto) {
         host.responseHeaders = response;
         host.responseHeadersSet.clear();
         tavHttpContextPerformResponseProcessing(ctx);
         EXPECT_EQ(host.responseHeadersSet.size(), 2u) << "the private headers must not reach the client";
-        tavSetPartitionData(tav, "C1", tsDefaultPartitionIDData());
+        tavSetPartitionData(tav, clusterName, tsDefaultPartitionIDData());
     });
     tavHttpContextRelease(ctx);
 }

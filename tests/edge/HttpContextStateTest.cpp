@@ -10,15 +10,8 @@ namespace {
 
 class HttpContextState : public Site {
 protected:
-    void TearDown() override {
-        tavSetClock(nullptr);
-        Site::TearDown();
-    }
     void report(TavHttpContext *ctx, TavHttpContextState state) { tavHttpContextSetState(ctx, state, 0, nullptr); }
 };
-
-TavTime now;
-TavTime fakeClock() { return now; }
 
 TEST_F(HttpContextState, MapsOnceAndTurnsTheResultIntoAnAction) {
     addServer("S1");
@@ -67,7 +60,7 @@ TEST_F(HttpContextState, EachReportSettlesTheAccounts) {
         {REQUEST_SEND_ERROR, 0, 1, 0, false}, {RESPONSE_READ_ERROR, 0, 1, 0, false}, {RESPONSE_TIMEOUT, 0, 1, 1, false},
     };
     addServer("S1");
-    TargetServer *server = servers[0].server;
+    TargetServer *server = first().server;
     for (const auto &c : cases) {
         SCOPED_TRACE(tavHttpContextStateToString(c.state));
         TavHttpContext *ctx = route();
@@ -100,7 +93,7 @@ TEST_F(HttpContextState, TriesOtherServersAfterFailures) {
         report(ctx, state);
     }
     EXPECT_EQ(ctx->failureCount, 1);
-    for (const SiteServer &s : servers) EXPECT_TRUE(tavHttpContextIsFailedServerApp(ctx, s.sapp.serverApplication));
+    for (const Back &b : backs) EXPECT_TRUE(tavHttpContextIsFailedServerApp(ctx, b.sapp));
     EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), nullptr);
     EXPECT_EQ(tavHttpContextGetErrorCode(ctx), 504); // a response timed out before
     EXPECT_STREQ(tavHttpContextGetApplicationName(ctx), "shop");
@@ -114,13 +107,13 @@ TEST_F(HttpContextState, ConnectResultsReachTheServer) {
     traceOn("http.request.connectFailure:WARNING");
     TavHttpContext *ctx = route();
     tavHttpContextSetState(ctx, CONNECT_FAILURE, 111, const_cast<char *>("100% refused %s"));
-    EXPECT_TRUE(traced("server S1 failed"));
+    EXPECT_TRUE(traced("server /cell/c/node/n/server/S1 failed"));
     EXPECT_TRUE(traced("100% refused %s"));
     tavHttpContextRelease(ctx);
-    servers[0].server->nextRetryTime = 0; // selectable again, still with a raised interval
+    first().server->nextRetryTime = 0; // selectable again, still with a raised interval
     ctx = route();
     report(ctx, CONNECT_SUCCESS);
-    EXPECT_EQ(servers[0].server->nextRetryInterval, TS_FIRST_RETRY_INTERVAL);
+    EXPECT_EQ(first().server->nextRetryInterval, TS_FIRST_RETRY_INTERVAL);
     tavHttpContextRelease(ctx);
 }
 
@@ -135,13 +128,12 @@ TEST_F(HttpContextState, MeasuresTheServiceTime) {
         {0, 0, 1250, 1251}, // the unset start counts as a time
     };
     addServer("S1");
-    tavSetClock(fakeClock);
     for (const auto &c : cases) {
-        now = 900;
+        fakeNow = 900;
         TavHttpContext *ctx = route();
-        if (c.sending) now = c.sending, report(ctx, REQUEST_SENDING);
-        if (c.sent) now = c.sent, report(ctx, REQUEST_SENT);
-        now = c.arrived;
+        if (c.sending) fakeNow = c.sending, report(ctx, REQUEST_SENDING);
+        if (c.sent) fakeNow = c.sent, report(ctx, REQUEST_SENT);
+        fakeNow = c.arrived;
         report(ctx, RESPONSE_ARRIVED);
         EXPECT_EQ(ctx->serviceTime, c.expected) << c.sending << " " << c.sent;
         tavHttpContextRelease(ctx);
@@ -151,8 +143,7 @@ TEST_F(HttpContextState, MeasuresTheServiceTime) {
 TEST_F(HttpContextState, LimitsEndpointsAndTimePerRequest) {
     addServer("S1");
     addServer("S2");
-    tavSetClock(fakeClock);
-    now = 1000;
+    fakeNow = 1000;
     tav->maxTargetEndpointsPerRequest = 1;
     TavHttpContext *ctx = route();
     report(ctx, CONNECT_FAILURE); // does not count
@@ -163,13 +154,13 @@ TEST_F(HttpContextState, LimitsEndpointsAndTimePerRequest) {
     tavHttpContextRelease(ctx);
 
     tav->maxElapsedTimePerRequestInMillis = 500;
-    now = 100000;
+    fakeNow = 100000;
     ctx = obtain();
-    now += 499;
+    fakeNow += 499;
     EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
     tavHttpContextRelease(ctx);
     ctx = obtain();
-    now += 500;
+    fakeNow += 500;
     EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), nullptr);
     EXPECT_EQ(tavHttpContextGetErrorCode(ctx), 504);
     EXPECT_STREQ(tavHttpContextGetErrorMessage(ctx), "MaxElapsedTimePerRequest exceeded");
@@ -179,11 +170,11 @@ TEST_F(HttpContextState, LimitsEndpointsAndTimePerRequest) {
 TEST_F(HttpContextState, AFixedEndpointServesEverythingUnaccounted) {
     addServer("S1");
     host.path = "/elsewhere";
-    tav->targetEndpoint = servers[0].endpoint;
+    tav->targetEndpoint = first().http;
     TavHttpContext *ctx = obtain();
-    EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), servers[0].endpoint);
+    EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), first().http);
     report(ctx, CONNECT_FAILURE);
-    EXPECT_TRUE(!tavHttpContextGetMyTargetEndPoint(ctx) && servers[0].server->nextRetryTime == 0);
+    EXPECT_TRUE(!tavHttpContextGetMyTargetEndPoint(ctx) && first().server->nextRetryTime == 0);
     tavHttpContextRelease(ctx);
 }
 
@@ -218,7 +209,7 @@ struct Rollout {
 
 void sleepInRollout(int seconds) {
     EXPECT_EQ(seconds, 1);
-    if (++rollout.sleeps == rollout.startsAt) tsServerSetPropStr(rollout.site->servers[0].server, "state", "STARTED");
+    if (++rollout.sleeps == rollout.startsAt) tsServerSetPropStr(rollout.site->first().server, "state", "STARTED");
 }
 
 TEST_F(HttpContextState, WaitsForARollout) {
@@ -233,7 +224,7 @@ TEST_F(HttpContextState, WaitsForARollout) {
         {3, 3, 3, true, "wait for rollout of application 'shop' for max of 3 seconds\n"}, // in the last round
     };
     addServer("S1");
-    TargetServer *server = servers[0].server;
+    TargetServer *server = first().server;
     tsClusterSetPropStr(cluster, "appEditionRolloutState", "BEGIN_ROLLOUT");
     tavHttpContextSetRolloutSleep(sleepInRollout);
     for (const auto &c : cases) {
@@ -261,7 +252,7 @@ TEST_F(HttpContextState, WaitsForARollout) {
 TEST_F(HttpContextState, AWaitFollowsWhatTheRulesDecideNow) {
     addServer("S1");
     tsClusterSetPropStr(cluster, "appEditionRolloutState", "BEGIN");
-    tsServerSetPropStr(servers[0].server, "state", "STOPPED");
+    tsServerSetPropStr(first().server, "state", "STOPPED");
     addRule("5", "queryparm(go) = 'away'", "redirect:http://else/");
     addRule("default", "true", "permit:shop");
     rollout = {0, 1, this};
@@ -272,7 +263,7 @@ TEST_F(HttpContextState, AWaitFollowsWhatTheRulesDecideNow) {
     TavHttpContext *ctx = obtain();
     EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), nullptr);
     EXPECT_STREQ(tavHttpContextGetRedirectURL(ctx), "http://else/");
-    EXPECT_EQ(servers[0].server->outstandingRequestCount, 0);
+    EXPECT_EQ(first().server->outstandingRequestCount, 0);
     tavHttpContextRelease(ctx);
     tavHttpContextSetRolloutSleep(nullptr);
 }

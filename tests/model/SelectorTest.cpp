@@ -1,4 +1,4 @@
-#include "SelectorTest.h"
+#include "model/SelectorTest.h"
 
 #include <jansson.h>
 
@@ -56,7 +56,7 @@ void SelectorTest::SetUp() {
     ts = ri->targetSelector;
     world.selectorLock = ts->lock;
     node = tsNodeCreate(ts, "/cell/c/node/n");
-    cluster = tsClusterCreate(ts, "/cell/c/cluster/k");
+    cluster = tsClusterCreate(ts, clusterName);
     vc = tsVirtualClusterCreate(ts, module, moduleName);
     tsLinkVirtualClusterToCluster(vc, cluster, TRUE);
 }

@@ -4,7 +4,7 @@
 
 #include <list>
 
-#include "ModelTest.h"
+#include "model/ModelTest.h"
 #include "tavRequestMapper/tavRequestMapper.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavUtil/tavString.h"
@@ -36,7 +36,7 @@ struct Back {
 // One application with one web module, its virtual cluster in one cluster, one node.
 class SelectorTest : public ModelTest {
 protected:
-    static constexpr const char *moduleName = "/cell/c/application/shop/webModule/shop.war";
+    static constexpr const char *moduleName = "/cell/c/application/shop/webModule/shop.war", *clusterName = "/cell/c/cluster/k";
     SelectorTest();
     void SetUp() override;
     void TearDown() override;
