@@ -430,10 +430,9 @@ TEST_F(Connector, SurvivesEveryFailedAllocation) {
             tavConnectorGroupDelete(cg);
         }
         tavSetAllocationGate(nullptr);
-        while (!alarms.empty()) fire();
-        for (size_t i = firstOfRun; i < sent.size(); i++) {
+        fireAll();
+        for (size_t i = firstOfRun; i < sent.size(); i++)
             if (!sent[i].answered) answer(i, nullptr);
-        }
         settle(atRest);
     });
 }

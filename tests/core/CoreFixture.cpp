@@ -5,8 +5,7 @@
 #include <cstdlib>
 #include <mutex>
 
-#include "tavRequestMapper/tavRequestMapper.h"
-#include "tavTargetSelector/tavTargetSelector.h"
+#include "tavRule/tavRule.h"
 #include "tavUtil/tavMemory.h"
 
 namespace {
@@ -24,19 +23,7 @@ int keepTrace(const TrContext *ctx, va_list args) {
     return 0;
 }
 
-char client;
-EnvConnectorClient *openClient(TavConnector *) { return reinterpret_cast<EnvConnectorClient *>(&client); }
-void closeClient(EnvConnectorClient *) {}
-void freeResponse(TavHttpResponse *) {}
-
 int ownersBefore;
-
-std::string textOf(json_t *json) {
-    char *text = json ? json_dumps(json, JSON_SORT_KEYS | JSON_INDENT(1)) : nullptr;
-    std::string result = text ? text : "";
-    free(text);
-    return result;
-}
 
 // A copy without the nulls that deleted elements leave in arrays.
 json_t *withoutHoles(json_t *json) {
@@ -57,24 +44,7 @@ json_t *withoutHoles(json_t *json) {
 
 } // namespace
 
-std::vector<CoreFixture::Pending> &CoreFixture::pending() {
-    static std::vector<Pending> requests;
-    return requests;
-}
-
-CoreFixture::CoreFixture() : env(fakeHostCallBacks()) {
-    env.version = TAV_ENV_VERSION;
-    env.http.connector.open = openClient;
-    env.http.connector.close = closeClient;
-    env.http.connector.freeResponse = freeResponse;
-    env.http.connector.sendRequest = [](EnvConnectorClient *, const char *method, const char *uri, const char *body, int,
-                                        TavHttpResponseCallBack callback, TavHttpResponseContext *passback) {
-        pending().push_back({callback, passback, method, uri, body ? body : ""});
-        return 0;
-    };
-    env.alarm = [](void (*)(void *), void *, int) { return -1; };
-    env.trace.printf = keepTrace;
-}
+CoreFixture::CoreFixture() : env(systemCallBacks()) { env.trace.printf = keepTrace; }
 
 CoreFixture::~CoreFixture() = default;
 
@@ -92,31 +62,15 @@ void CoreFixture::SetUp() {
 // Late answers find that nobody waits for them, and everything has gone back.
 void CoreFixture::TearDown() {
     tavDestroy(tav);
-    for (size_t i = 0; i < pending().size(); i++) pending()[i].callback(nullptr, pending()[i].passback);
-    pending().clear();
+    answerNone();
     trDestroy();
     takeTrace();
     EXPECT_EQ(tavGetMemCount(), ownersBefore);
 }
 
-std::string CoreFixture::dump() {
-    TavRoutingInfo *ri = tavRoutingInfoObtain(tav);
-    json_t *applications = rmToJSON(ri->requestMapper);
-    json_t *clusters = tsToJSON(ri->targetSelector);
-    const std::string text =
-        textOf(applications) + "\n" + textOf(clusters) + "\nrules " + std::to_string(tavRulesGetCount(tav->requestTraceRules));
-    json_decref(applications);
-    json_decref(clusters);
-    tavRoutingInfoRelease(ri);
-    return text;
-}
+std::string CoreFixture::dump() { return systemDump(tav) + "\nrules " + std::to_string(tavRulesGetCount(tav->requestTraceRules)); }
 
-std::string CoreFixture::storedText() const {
-    json_t *copy = connector->json ? withoutHoles(connector->json) : nullptr;
-    const std::string text = textOf(copy);
-    json_decref(copy);
-    return text;
-}
+std::string CoreFixture::storedText() const { return takeText(connector->json ? withoutHoles(connector->json) : nullptr); }
 
 void CoreFixture::traceOn(const char *spec) {
     tavSetTraceSpec(tav, spec);

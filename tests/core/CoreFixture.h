@@ -9,24 +9,19 @@
 #include <thread>
 #include <vector>
 
-#include "support/FakeHost.h"
+#include "system/Instance.h"
 #include "tav/tavRecord.h"
 #include "tavDocument/tavDocument.h"
 #include "tavUtil/tavTime.h"
 
 class CoreFixture : public testing::Test {
 protected:
-    // A request that the transport has accepted.
-    struct Pending {
-        TavHttpResponseCallBack callback;
-        TavHttpResponseContext *passback;
-        std::string method, uri, body;
-    };
-
     CoreFixture();
     ~CoreFixture() override;
     void SetUp() override;
     void TearDown() override;
+    // Tells everyone who waits for the transport that there is no answer.
+    virtual void answerNone() { systemAnswerNone(); }
 
     // The transport's callbacks may be changed here before SetUp() creates the instance.
     EnvCallBacks env;
@@ -51,7 +46,6 @@ protected:
     static std::vector<std::string> takeLines();
     static std::string takeTrace();
     static int traced(const std::string &part);
-    static std::vector<Pending> &pending();
 };
 
 // {"version": version, ...} with single quotes written as double ones.

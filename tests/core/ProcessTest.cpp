@@ -7,6 +7,7 @@
 #include <chrono>
 #include <climits>
 #include <functional>
+#include <optional>
 
 #include "core/CoreFixture.h"
 #include "tavProcess/tavIpc.h"
@@ -37,7 +38,8 @@ std::string serverDocument(int version, const char *state) {
 class Processes : public CoreFixture {
 protected:
     std::string path = "/tmp/tav-process-test-" + std::to_string(getpid());
-    Tav *worker = nullptr;
+    std::optional<SystemInstance> other;
+    Tav *worker = nullptr; // the other's
 
     void SetUp() override {
         CoreFixture::SetUp();
@@ -47,18 +49,16 @@ protected:
     }
 
     void TearDown() override {
-        if (worker) tavDestroy(worker);
+        other.reset();
         CoreFixture::TearDown();
         unlink(path.c_str());
     }
 
     void startWorker() {
-        static char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
-        worker = tavCreate(&env, nullptr, catalogue);
-        ASSERT_NE(worker, nullptr);
-        ASSERT_NE(tavConnectorCreate(tavConnectorGroupCreate(worker, "g"), "http://127.0.0.1:1"), nullptr);
-        ASSERT_EQ(tavMarkAsClientProcess(worker, path.data()), 0);
-        ASSERT_EQ(tavStart(worker, -1), 0);
+        static std::string given;
+        given = path;
+        other.emplace(env, [](Tav *tav) { ASSERT_EQ(tavMarkAsClientProcess(tav, given.data()), 0); });
+        worker = other->tav;
     }
 
     int clients() { return tavServerProcessGetClientCount(tav->serverProcess); }

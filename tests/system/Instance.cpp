@@ -78,6 +78,8 @@ int deleteEndpoint(EnvTargetEndpoint *endpoint) {
     return 0;
 }
 
+} // namespace
+
 std::string takeText(json_t *json) {
     char *text = json ? json_dumps(json, JSON_SORT_KEYS | JSON_INDENT(1)) : nullptr;
     std::string result = text ? text : "";
@@ -85,8 +87,6 @@ std::string takeText(json_t *json) {
     json_decref(json);
     return result;
 }
-
-} // namespace
 
 EnvCallBacks systemCallBacks() {
     EnvCallBacks env = fakeHostCallBacks();
@@ -206,7 +206,7 @@ void SystemInstance::settle() const {
     }
 }
 
-std::string SystemInstance::dump() const {
+std::string systemDump(Tav *tav) {
     TavRoutingInfo *ri = tavRoutingInfoObtain(tav);
     if (!ri) return "";
     const std::string text = takeText(rmToJSON(ri->requestMapper)) + takeText(tsToJSON(ri->targetSelector));
