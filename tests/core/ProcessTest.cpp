@@ -4,27 +4,16 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <climits>
-#include <functional>
 #include <optional>
 
 #include "core/CoreFixture.h"
+#include "support/ChildProcess.h"
 #include "tavProcess/tavIpc.h"
 #include "tavSnapshot/tavRoutingInfo.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 
 namespace {
-
-// Waits for what another thread brings about; the bound only ends a broken run.
-bool eventually(const std::function<bool()> &condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        usleep(2000);
-    }
-    return true;
-}
 
 std::string serverDocument(int version, const char *state) {
     return quoted("{'version': " + std::to_string(version) +
