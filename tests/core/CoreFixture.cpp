@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <mutex>
 
 #include "tavRule/tavRule.h"
@@ -50,11 +49,12 @@ CoreFixture::~CoreFixture() = default;
 
 void CoreFixture::SetUp() {
     static char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
+    trDestroy(); // what other instances left behind
     ownersBefore = tavGetMemCount();
     tav = tavCreate(&env, nullptr, catalogue);
     ASSERT_NE(tav, nullptr);
     group = tavConnectorGroupCreate(tav, "g");
-    connector = tavConnectorCreate(group, "http://127.0.0.1:1");
+    connector = tavConnectorCreate(group, url.c_str());
     ASSERT_EQ(tavStart(tav, -1), 0);
     takeTrace();
 }

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "system/Instance.h"
@@ -23,8 +22,9 @@ protected:
     // Tells everyone who waits for the transport that there is no answer.
     virtual void answerNone() { systemAnswerNone(); }
 
-    // The transport's callbacks may be changed here before SetUp() creates the instance.
+    // Callbacks and URL may be changed here before SetUp() creates the instance.
     EnvCallBacks env;
+    std::string url = "http://127.0.0.1:1"; // of the connector
     Tav *tav = nullptr;
     TavConnectorGroup *group = nullptr;
     TavConnector *connector = nullptr;

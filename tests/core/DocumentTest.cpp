@@ -1,9 +1,6 @@
 // Complete documents and deltas: what reaches the snapshot, what is refused, and that a delta leaves the same as a rebuild.
 #include <gmock/gmock.h>
 
-#include <fstream>
-#include <iterator>
-
 #include "core/CoreFixture.h"
 #include "system/Shop.h"
 #include "tav/tavControl.h"
@@ -23,31 +20,8 @@ using testing::StartsWith;
 
 namespace {
 
-// A cell with two nodes, two servers, one cluster, one application with two modules, one virtual-host group.
-const char *const kSite = R"({'version': 5, 'restVersion': 1, 'add': {'objects': [{'name': '/cell/c', 'type': 'cell', 'objects': [
- {'name': '/cell/c/node/n1', 'type': 'node', 'objects': [
-  {'name': '/cell/c/node/n1/server/s1', 'type': 'server', 'props': {'id': 'clone1', 'state': 'STARTED', 'weight': 2}, 'objects': [
-   {'name': '/cell/c/node/n1/server/s1/transport/t1', 'type': 'transport', 'props': {'protocol': 'http', 'host': 'h1', 'port': 9080}},
-   {'name': '/cell/c/node/n1/server/s1/transport/odd', 'type': 'transport', 'props': {'protocol': 'tcp'}},
-   {'name': '/cell/c/node/n1/server/s1/serverApplication/app', 'type': 'serverApplication', 'props': {'state': 'STARTED'}}]}]},
- {'name': '/cell/c/node/n2', 'type': 'node', 'objects': [
-  {'name': '/cell/c/node/n2/server/s2', 'type': 'server', 'props': {'id': 'clone2', 'state': 'STARTED', 'weight': 1}, 'objects': [
-   {'name': '/cell/c/node/n2/server/s2/serverApplication/app', 'type': 'serverApplication', 'props': {'state': 'STARTED'}}]}]},
- {'name': '/cell/c/cluster/k', 'type': 'cluster', 'props': {'learnCloneIds': true}},
- {'name': '/cell/c/healthPolicy/slow', 'type': 'healthPolicy', 'props': {'type': 'ExcessiveResponseTime', 'threshold': 500}},
- {'name': '/cell/c/vHostGroup/v', 'type': 'vHostGroup', 'objects': [
-  {'name': '/cell/c/vHostGroup/v/vHost/1', 'type': 'vHost', 'props': {'host': 'www.example.com', 'port': 80}},
-  {'name': '/cell/c/vHostGroup/v/vHost/2', 'type': 'vHost', 'props': {'host': '*', 'port': '8080'}}]},
- {'name': '/cell/c/application/app', 'type': 'application', 'props': {'edition': ''}, 'objects': [
-  {'name': '/cell/c/application/app/webModule/w', 'type': 'webModule', 'props': {'contextRoot': '/shop'}, 'objects': [
-   {'name': '/cell/c/application/app/webModule/w/uri/\\/a\\/*', 'type': 'uri'}]}]}]}],
- 'relationships': {
-  'cluster:server': [{'cluster': '/cell/c/cluster/k', 'server': '/cell/c/node/n1/server/s1'},
-                     {'cluster': '/cell/c/cluster/k', 'server': '/cell/c/node/n2/server/s2'}],
-  'cluster:webModule': [{'cluster': '/cell/c/cluster/k', 'webModule': '/cell/c/application/app/webModule/w'}],
-  'vHostGroup:webModule': [{'vHostGroup': '/cell/c/vHostGroup/v', 'webModule': '/cell/c/application/app/webModule/w'}],
-  'server:webModule': [{'server': '/cell/c/node/n1/server/s1', 'webModule': '/cell/c/application/app/webModule/w'}],
-  'server:healthPolicy': [{'server': '/cell/c/node/n1/server/s1', 'healthPolicy': '/cell/c/healthPolicy/slow'}]}}})";
+// A cell with two nodes, two servers, one cluster, one application with a module, one virtual-host group.
+const std::string kSite = shop::contentOf("tests/core/site.json");
 
 std::string delta(int version, const std::string &operations) { return shop::delta(1, version, operations); }
 
@@ -59,7 +33,7 @@ class Document : public CoreFixture {
 protected:
     void SetUp() override {
         CoreFixture::SetUp();
-        ASSERT_EQ(give(quoted(kSite)), 5);
+        ASSERT_EQ(give(kSite), 5);
     }
     // The next delta; taken.
     void take(const std::string &operations) {
@@ -105,8 +79,8 @@ TEST_F(Document, VersionMembers) {
 }
 
 TEST_F(Document, ItsOwnSetIsWorkedIn) {
-    std::string text = quoted(kSite);
-    text.insert(text.size() - 1, quoted(", " + objects("del", entry("/cell/c/cluster/none", "cluster")) + ", " +
+    std::string text = kSite;
+    text.insert(text.rfind('}'), quoted(", " + objects("del", entry("/cell/c/cluster/none", "cluster")) + ", " +
                                         objects("set", entry(S1, "server", "'weight': 9"))));
     ASSERT_EQ(give(text), 5);
     EXPECT_EQ(server(S1)->weight, 9);
@@ -424,8 +398,7 @@ TEST_F(Document, GroupsShareASnapshot) {
 
 TEST_F(CoreFixture, InterestSpecificationIsBuiltOnce) {
     const std::string text = tavGetInterestSpec(tav, group);
-    std::ifstream file(TAV_SOURCE_DIR "/tests/core/interests.txt");
-    EXPECT_EQ(text, std::string(std::istreambuf_iterator<char>(file), {}));
+    EXPECT_EQ(text, shop::contentOf("tests/core/interests.txt"));
     tavConnectorGroupSetEnableAdminTraffic(group, TRUE);
     EXPECT_EQ(tavGetInterestSpec(tav, group), text);
     TavConnectorGroup *other = tavConnectorGroupCreate(tav, "admin");

@@ -1,5 +1,4 @@
 // Mapping, selection, progress reports and the rollout wait, against a real mapper and selector.
-#include <algorithm>
 #include <atomic>
 #include <thread>
 

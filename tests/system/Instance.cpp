@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <mutex>
 #include <new>

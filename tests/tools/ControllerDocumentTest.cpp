@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <fstream>
 #include <map>
 #include <random>
@@ -26,54 +25,52 @@ namespace {
 
 // ---- what a library has ----
 
-// The same with its arrays sorted, without the holes of deleted entries.
-Json sorted(const json_t *json) {
-    if (json_is_object(json)) {
-        Json copy(json_object());
-        const char *key;
-        json_t *value;
-        json_object_foreach(const_cast<json_t *>(json), key, value) json_object_set_new(copy.get(), key, sorted(value).release());
-        return copy;
-    }
-    if (!json_is_array(json)) return Json(json_deep_copy(json));
-    std::map<std::string, Json> elements;
-    for (size_t i = 0; i < json_array_size(json); i++) {
-        Json element = sorted(json_array_get(json, i));
-        char *text = json_dumps(element.get(), JSON_SORT_KEYS | JSON_ENCODE_ANY);
-        if (!json_is_null(element.get())) elements.emplace(fmt::format("{} {}", text, i), std::move(element));
-        free(text);
-    }
-    Json copy(json_array());
-    for (auto &[text, element] : elements) json_array_append_new(copy.get(), element.release());
-    return copy;
-}
-
-std::string sortedText(Json json) {
-    char *text = json_dumps(sorted(json.get()).get(), JSON_SORT_KEYS | JSON_INDENT(1));
-    std::string result = text;
+std::string textOf(const json_t *json) {
+    char *text = json_dumps(json, JSON_SORT_KEYS | JSON_ENCODE_ANY);
+    const std::string result = text;
     free(text);
     return result;
 }
 
+using Lines = std::multiset<std::string>;
+
+// A line for each object, text and number by its path; in an array by its name or as a whole, wherever it stands.
+void list(const json_t *json, const std::string &path, Lines &lines) {
+    const char *key;
+    json_t *value;
+    size_t i;
+    lines.insert(path);
+    json_object_foreach(const_cast<json_t *>(json), key, value) {
+        if (json_is_object(value) || json_is_array(value))
+            list(value, path + "/" + key, lines);
+        else
+            lines.insert(path + "/" + key + " " + textOf(value));
+    }
+    json_array_foreach(json, i, value) {
+        if (const char *name = json_string_value(json_object_get(value, "name")))
+            list(value, path + "/" + name, lines);
+        else if (!json_is_null(value))
+            lines.insert(path + " " + textOf(value));
+    }
+}
+
 // The stored document, object by object and pair by pair, and the state that requests see.
 std::string stateOf(Engine &engine) {
-    std::set<std::string> lines;
+    Lines lines;
     const json_t *stored = tavctl::storedDocument(engine.connector());
     tavctl::forEachObject(stored, [&](const tavctl::ObjectEntry &entry) {
-        const Json props(entry.props && json_object_size(entry.props) ? json_deep_copy(entry.props) : json_object());
-        char *text = json_dumps(props.get(), JSON_SORT_KEYS);
-        lines.insert(fmt::format("{} {} {}", entry.name, entry.type, text));
-        free(text);
+        lines.insert(fmt::format("{} {}", entry.name, entry.type));
+        if (json_object_size(entry.props)) list(entry.props, entry.name, lines);
     });
     for (const char *kind : {"cluster:server", "cluster:webModule", "vHostGroup:webModule", "server:healthPolicy"})
         for (const auto &[first, second] : tavctl::relationshipPairs(stored, kind)) {
             if (!first.empty()) lines.insert(fmt::format("{} {} {}", kind, first, second));
         }
     TavRoutingInfo *ri = tavRoutingInfoObtain(engine.tav());
-    std::string state = fmt::format("{}\n{}{}", fmt::join(lines, "\n"), sortedText(Json(rmToJSON(ri->requestMapper))),
-                                    sortedText(Json(tsToJSON(ri->targetSelector))));
+    list(Json(rmToJSON(ri->requestMapper)).get(), "mapper", lines);
+    list(Json(tsToJSON(ri->targetSelector)).get(), "selector", lines);
     tavRoutingInfoRelease(ri);
-    return state;
+    return fmt::format("{}", fmt::join(lines, "\n"));
 }
 
 // ---- a world that changes ----
