@@ -1,6 +1,5 @@
 // Polling, failover, back-off and reports, with the controller under the test's command.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <functional>
 

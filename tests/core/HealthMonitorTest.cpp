@@ -1,6 +1,5 @@
 // Samples against policies, and the counting of reporters.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "core/RecordingTransport.h"
 #include "support/Ipc.h"

@@ -1,6 +1,5 @@
 // Creation, the group's states, properties, names, proxies and the instance's own thread.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <unistd.h>
 

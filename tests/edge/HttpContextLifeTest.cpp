@@ -143,6 +143,11 @@ TEST_F(HttpContextLife, TheSpecificationOutlivesItsRule) {
     tavHttpContextRelease(obtain());
     tavHttpContextRelease(obtain());
     EXPECT_EQ(trContextPeekSpec(tav->trCtx)->refCount, shared + 1) << "one for the context, not one a request";
+    const TrRecord *late = trRecordCreate(trGroupGetRoot(tav->trMgr), "late", TR_INFO, -1); // known to the next new context
+    TavHttpContext *pooled = obtain(), *made = obtain();
+    EXPECT_NE(trSpecMaxLevel(made->trSpec, late), trSpecMaxLevel(pooled->trSpec, late));
+    tavHttpContextRelease(pooled);
+    tavHttpContextRelease(made);
 }
 
 } // namespace

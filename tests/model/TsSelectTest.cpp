@@ -120,11 +120,9 @@ TEST_F(SelectorTest, SessionIdsAreResolvedPieceByPiece) {
             EXPECT_EQ(selectName(*ctx), row.expected);
             EXPECT_EQ(brokeAffinity(ctx), row.broken);
             EXPECT_FALSE(ctx->performedLoadBalancing);
-            finish(*ctx);
         }
         auto ctx = request(("s:" + std::string(500, 'x') + ":c2").c_str());
         EXPECT_EQ(selectName(*ctx), "two");
-        finish(*ctx);
     }
 }
 
@@ -170,7 +168,6 @@ TEST_F(SelectorTest, PartitionIdsStandForCloneIds) {
     for (const char *id : {"s:p9", "s:c1", "s:c2"}) {
         auto ctx = request(id);
         EXPECT_EQ(selectName(*ctx), "b") << id;
-        finish(*ctx);
     }
 }
 
@@ -257,7 +254,6 @@ TEST_F(SelectorTest, OddPoliciesNeitherHangNorMatchEverything) {
     EXPECT_EQ(selectName(*ctx), "a") << "by load";
     EXPECT_TRUE(ctx->performedLoadBalancing);
     EXPECT_NE(ctx->policy, nullptr);
-    finish(*ctx);
 }
 
 // ---- load balancing ----
@@ -327,7 +323,6 @@ TEST_F(SelectorTest, EverySkippedServerIsToldWithItsReason) {
                   "not STARTED\n", "server weight is 0\n", "connect failure\n", "previously failed to route this request to this server\n",
                   "number of outstanding requests '0' exceeded maximum connections '0' for the server /cell/c/node/n/server/full\n",
                   "transport is not valid\n", "no cluster associated with the server\n"}));
-    finish(*ctx);
 }
 
 TEST_F(SelectorTest, ConnectFailuresBackOffTenfoldUpToAMinute) {
@@ -395,13 +390,11 @@ TEST_F(SelectorTest, TheFirstLevelWithAMapModeChoosesTheProtocol) {
         tav->sslMapMode = row.ofInstance;
         rmWebModuleSetPropStr(module, "protocolMap", row.module);
         EXPECT_STREQ(tavTargetEndpointGetProtocol(tsSelect(ts, ctx.get())), row.expected);
-        finish(*ctx);
     }
     tsEndPointDelete(b.http);
     auto ctx = request();
     ctx->sslMapMode = SSLOffLoad;
     EXPECT_STREQ(tavTargetEndpointGetProtocol(tsSelect(ts, ctx.get())), "https") << "the other protocol's when there is none";
-    finish(*ctx);
 }
 
 TEST_F(SelectorTest, TheMatchedVirtualHostGroupMayChooseTheEndpoint) {
@@ -420,6 +413,5 @@ TEST_F(SelectorTest, TheMatchedVirtualHostGroupMayChooseTheEndpoint) {
         auto ctx = request();
         tavHttpContextSetMatchedVHostName(ctx.get(), row.group);
         EXPECT_STREQ(tavTargetEndpointGetHostName(tsSelect(ts, ctx.get())), row.expected);
-        finish(*ctx);
     }
 }

@@ -79,7 +79,6 @@ TEST_F(SelectorTest, TheLastServerOfACloneIdIsFoundUntilItIsDeleted) {
     EXPECT_EQ(selectName(*late), "-");
     EXPECT_TRUE(brokeAffinity(late));
     EXPECT_STREQ(tavTargetEndpointGetCloneId(ctx->targetEndpoint), "c1");
-    finish(*ctx);
 }
 
 TEST_F(SelectorTest, ConnectorHearsOncePerChangeAndAfterTheLastRequest) {

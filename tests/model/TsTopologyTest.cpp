@@ -186,7 +186,6 @@ TEST_F(SelectorTest, ADeletedEndpointIsNotChosenAndStaysForItsRequest) {
     EXPECT_STREQ(tavTargetEndpointGetHostName(next->targetEndpoint), "new");
     finish(*ctx);
     EXPECT_EQ(tavListGetCount(b.server->endPoints[0]), 1);
-    finish(*next);
 }
 
 // ---- dump ----

@@ -1,6 +1,5 @@
 // tavctl check: each kind of fault is found, at its place, and nothing else.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "Tool.h"
 

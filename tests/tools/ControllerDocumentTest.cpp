@@ -1,8 +1,8 @@
 // Documents as the controller serves them: a library that follows the deltas comes to where one comes that starts with the newest document.
 #include <fmt/format.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <map>
 #include <random>
@@ -244,60 +244,67 @@ constexpr const char *SMALL = R"({"version": 1, "restVersion": 1, "add": {"objec
  {"name": "/cell/c/cluster/k", "type": "cluster"}],
  "relationships": {"cluster:server": [{"cluster": "/cell/c/cluster/k", "server": "/cell/c/node/n/server/s"}]}}})";
 
+std::string quoted(std::string text) {
+    std::replace(text.begin(), text.end(), '\'', '"');
+    return text;
+}
+
+// SMALL with one text replaced; single quotes stand for double ones.
+std::string edited(const std::string &find, const std::string &put) {
+    std::string text = SMALL;
+    return text.replace(text.find(quoted(find)), find.size(), quoted(put));
+}
+
 TEST(ControllerDocument, anEditIsToldByWhatItChanges) {
+    using enum LoadOutcome;
     const struct {
         const char *name, *find, *put;
         LoadOutcome outcome;
         bool piece, delta;
         const char *text; // in the delta or in the first complaint
     } cases[] = {
-        {"a value", "\"weight\": 1, ", "\"weight\": 12, ", LoadOutcome::Accepted, true, true, R"("props":{"weight":12})"},
-        {"a value with its version", "\"version\": 1", "\"version\": 22", LoadOutcome::Unchanged, false, false, ""},
-        {"a brace in a text", "}\\\"]", "{[", LoadOutcome::Accepted, true, true, R"("id":"{[")"},
-        {"blanks", "\"weight\": 1}", "\"weight\":  1 }", LoadOutcome::Unchanged, true, false, ""},
-        {"a new property", "\"weight\": 1}", "\"weight\": 1, \"id\": \"x\"}", LoadOutcome::Accepted, true, true, R"("props":{"id":"x"})"},
-        {"a new object between two", "\n   {\"name\": \"/cell/c/node/n/server/t\"",
-         "\n   {\"name\": \"/cell/c/node/n/server/u\", \"type\": \"server\"},\n   {\"name\": \"/cell/c/node/n/server/t\"",
-         LoadOutcome::Accepted, true, true, R"("add":{"objects":[{"name":"/cell/c/node/n/server/u","type":"server"}]})"},
-        {"a property less", ", \"state\": \"STARTED\"", "", LoadOutcome::Accepted, false, true,
-         R"("del":{"objects":[{"name":"/cell/c/node/n/server/s","type":"server"}],"relationships":{"cluster:server")"},
-        {"another name", "n/server/t\"", "n/server/v\"", LoadOutcome::Accepted, false, true, "server/v"},
-        {"a pair less", R"({"cluster": "/cell/c/cluster/k", "server": "/cell/c/node/n/server/s"})", "", LoadOutcome::Accepted, false, true,
-         R"("del":{"relationships":)"},
-        {"another place", "]}]},\n {\"name\": \"/cell/c/cluster/k\", \"type\": \"cluster\"}],",
-         "]}, {\"name\": \"/cell/c/cluster/k\", \"type\": \"cluster\"}]}],", LoadOutcome::Accepted, false, false, ""},
-        {"other escapes of names", "\"restVersion\": 1", "\"restVersion\": -1", LoadOutcome::Accepted, false, false, ""},
-        {"another restVersion", "\"restVersion\": 1", "\"restVersion\": 2", LoadOutcome::Accepted, false, true,
-         R"("restVersion":2,"delta":true})"},
-        {"half a file", "]}]},", "]}", LoadOutcome::Refused, false, false, "world.json:"},
-        {"a bad value", "\"weight\": 1}", "\"weight\": 1.5}", LoadOutcome::Refused, true, false, "unknown type for property weight"},
-        {"a type that is none", "\"type\": \"cluster\"", "\"type\": \"clusters\"", LoadOutcome::Refused, false, false, "no object handler"},
-        {"a name that is there already", "n/server/t\"", "n/server/s\"", LoadOutcome::Refused, false, false, "already exists"},
-        {"a property twice", "\"weight\": 1}", "\"weight\": 1, \"weight\": 7}", LoadOutcome::Accepted, false, true, R"("weight":7)"},
-        {"a delta", "\"version\": 1", "\"delta\": true", LoadOutcome::Refused, false, false, ""},
+        {"a value", "'weight': 1, ", "'weight': 12, ", Accepted, true, true, "'props':{'weight':12}"},
+        {"a value with its version", "'version': 1", "'version': 22", Unchanged, false, false, ""},
+        {"a brace in a text", "}\\']", "{[", Accepted, true, true, "'id':'{['"},
+        {"blanks", "'weight': 1}", "'weight':  1 }", Unchanged, true, false, ""},
+        {"a new property", "'weight': 1}", "'weight': 1, 'id': 'x'}", Accepted, true, true, "'props':{'id':'x'}"},
+        {"a new object between two", "\n   {'name': '/cell/c/node/n/server/t'",
+         "\n   {'name': '/cell/c/node/n/server/u', 'type': 'server'},\n   {'name': '/cell/c/node/n/server/t'", Accepted, true, true,
+         "'add':{'objects':[{'name':'/cell/c/node/n/server/u','type':'server'}]}"},
+        {"a property less", ", 'state': 'STARTED'", "", Accepted, false, true,
+         "'del':{'objects':[{'name':'/cell/c/node/n/server/s','type':'server'}],'relationships':{'cluster:server'"},
+        {"another name", "n/server/t'", "n/server/v'", Accepted, false, true, "server/v"},
+        {"a pair less", "{'cluster': '/cell/c/cluster/k', 'server': '/cell/c/node/n/server/s'}", "", Accepted, false, true,
+         "'del':{'relationships':"},
+        {"another place", "]}]},\n {'name': '/cell/c/cluster/k', 'type': 'cluster'}],",
+         "]}, {'name': '/cell/c/cluster/k', 'type': 'cluster'}]}],", Accepted, false, false, ""},
+        {"other escapes of names", "'restVersion': 1", "'restVersion': -1", Accepted, false, false, ""},
+        {"another restVersion", "'restVersion': 1", "'restVersion': 2", Accepted, false, true, "'restVersion':2,'delta':true}"},
+        {"half a file", "]}]},", "]}", Refused, false, false, "world.json:"},
+        {"a bad value", "'weight': 1}", "'weight': 1.5}", Refused, true, false, "unknown type for property weight"},
+        {"a type that is none", "'type': 'cluster'", "'type': 'clusters'", Refused, false, false, "no object handler"},
+        {"a name that is there already", "n/server/t'", "n/server/s'", Refused, false, false, "already exists"},
+        {"a property twice", "'weight': 1}", "'weight': 1, 'weight': 7}", Accepted, false, true, "'weight':7"},
+        {"a delta", "'version': 1", "'delta': true", Refused, false, false, ""},
     };
     for (const auto &each : cases) {
         SCOPED_TRACE(each.name);
         Document document("world", "world.json", false);
-        ASSERT_EQ(document.prepare(SMALL, 1).outcome, LoadOutcome::Accepted);
+        ASSERT_EQ(document.prepare(SMALL, 1).outcome, Accepted);
         document.publish();
-        std::string text = SMALL;
-        text.replace(text.find(each.find), strlen(each.find), each.put);
-        const LoadResult result = document.prepare(text, 2);
+        const LoadResult result = document.prepare(edited(each.find, each.put), 2);
         EXPECT_EQ(result.outcome, each.outcome);
         EXPECT_EQ(result.piece, each.piece);
         EXPECT_EQ(result.delta, each.delta);
-        if (result.outcome == LoadOutcome::Refused) {
+        if (result.outcome == Refused) {
             EXPECT_THAT(refusal(result), HasSubstr(each.text));
-        } else if (result.outcome == LoadOutcome::Accepted) {
+        } else if (result.outcome == Accepted) {
             document.publish();
-            EXPECT_THAT(document.since(1)->body(), HasSubstr(each.delta ? each.text : "\"version\": 2"));
+            EXPECT_THAT(document.since(1)->body(), HasSubstr(quoted(each.delta ? each.text : "'version': 2")));
             EXPECT_EQ(document.since(0), document.whole()) << "a version that never was";
         }
         // Whatever came of it, the next good edit is told from what is served.
-        text = SMALL;
-        text.replace(text.find("\"STARTED\""), 9, "\"STOPPED\"");
-        ASSERT_EQ(document.prepare(text, 3).outcome, LoadOutcome::Accepted);
+        ASSERT_EQ(document.prepare(edited("'STARTED'", "'STOPPED'"), 3).outcome, Accepted);
         document.publish();
         Engine fresh;
         fresh.apply(document.whole()->body());
@@ -318,9 +325,7 @@ TEST(ControllerDocument, whatIsNeverUsedBlocksOnlyWhenStrict) {
 TEST(ControllerDocument, whoIsTooFarBehindGetsTheCompleteDocument) {
     Document document("world", "world.json", false);
     for (int64_t version = 1; version <= 80; version++) {
-        std::string text = SMALL;
-        text.replace(text.find("1, \"state\""), 1, std::to_string(version));
-        ASSERT_EQ(document.prepare(text, version).outcome, LoadOutcome::Accepted);
+        ASSERT_EQ(document.prepare(edited("1, 'state'", std::to_string(version) + ", 'state'"), version).outcome, LoadOutcome::Accepted);
         document.publish();
     }
     EXPECT_EQ(document.since(1), document.whole());
