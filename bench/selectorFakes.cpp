@@ -58,7 +58,7 @@ int tavHttpContextGetNumOfResponseTimeouts(TavHttpContext *) noexcept { return 0
 Boolean tavHttpContextSetReject(TavHttpContext *, int, const char *) noexcept { return TRUE; }
 void tavHttpContextSetAffinityPolicy(TavHttpContext *, HttpAffinityPolicy *) noexcept {}
 void tavHttpContextSetPerformedLoadBalancing(TavHttpContext *ctx, Boolean performed) noexcept { ctx->loadBalanced = performed; }
-void tavHttpContextBreakAffinity(TavHttpContext *) noexcept {}
+void tavHttpContextBreakAffinity(TavHttpContext *, const char *) noexcept {}
 Boolean tavHttpContextIsFailedServerApp(TavHttpContext *, const TargetServerApplication *) noexcept { return FALSE; }
 TsModuleHint *tavHttpContextGetModuleHint(TavHttpContext *) noexcept { return nullptr; }
 TsTargetInfo *tavHttpContextGetTargetInfo(TavHttpContext *ctx) noexcept { return &ctx->targetInfo; }

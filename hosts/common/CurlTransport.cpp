@@ -1,6 +1,5 @@
 #include "CurlTransport.h"
 
-#include <curl/curl.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "CurlOptions.h"
 #include "HostInstance.h"
 
 struct EnvConnectorClient {
@@ -128,26 +128,14 @@ private:
     std::thread thread_;
 };
 
-void setText(CURL *easy, CURLoption option, const std::string &text) {
-    if (!text.empty()) curl_easy_setopt(easy, option, text.c_str());
-}
-
 void Transport::prepare(Request &request, const std::string &url, const char *method, int timeout) const {
     CURL *easy = request.easy;
     curl_easy_setopt(easy, CURLOPT_PRIVATE, &request);
     curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, static_cast<long>(options_.connectTimeout));
+    setCurlOptions(easy, options_);
     curl_easy_setopt(easy, CURLOPT_TIMEOUT, static_cast<long>(timeout));
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, collect);
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, &request);
-    setText(easy, CURLOPT_CAINFO, options_.authorities);
-    setText(easy, CURLOPT_SSLCERT, options_.certificate);
-    setText(easy, CURLOPT_SSLKEY, options_.key);
-    setText(easy, CURLOPT_PROXY, options_.proxy);
-    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, options_.verifyServer ? 1L : 0L);
-    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, options_.verifyServer ? 2L : 0L);
     if (strcasecmp(method, "GET") == 0) return;
     request.headers = curl_slist_append(request.headers, "Content-Type: application/json");
     request.headers = curl_slist_append(request.headers, "Expect:");
@@ -240,8 +228,7 @@ void closeClient(EnvConnectorClient *client) {
 } // namespace
 
 void useCurlTransport(EnvCallBacks &env, const TransportOptions &options) {
-    static const CURLcode started = curl_global_init(CURL_GLOBAL_DEFAULT);
-    if (started != CURLE_OK) throw HostFault("libcurl cannot be started");
+    startCurl();
     transport = std::make_unique<Transport>(options);
     env.http.connector.open = [](TavConnector *connector) { return new EnvConnectorClient{tavConnectorGetURL(connector)}; };
     env.http.connector.sendRequest = sendRequest;

@@ -11,14 +11,15 @@ namespace {
 
 void registerHooks(apr_pool_t *) {
     using namespace modtav;
-    static const char *const beforeProxy[] = {"mod_proxy.c", nullptr};
+    static const char *const proxy[] = {"mod_proxy.c", nullptr};
     ap_hook_check_config(checkConfig, nullptr, nullptr, APR_HOOK_MIDDLE);
     ap_hook_post_config(postConfig, nullptr, nullptr, APR_HOOK_MIDDLE);
-    ap_hook_child_init(childInit, nullptr, nullptr, APR_HOOK_MIDDLE);
-    ap_hook_translate_name(translateName, nullptr, beforeProxy, APR_HOOK_FIRST);
-    ap_hook_map_to_storage(mapToStorage, nullptr, beforeProxy, APR_HOOK_FIRST);
+    ap_hook_child_init(childInit, proxy, nullptr, APR_HOOK_MIDDLE); // endpoints need its lock
+    ap_hook_translate_name(translateName, nullptr, proxy, APR_HOOK_FIRST);
+    ap_hook_map_to_storage(mapToStorage, nullptr, proxy, APR_HOOK_FIRST);
     ap_hook_fixups(fixups, nullptr, nullptr, APR_HOOK_FIRST);
-    ap_hook_handler(handleRequest, nullptr, beforeProxy, APR_HOOK_FIRST);
+    ap_hook_handler(handleRequest, nullptr, proxy, APR_HOOK_FIRST);
+    ap_hook_handler(handleStatus, nullptr, nullptr, APR_HOOK_MIDDLE);
     ap_hook_log_transaction(logTransaction, nullptr, nullptr, APR_HOOK_FIRST);
     ap_hook_pre_connection(preConnection, nullptr, nullptr, APR_HOOK_LAST);
     APR_OPTIONAL_HOOK(proxy, create_req, proxyCreateRequest, nullptr, nullptr, APR_HOOK_MIDDLE);

@@ -2,9 +2,11 @@
 //
 // The library shares one host object among all endpoints of one name and deletes it when no snapshot and no request refers to it any more,
 // so that a worker lives as long as somebody can forward through it. Creation and deletion come under the library's locks, from any thread.
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 
+#include "ServerCounts.h"
 #include "modProxy.h"
 #include "tavModule.h"
 
@@ -12,6 +14,8 @@ struct EnvTargetEndpoint {
     apr_pool_t *pool;
     const char *base; // "http://host:port"
     proxy_worker *worker;
+    tavhost::ServerCount *count;         // of its server; may be null
+    std::atomic<apr_time_t> failedAt{0}; // when a failure to connect was last told to the library
 };
 
 namespace modtav {
@@ -31,18 +35,24 @@ const char *baseOf(apr_pool_t *pool, TavTargetEndpoint *endpoint) {
                         tavTargetEndpointGetPort(endpoint));
 }
 
-apr_interval_time_t seconds(int count) { return apr_time_from_sec(count); }
+// Other requests read them at the same time.
+void store(apr_interval_time_t &timeout, int seconds) {
+    const std::atomic_ref<apr_interval_time_t> shared(timeout);
+    const apr_interval_time_t wanted = apr_time_from_sec(seconds);
+    if (seconds > 0 && shared.load(std::memory_order_relaxed) != wanted) shared.store(wanted, std::memory_order_relaxed);
+}
+
+// The server's properties change without its endpoints being made anew.
+void followTimeouts(proxy_worker_shared *worker, TavTargetEndpoint *endpoint) {
+    store(worker->conn_timeout, tavTargetEndpointGetConnectTimeout(endpoint));
+    store(worker->timeout, tavTargetEndpointGetIOTimeout(endpoint));
+}
 
 void setTimeouts(proxy_worker_shared *worker, TavTargetEndpoint *endpoint) {
-    if (const int connect = tavTargetEndpointGetConnectTimeout(endpoint); connect > 0) {
-        worker->conn_timeout = seconds(connect);
-        worker->conn_timeout_set = 1;
-    }
-    if (const int io = tavTargetEndpointGetIOTimeout(endpoint); io > 0) {
-        worker->timeout = seconds(io);
-        worker->timeout_set = 1;
-    }
-    if (const int idle = tavTargetEndpointGetPersistentTimeout(endpoint); idle > 0) worker->ttl = seconds(idle);
+    worker->conn_timeout = worker->timeout = workerServer->timeout;
+    worker->conn_timeout_set = worker->timeout_set = 1;
+    followTimeouts(worker, endpoint);
+    if (const int idle = tavTargetEndpointGetPersistentTimeout(endpoint); idle > 0) worker->ttl = apr_time_from_sec(idle);
 }
 
 // The library marks endpoints that fail and tries them again in its own time.
@@ -71,7 +81,7 @@ proxy_worker *createWorker(apr_pool_t *pool, const char *base, TavTargetEndpoint
     apr_pool_cleanup_register(pool, worker, freeShared, apr_pool_cleanup_null);
     setTimeouts(worker->s, endpoint);
     leaveFailuresToTheLibrary(worker->s);
-    apr_cpystrn(worker->s->upgrade, "websocket", sizeof worker->s->upgrade);
+    apr_cpystrn(worker->s->upgrade, UPGRADE, sizeof worker->s->upgrade);
     return ap_proxy_initialize_worker(worker, workerServer, pool) == APR_SUCCESS ? worker : nullptr;
 }
 
@@ -85,7 +95,8 @@ EnvTargetEndpoint *createEndpoint(TavTargetEndpoint *endpoint) {
         apr_pool_destroy(pool);
         return nullptr;
     }
-    return new (apr_palloc(pool, sizeof(EnvTargetEndpoint))) EnvTargetEndpoint{pool, base, worker};
+    tavhost::ServerCount *count = tavhost::countOf(tavTargetEndpointGetServerName(endpoint));
+    return new (apr_palloc(pool, sizeof(EnvTargetEndpoint))) EnvTargetEndpoint{pool, base, worker, count, {}};
 }
 
 int deleteEndpoint(EnvTargetEndpoint *backend) {
@@ -99,14 +110,28 @@ void backendServer(server_rec *server) { workerServer = server; }
 
 void setEndpointCallBacks(EnvCallBacks &env) { env.targetEndpoint = {createEndpoint, deleteEndpoint}; }
 
+bool isNewFailure(TavTargetEndpoint *endpoint, apr_time_t chosen) {
+    EnvTargetEndpoint *backend = tavTargetEndpointGetEnvTargetEndpoint(endpoint);
+    if (!backend) return true;
+    apr_time_t before = backend->failedAt;
+    return before < chosen && backend->failedAt.compare_exchange_strong(before, apr_time_now());
+}
+
+const char *urlOf(apr_pool_t *pool, TavTargetEndpoint *endpoint) {
+    const EnvTargetEndpoint *backend = tavTargetEndpointGetEnvTargetEndpoint(endpoint);
+    return backend ? apr_pstrdup(pool, backend->base) : baseOf(pool, endpoint);
+}
+
 int proxyTo(request_rec *r, TavTargetEndpoint *endpoint) {
     const EnvTargetEndpoint *backend = tavTargetEndpointGetEnvTargetEndpoint(endpoint);
     if (!backend) return HTTP_SERVICE_UNAVAILABLE;
+    followTimeouts(backend->worker->s, endpoint);
     r->proxyreq = PROXYREQ_REVERSE;
     const int canonical = proxy_run_canon_handler(r, apr_pstrcat(r->pool, backend->base, r->uri, nullptr));
     if (canonical != OK) return canonical == DECLINED ? HTTP_INTERNAL_SERVER_ERROR : canonical;
     char *url = r->filename + strlen("proxy:");
     const int status = proxy_run_scheme_handler(r, backend->worker, proxyConf(r->server), url, nullptr, 0);
+    if (backend->count && requestOf(r)->phase == Phase::Answered) backend->count->requests.fetch_add(1, std::memory_order_relaxed);
     if (status != DECLINED) return status;
     ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, r, "no module forwards to %s: load mod_proxy_http", backend->base);
     return HTTP_INTERNAL_SERVER_ERROR;

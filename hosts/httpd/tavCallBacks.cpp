@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+#include "DecisionJson.h"
+#include "RequestMembers.h"
 #include "tavModule.h"
 
 namespace modtav {
@@ -22,10 +24,16 @@ int getListeningPort(EnvHttpContext *env) { return env->r->connection->local_add
 char *getVirtualHost(EnvHttpContext *env) { return text(env->r->hostname ? env->r->hostname : ap_get_server_name(env->r)); }
 char *getLocalAddress(EnvHttpContext *env) { return env->r->connection->local_ip; }
 int getVirtualPort(EnvHttpContext *env) { return ap_get_server_port(env->r); }
-char *getProtocol(EnvHttpContext *env) { return text(ap_http_scheme(env->r)); }
+char *getProtocol(EnvHttpContext *env) { return text(env->told ? env->told->scheme : ap_http_scheme(env->r)); }
 char *getMethod(EnvHttpContext *env) { return text(env->r->method); }
-char *getPath(EnvHttpContext *env) { return env->r->uri; }
 char *getQueryString(EnvHttpContext *env) { return env->r->args; }
+
+// A session that is hidden stands in the path as ";jsessionid=...".
+char *getPath(EnvHttpContext *env) {
+    const char *session = env->sessionHidden ? strcasestr(env->r->uri, ";jsessionid=") : nullptr;
+    return session ? apr_pstrmemdup(env->r->pool, env->r->uri, static_cast<size_t>(session - env->r->uri)) : env->r->uri;
+}
+
 char *getAuthType(EnvHttpContext *env) { return env->r->ap_auth_type; }
 char *getUserName(EnvHttpContext *env) { return env->r->user; }
 
@@ -36,9 +44,11 @@ char *tlsVariable(EnvHttpContext *env, const char *name) {
     return value && *value ? value : nullptr;
 }
 
-char *getClientCertificate(EnvHttpContext *env) { return tlsVariable(env, "SSL_CLIENT_CERT"); }
-char *getSSLCipherSuite(EnvHttpContext *env) { return tlsVariable(env, "SSL_CIPHER"); }
-char *getSSLSessionId(EnvHttpContext *env) { return tlsVariable(env, "SSL_SESSION_ID"); }
+char *getClientCertificate(EnvHttpContext *env) {
+    return env->told ? text(env->told->clientCertificate) : tlsVariable(env, "SSL_CLIENT_CERT");
+}
+char *getSSLCipherSuite(EnvHttpContext *env) { return env->told ? text(env->told->sslCipherSuite) : tlsVariable(env, "SSL_CIPHER"); }
+char *getSSLSessionId(EnvHttpContext *env) { return env->told ? text(env->told->sslSessionId) : tlsVariable(env, "SSL_SESSION_ID"); }
 
 // All values of a header, with a null at the end; null when there is none.
 char **valuesOf(apr_pool_t *pool, const apr_table_t *table, const char *name) {
@@ -66,8 +76,9 @@ char *getHeaderValue(EnvHttpContext *env, char *name) { return text(apr_table_ge
 char **getHeaderValues(EnvHttpContext *env, char *name) { return valuesOf(env->r->pool, env->r->headers_in, name); }
 
 int setHeaderValue(EnvHttpContext *env, char *name, char *value) {
-    if (value && strcmp(name, "$ZVFO") == 0) env->affinityBroken = true;
-    return setIn(env->r->headers_in, name, value);
+    if (env->told) json_object_set_new(env->told->headersSet, name, tavhost::textJson(value));
+    setPrivateHeader(env, name, value);
+    return 0;
 }
 
 // The value of a cookie in a "Cookie" header: "a=1; b=2".
@@ -84,13 +95,7 @@ char *findCookie(apr_pool_t *pool, const char *header, const char *name) {
     return nullptr;
 }
 
-char *getCookieValue(EnvHttpContext *env, char *name) {
-    char **headers = valuesOf(env->r->pool, env->r->headers_in, "Cookie");
-    for (; headers && *headers; ++headers) {
-        if (char *value = findCookie(env->r->pool, *headers, name)) return value;
-    }
-    return nullptr;
-}
+char *getCookieValue(EnvHttpContext *env, char *name) { return env->sessionHidden ? nullptr : cookieOf(env->r, name); }
 
 // ---- the back end's response ----
 
@@ -114,6 +119,14 @@ int setResponseCookie(EnvHttpContext *env, char *name, char *value) {
 }
 
 } // namespace
+
+char *cookieOf(request_rec *r, const char *name) {
+    char **headers = valuesOf(r->pool, r->headers_in, "Cookie");
+    for (; headers && *headers; ++headers) {
+        if (char *value = findCookie(r->pool, *headers, name)) return value;
+    }
+    return nullptr;
+}
 
 void setRequestCallBacks(EnvCallBacks &env) {
     env.http.request = {getClientIpAddr,

@@ -1,4 +1,5 @@
 // The library's messages in the error log.
+#include "TraceRecording.h"
 #include "TraceText.h"
 #include "tavModule.h"
 
@@ -21,7 +22,7 @@ void traceTo(server_rec *server, int lowest) {
 }
 
 int traceHook(const TrContext *ctx, va_list args) {
-    if (!logServer || !trContextGetFormat(ctx)) return 0;
+    if (!logServer || !trContextGetFormat(ctx) || tavhost::recordTrace(ctx, args)) return 0;
     const tavhost::TraceText message = tavhost::traceText(ctx, args);
     const int level = message.level >= 0 ? LOG_LEVELS[message.level] : APLOG_DEBUG;
     if (level > lowestLevel) return 0;

@@ -5,9 +5,12 @@
 //   tavProcesses.cpp     the daemon's process and the library in the children
 //   tavRequest.cpp       a request and its decision, from translation to logging
 //   tavCallBacks.cpp     the request as the library sees it
+//   tavPrivateHeaders.cpp the headers that the library adds
 //   tavForward.cpp       a decided request on its way to its endpoint
 //   tavBackend.cpp       the proxy worker of an endpoint
+//   tavExplain.cpp       what the library would decide for a request that somebody asks about
 //   tavLog.cpp           the library's messages in the error log
+//   tavStatus.cpp        the status of all processes
 #ifndef TAV_HOSTS_HTTPD_TAVMODULE_H
 #define TAV_HOSTS_HTTPD_TAVMODULE_H
 
@@ -21,6 +24,8 @@
 #include <http_log.h>
 #include <http_protocol.h>
 #include <http_request.h>
+#include <http_vhost.h>
+#include <jansson.h>
 #include <tav/tav.h>
 #include <util_filter.h>
 
@@ -32,6 +37,8 @@ APLOG_USE_MODULE(tav);
 namespace modtav {
 
 inline constexpr const char *HANDLER = "tav-handler";
+inline constexpr const char *STATUS_HANDLER = "tav-status";
+inline constexpr const char *UPGRADE = "websocket"; // the protocol that a connection may be switched to
 
 // ---- configuration ----
 
@@ -67,7 +74,8 @@ extern const command_rec directives[];
 int checkConfig(apr_pool_t *config, apr_pool_t *log, apr_pool_t *temporary, server_rec *server);
 int postConfig(apr_pool_t *config, apr_pool_t *log, apr_pool_t *temporary, server_rec *server);
 void childInit(apr_pool_t *pool, server_rec *server);
-Tav *instance(); // of this child; null: there is none
+Tav *instance();                 // of this child; null: there is none
+const std::string &statusStem(); // of the sockets at which the processes tell their status
 
 // ---- messages ----
 
@@ -83,6 +91,19 @@ const char *traceSpecOf(const server_rec *server);
 // How far the request is with the endpoint that is being tried.
 enum class Phase { Idle, Connecting, Sending, Waiting, Answered };
 
+// Of a request that somebody asks about: what the connection tells of others.
+struct ToldRequest {
+    const char *scheme, *clientCertificate, *sslCipherSuite, *sslSessionId; // null: none
+    json_t *headersSet;                                                     // by the library; null for what it removed
+};
+
+// What the library adds to the request: lines as they are sent, in the request's pool.
+struct PrivateHeaders {
+    char *text = nullptr;
+    size_t length = 0, capacity = 0;
+    uint64_t names = 0; // a bit for each name that has been in it
+};
+
 } // namespace modtav
 
 // The library's handle of a request.
@@ -92,7 +113,16 @@ struct EnvHttpContext {
     bool withUser = false; // decided after authentication
     int tries = 0;         // endpoints tried
     modtav::Phase phase = modtav::Phase::Idle;
-    bool affinityBroken = false; // its session went to another server
+    bool sessionHidden = false;            // the library is not shown the session any more
+    TavTargetEndpoint *endpoint = nullptr; // that is being tried
+    apr_time_t began = 0;                  // when the endpoint was chosen
+    bool tls = false;                      // to the endpoint
+    bool connectionReused = false;         // that to the endpoint has carried other requests
+    bool upgraded = false;                 // the answer was a switch of protocols
+    int keepalives = 0;                    // requests on the client's connection before this one
+    apr_table_t *headersOut = nullptr;     // before the endpoint was tried
+    modtav::PrivateHeaders privateHeaders = {};
+    const modtav::ToldRequest *told = nullptr; // it is only asked about; null: it is real
 
     void report(TavHttpContextState state, const char *msg = nullptr);
 };
@@ -105,6 +135,17 @@ int mapToStorage(request_rec *r);
 int fixups(request_rec *r);
 int logTransaction(request_rec *r);
 void setRequestCallBacks(EnvCallBacks &env);
+void dropForgedHeaders(request_rec *r);           // that a back end could mistake for the library's
+char *cookieOf(request_rec *r, const char *name); // null: the request has none of that name
+
+// Answers a POST of a request (docs/scenario-format.md) to "?explain" with what the library would decide for it and why, as JSON. OK, or
+// DECLINED for anything else. The caller has seen to the access.
+int explainRequest(request_rec *r);
+
+// A null value takes the header away. Copies both.
+void setPrivateHeader(EnvHttpContext *env, const char *name, const char *value);
+// Into the first data of a request on its way to an endpoint.
+void sendPrivateHeaders(const EnvHttpContext *env, apr_bucket_brigade *brigade);
 
 // ---- forwarding ----
 
@@ -113,12 +154,20 @@ int proxyCreateRequest(request_rec *r, request_rec *backend);
 int preConnection(conn_rec *c, void *socket);
 void registerFilters();
 
+// ---- status ----
+
+bool asksForStatus(request_rec *r); // before the handler is set
+int handleStatus(request_rec *r);
+
 // ---- endpoints ----
 
 // In the library's table: makes and deletes the host's object of an endpoint.
 void setEndpointCallBacks(EnvCallBacks &env);
 // Hands the request to mod_proxy; an HTTP status, OK or DONE.
 int proxyTo(request_rec *r, TavTargetEndpoint *endpoint);
+const char *urlOf(apr_pool_t *pool, TavTargetEndpoint *endpoint); // "http://host:port", in the pool
+// TRUE for the first of the failures to connect of those requests that had chosen the endpoint by then.
+bool isNewFailure(TavTargetEndpoint *endpoint, apr_time_t chosen);
 void backendServer(server_rec *server); // whose proxy settings new workers take
 
 } // namespace modtav

@@ -18,8 +18,12 @@
 #include <csignal>
 #include <cstring>
 #include <ctime>
+#include <memory>
 
 #include "HostInstance.h"
+#include "ServerCounts.h"
+#include "StatusReport.h"
+#include "StatusService.h"
 #include "tavModule.h"
 
 namespace modtav {
@@ -27,6 +31,8 @@ namespace modtav {
 namespace {
 
 Tav *childInstance = nullptr;
+std::unique_ptr<tavhost::StatusService> childStatus;
+std::string stem; // of the status sockets
 
 EnvCallBacks callBacks() {
     EnvCallBacks env{};
@@ -41,6 +47,21 @@ bool needsDaemon(const tavhost::HostOptions &options) { return options.configFil
 
 void logFault(server_rec *server, const char *what, const std::exception &fault) {
     ap_log_error(APLOG_MARK, APLOG_CRIT | APLOG_NOERRNO, 0, server, "%s: %s", what, fault.what());
+}
+
+// What this process tells of itself. Without it the others are shown all the same.
+std::unique_ptr<tavhost::StatusService> serveStatus(Tav *tav, server_rec *server, tavhost::StatusService::Keep keep = nullptr) {
+    const auto answer = [tav] {
+        const tavhost::Json status(tavStatusToJSON(tav));
+        if (status) tavhost::addCounts(status.get());
+        return status ? tavhost::jsonText(status.get()) : "";
+    };
+    try {
+        return std::make_unique<tavhost::StatusService>(stem, answer, keep);
+    } catch (const std::exception &fault) {
+        ap_log_error(APLOG_MARK, APLOG_WARNING | APLOG_NOERRNO, 0, server, "this process is not in the status: %s", fault.what());
+        return nullptr;
+    }
 }
 
 // ---- the daemon ----
@@ -61,10 +82,35 @@ void prepareSignals(sigset_t *signals) {
     pthread_sigmask(SIG_SETMASK, signals, nullptr);
 }
 
+// The socket of a daemon. Children that connect before there is a configuration would take an empty one, and those of an earlier daemon
+// would lose theirs to it. So it is made under another name, and opened when the controllers have given what they have, however long that
+// takes; one controller of several is waited for no longer than `patience`.
+class Door {
+public:
+    Door(Tav *tav, const tavhost::HostOptions &options, int patience)
+        : tav_(tav), hidden_(hiddenPath(options)), path_(options.socketPath), patience_(apr_time_now() + apr_time_from_sec(patience)) {}
+
+    static std::string hiddenPath(const tavhost::HostOptions &options) { return options.socketPath + "~"; }
+
+    bool isOpen() const { return open_; }
+
+    void openWhenConfigured() {
+        if (open_ || tavGetConfigVersion(tav_) == -1 || (tavGetState(tav_) != STARTED && apr_time_now() < patience_)) return;
+        open_ = rename(hidden_.c_str(), path_.c_str()) == 0;
+    }
+
+private:
+    Tav *tav_;
+    std::string hidden_, path_;
+    apr_time_t patience_;
+    bool open_ = false;
+};
+
 // Until the parent ends it, or the library has served its share of requests and wants a fresh process.
-void waitForEnd(const sigset_t *signals) {
-    const timespec step{1, 0};
-    while (!libraryEnded && sigtimedwait(signals, nullptr, &step) == -1 && (errno == EAGAIN || errno == EINTR)) continue;
+void serve(Door &door, const sigset_t *signals) {
+    constexpr timespec soon{0, 50'000'000}, later{1, 0};
+    do door.openWhenConfigured();
+    while (!libraryEnded && sigtimedwait(signals, nullptr, door.isOpen() ? &later : &soon) == -1 && (errno == EAGAIN || errno == EINTR));
 }
 
 [[noreturn]] void runDaemon(server_rec *server) {
@@ -78,12 +124,16 @@ void waitForEnd(const sigset_t *signals) {
     traceTo(server);
     EnvCallBacks env = callBacks();
     env.stateChange.tav = [](Tav *, TavComponentState state, char *) { libraryEnded = state == STOPPED; };
-    const tavhost::HostOptions &options = serverConfig(server)->host;
+    const ServerConfig *config = serverConfig(server);
+    tavhost::HostOptions hidden = config->host;
+    hidden.socketPath = Door::hiddenPath(config->host);
     try {
-        Tav *tav = tavhost::createInstance(env, options, tavhost::Process::Daemon);
-        // Children that connect before the first configuration would take an empty one: until it is here there is no socket.
-        tavhost::startInstance(tav, options, serverConfig(server)->startTimeout);
-        waitForEnd(&signals);
+        Tav *tav = tavhost::createInstance(env, hidden, tavhost::Process::Daemon);
+        auto status = serveStatus(tav, server);
+        Door door(tav, config->host, config->startTimeout);
+        tavhost::startInstance(tav, hidden, 0);
+        serve(door, &signals);
+        status.reset();
         tavhost::endInstance(tav);
     } catch (const std::exception &fault) {
         logFault(server, "the daemon cannot run", fault);
@@ -128,6 +178,7 @@ void maintainDaemon(int reason, void *data, int status) {
 }
 
 int startDaemon(Daemon *daemon) {
+    unlink(serverConfig(daemon->server)->host.socketPath.c_str()); // that of the daemon before: new children wait until there is another
     const apr_status_t forked = apr_proc_fork(&daemon->process, daemon->pool);
     if (forked == APR_INCHILD) runDaemon(daemon->server);
     if (forked != APR_INPARENT) {
@@ -141,8 +192,8 @@ int startDaemon(Daemon *daemon) {
 
 // ---- configuration ----
 
-// The socket stands in a folder of the user that the server runs as, so that the daemon can make it.
-int prepareSocket(apr_pool_t *pool, server_rec *server) {
+// The sockets stand in a folder of the user that the server runs as, so that the processes can make them.
+int prepareSockets(apr_pool_t *pool, server_rec *server) {
     tavhost::HostOptions &options = serverConfig(server)->host;
     options.socketUid = ap_unixd_config.user_id;
     if (!options.socketPath.empty()) return OK;
@@ -166,6 +217,7 @@ void completeOptions(server_rec *server) {
 } // namespace
 
 Tav *instance() { return childInstance; }
+const std::string &statusStem() { return stem; }
 
 // The whole configuration tried once, so that a fault shows in the configuration test and stops the server before it serves.
 int checkConfig(apr_pool_t *, apr_pool_t *, apr_pool_t *, server_rec *server) {
@@ -184,31 +236,58 @@ int checkConfig(apr_pool_t *, apr_pool_t *, apr_pool_t *, server_rec *server) {
 int postConfig(apr_pool_t *pool, apr_pool_t *, apr_pool_t *, server_rec *server) {
     if (!anyServerEnabled(server) || ap_state_query(AP_SQ_MAIN_STATE) == AP_SQ_MS_CREATE_PRE_CONFIG) return OK;
     traceTo(server);
+    if (const int status = prepareSockets(pool, server); status != OK) return status;
     const tavhost::HostOptions &options = serverConfig(server)->host;
+    stem = options.socketPath + ".status";
+    if (ap_state_query(AP_SQ_CONFIG_GEN) == 0) unlink((stem + ".kept").c_str()); // counts last over restarts
     if (!needsDaemon(options)) return OK;
-    if (const int status = prepareSocket(pool, server); status != OK) return status;
     auto *daemon = static_cast<Daemon *>(apr_pcalloc(pool, sizeof(Daemon)));
     daemon->pool = pool;
     daemon->server = server;
     return startDaemon(daemon);
 }
 
+namespace {
+
+// A new child serves when it has a configuration, but for a daemon that has none it waits only so long. The library alone would look for
+// the socket, and for the configuration, once a second: as long nobody would serve after a restart.
+void startWorker(Tav *tav, const ServerConfig *config) {
+    const apr_time_t end = apr_time_now() + apr_time_from_sec(config->startTimeout);
+    const auto waitUntil = [end](auto &&holds) {
+        while (!holds() && apr_time_now() < end) apr_sleep(5000);
+    };
+    waitUntil([config] { return access(config->host.socketPath.c_str(), F_OK) == 0; });
+    tavStart(tav, -1);
+    waitUntil([tav] { return tavGetConfigVersion(tav) != -1; });
+}
+
+void startChild(const EnvCallBacks &env, server_rec *server) {
+    const ServerConfig *config = serverConfig(server);
+    const bool worker = needsDaemon(config->host);
+    childInstance = tavhost::createInstance(env, config->host, worker ? tavhost::Process::Worker : tavhost::Process::Standalone);
+    childStatus = serveStatus(childInstance, server, tavhost::keepCounts);
+    if (worker)
+        startWorker(childInstance, config);
+    else
+        tavhost::startInstance(childInstance, config->host, 0);
+}
+
+} // namespace
+
 void childInit(apr_pool_t *pool, server_rec *server) {
     if (!anyServerEnabled(server)) return;
-    const ServerConfig *config = serverConfig(server);
     EnvCallBacks env = callBacks();
     setEndpointCallBacks(env);
     backendServer(server);
     try {
-        childInstance =
-            tavhost::createInstance(env, config->host, needsDaemon(config->host) ? tavhost::Process::Worker : tavhost::Process::Standalone);
-        tavhost::startInstance(childInstance, config->host, config->startTimeout);
+        startChild(env, server);
     } catch (const std::exception &fault) {
         logFault(server, "requests are served without the library", fault);
     }
     apr_pool_cleanup_register(
         pool, nullptr,
         [](void *) -> apr_status_t {
+            childStatus.reset();
             if (childInstance) tavhost::endInstance(childInstance);
             childInstance = nullptr;
             return APR_SUCCESS;

@@ -16,6 +16,8 @@
 
 #include "types.h"
 
+struct json_t;
+
 TAV_BEGIN_DECLS
 
 typedef enum TavHttpContextState {
@@ -51,6 +53,13 @@ TAV_API const char *tavHttpContextStateToString(TavHttpContextState state) TAV_N
 
 /* Starts a request. Returns new (tavHttpContextRelease()); NULL when the instance cannot route or without memory. */
 TAV_API TavHttpContext *tavHttpContextObtain(Tav *tav, EnvHttpContext *envHttpContext) TAV_NOEXCEPT;
+/*
+ * Starts a request that is only tried: it is decided as any other, and nothing but the answer comes of it. It counts in no load figure,
+ * limit or turn of the load balancing, does not wait for a rollout (its trace tells that it would), and what is reported of it is not
+ * accounted. `traceSpec` (borrowed for the call; see tavSetTraceSpec()) is what it traces, whatever the configuration asks for; NULL: as
+ * any other. Returns new (tavHttpContextRelease()); NULL as above, or when `traceSpec` does not parse.
+ */
+TAV_API TavHttpContext *tavHttpContextObtainTrial(Tav *tav, EnvHttpContext *envHttpContext, const char *traceSpec) TAV_NOEXCEPT;
 /* Ends the request. Texts and endpoints that the context gave are invalid afterwards. */
 TAV_API void tavHttpContextRelease(TavHttpContext *ctx) TAV_NOEXCEPT;
 
@@ -107,6 +116,28 @@ TAV_API const char *tavHttpContextGetContextRoot(TavHttpContext *ctx) TAV_NOEXCE
 TAV_API const char *tavHttpContextGetMatchedVHostName(TavHttpContext *ctx) TAV_NOEXCEPT; /* the virtual-host group */
 TAV_API const char *tavHttpContextGetTargetEndpointServerName(TavHttpContext *ctx) TAV_NOEXCEPT;
 TAV_API Boolean tavHttpContextGetPerformedLoadBalancing(TavHttpContext *ctx) TAV_NOEXCEPT; /* chosen by load, not by affinity */
+
+/* ---- why it was decided so (texts borrowed until the release, whatever the configuration does meanwhile) ---- */
+
+/* The routing rule that matched: the order that its name gives it and its expression. 0 and NULL without one: the application has no
+ * rules, none matched, or the request is not mapped. A rule's order may be 0 too: the expression tells. */
+TAV_API int tavHttpContextGetRuleOrder(TavHttpContext *ctx) TAV_NOEXCEPT;
+TAV_API const char *tavHttpContextGetRuleExpression(TavHttpContext *ctx) TAV_NOEXCEPT;
+/*
+ * Why the server that the request's session names does not serve it, for example "Server application for cloneId 'c1' is not selectable
+ * because server is not started"; one reason a line, no line break at the end, at most 383 bytes. A session id that names no server has a
+ * reason as well. NULL: the request names no session, or its server was chosen. Valid until the next failure, choice or the release.
+ */
+TAV_API const char *tavHttpContextGetAffinityBreakReason(TavHttpContext *ctx) TAV_NOEXCEPT;
+/* tavGetConfigVersion() of the configuration that the request pins, as it was when the request was mapped; -1 before that. */
+TAV_API long long tavHttpContextGetConfigVersion(TavHttpContext *ctx) TAV_NOEXCEPT;
+/*
+ * What an explanation needs beyond the request's trace, as JSON (jansson): the web module whose path matched ("module"), its "application"
+ * and "workClass" (each null when there is none), the "rules" of that in the order in which they are tried, each with "order",
+ * "expression", "action" in words, "parses" and "steps", the lines of trace that one evaluation gives; and "servers", the full names of the
+ * servers by the address under which the trace tells of their applications. Returns new (json_decref); NULL without memory.
+ */
+TAV_API struct json_t *tavHttpContextMappingToJSON(TavHttpContext *ctx) TAV_NOEXCEPT;
 
 /* Overrides the protocol mapping for this request; before tavHttpContextGetTargetEndpoint(). */
 TAV_API void tavHttpContextSetSSLMapMode(TavHttpContext *ctx, TavSSLMapMode mode) TAV_NOEXCEPT;

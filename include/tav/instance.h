@@ -62,6 +62,13 @@ TAV_API Boolean tavIsStopped(Tav *tav) TAV_NOEXCEPT; /* STOPPED, DELETED */
 TAV_API Boolean tavIsUsable(Tav *tav) TAV_NOEXCEPT;  /* STARTING, STARTED, PARTIAL_START: contexts are pooled */
 TAV_API Boolean tavCanRoute(Tav *tav) TAV_NOEXCEPT;  /* STARTING, STARTED, PARTIAL_START, FAILED: requests are routed */
 
+/*
+ * The version of the document, complete or delta, that this process applied last; -1 before the first. It counts once requests are served
+ * by it. Each connector group's controller numbers its own documents: with several groups this is the version of whichever group's document
+ * came last; a worker that is given everything anew has that of the last group, which may be another one than the daemon's.
+ */
+TAV_API long long tavGetConfigVersion(Tav *tav) TAV_NOEXCEPT;
+
 /* ---- process type (standalone unless marked; mark before tavStart) ---- */
 
 /* Makes this process the daemon that polls and feeds the workers. `uid` owns the socket when the process runs as root.
@@ -149,6 +156,12 @@ TAV_API struct json_t *tavToJSON(Tav *tav) TAV_NOEXCEPT;
 TAV_API char *tavToJSONString(Tav *tav) TAV_NOEXCEPT;
 /* The same; `queryString` is not used. */
 TAV_API char *tavGetStateInfo(Tav *tav, const char *queryString) TAV_NOEXCEPT;
+/*
+ * What an operator wants to know of a running instance as JSON (jansson): processes, connectors, servers with the reason why one gets no
+ * requests, applications, editions, rules; member by member in docs/status-format.md. Returns new (json_decref), NULL without memory.
+ * Requests keep running; waits for a document that is being applied.
+ */
+TAV_API struct json_t *tavStatusToJSON(Tav *tav) TAV_NOEXCEPT;
 /* Frees what the library returned new. NULL is ignored. */
 TAV_API void tavMemFree(Tav *tav, void *memory) TAV_NOEXCEPT;
 /* The library's version text. */

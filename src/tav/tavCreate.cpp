@@ -137,6 +137,7 @@ void initScalars(Tav *tav) noexcept {
     tav->unixDomainSocketUid = static_cast<uid_t>(-1);
     tav->maxSecondsToWaitDuringAtomicRollout = 3;
     tav->maxElapsedTimePerRequestInMillis = TAV_NO_VALUE;
+    tav->configVersion = -1;
 }
 
 bool createContainers(Tav *tav) noexcept {

@@ -45,6 +45,8 @@ int tavGetMaxTargetEndpointsPerRequest(Tav *tav) TAV_NOEXCEPT { return tav ? tav
 Boolean tavPrivateHeadersDisabled(Tav *tav) TAV_NOEXCEPT { return tav ? tav->privateHeadersDisabled.load() : FALSE; }
 TavTime tavGetMaxElapsedTimePerRequest(Tav *tav) TAV_NOEXCEPT { return tav ? tav->maxElapsedTimePerRequestInMillis.load() : TAV_NO_VALUE; }
 
+long long tavGetConfigVersion(Tav *tav) TAV_NOEXCEPT { return tav ? tav->configVersion.load(std::memory_order_relaxed) : -1; }
+
 void tavSetSSLMapMode(Tav *tav, TavSSLMapMode mode) TAV_NOEXCEPT {
     if (tav) tav->sslMapMode = mode;
 }

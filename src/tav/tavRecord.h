@@ -112,6 +112,7 @@ struct _Tav {
     int stopsInProgress; // tavStop2 calls that wait with the locks released; control lock
     unsigned stopCount;  // stops and destroys so far: a start that waits sees that it was overtaken; control lock
     bool destroying;     // tavDestroy2 has begun: nothing starts and no group joins any more; control lock
+    std::atomic<long long> configVersion; // of the current snapshot; written with the control lock held
     TavIdleContext idleContexts[TAV_IDLE_CONTEXTS];
 };
 

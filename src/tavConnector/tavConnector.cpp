@@ -50,6 +50,7 @@ void freeConnector(void *obj) noexcept TAV_NO_ANALYSIS {
     tavPropertiesDelete(c->props);
     tavLockDestroy(c->lock);
     tavFree(c->URL);
+    tavFree(c->lastError);
     TavConnectorGroup *cg = c->cg;
     tavDestroyRecord(c);
     tavConnectorGroupReleaseRef(cg, "tavConnectorDelete");
@@ -126,12 +127,19 @@ Boolean tavConnectorIsStopped(TavConnector *c) noexcept {
     return c->state == STOPPED && !tavIsClientProcess(c->tav);
 }
 
+// Without memory there is none rather than an older one.
+static void rememberError(TavConnector *c, const char *reason) noexcept {
+    tavFree(c->lastError);
+    c->lastError = reason ? tavStrdup(reason) : nullptr;
+}
+
 void tavConnectorSetState(TavConnector *c, TavComponentState state, const char *reason) noexcept {
     const TavComponentState old = c->state;
     if (old == state || old == DELETED) return;
     TR_LOG(c->cg->trCtx, c->cg->connectorStateChangeRec, c->URL, tavState2String(state), tavState2String(old), reason);
     c->state = state;
     if (state == FAILED) ++c->failures;
+    if (state == FAILED || state == STARTED) rememberError(c, state == FAILED ? reason : nullptr);
     const auto report = tavGetEnvCallBacks(c->tav)->stateChange.tavConnector;
     if (report) report(c, state, const_cast<char *>(reason));
     tavUpdateControlState(c->tav, -1);
@@ -167,6 +175,7 @@ void tavConnectorDelete(TavConnector *c) noexcept {
 const char *tavConnectorGetURL(TavConnector *c) TAV_NOEXCEPT { return c ? c->URL : nullptr; }
 TavConnectorGroup *tavConnectorGetGroup(TavConnector *c) TAV_NOEXCEPT { return c ? c->cg : nullptr; }
 int64_t tavConnectorGetVersion(TavConnector *c) noexcept { return c->vid; }
+const char *tavConnectorGetLastError(const TavConnector *c) noexcept { return c->lastError; }
 void tavConnectorSetVersion(TavConnector *c, int64_t vid) noexcept { c->vid = vid; }
 int64_t tavConnectorGetRestVersion(TavConnector *c) noexcept { return c->restVersion; }
 void tavConnectorSetRestVersion(TavConnector *c, int64_t restVersion) noexcept { c->restVersion = restVersion; }

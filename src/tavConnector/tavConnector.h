@@ -81,6 +81,7 @@ struct _TavConnector {
     TavListEle *listEle;
     // private
     TavLock *lock;
+    char *lastError;           // why it failed last; null: it has started since; owned; control lock
     TavStoredDocument *stored; // index over `json`; owned; control lock
     IpcFrame *documentFrame;   // `json` as workers get it; counted; null: not rendered since it changed; control lock
 };
@@ -150,6 +151,7 @@ void tavConnectorPostRoutingChange(TavConnector *c, const char *path, Boolean ad
 // Sends `json` (borrowed; a worker adds the connector's name to it) as a request of that type. Any thread.
 void tavConnectorRequestSend(TavConnector *c, TavRestRequestType type, json_t *json) noexcept;
 int64_t tavConnectorGetVersion(TavConnector *c) noexcept;
+const char *tavConnectorGetLastError(const TavConnector *c) noexcept; // borrowed; null: none; control lock held
 void tavConnectorSetVersion(TavConnector *c, int64_t vid) noexcept;
 int64_t tavConnectorGetRestVersion(TavConnector *c) noexcept;
 void tavConnectorSetRestVersion(TavConnector *c, int64_t restVersion) noexcept;

@@ -56,9 +56,25 @@ void makeCurrent(TavConnector *c) noexcept {
     if (!cg->curConnector || tavConnectorGroupIsStopped(cg)) cg->curConnector = c;
 }
 
-Boolean rebuild(Tav *tav) noexcept {
+int64_t versionOf(const json_t *document) noexcept { return json_integer_value(json_object_get(document, "version")); }
+
+// Entries whose parent only another group's document has may have come before it. Without memory an index stays as it is.
+void indexOrphans(const Tav *tav) noexcept {
+    if (tavListGetCount(tav->connectorGroupList) < 2) return;
+    for (TavConnectorGroup *cg : TavListRange<TavConnectorGroup>(tav->connectorGroupList)) {
+        TavConnector *c = tavConnectorGroupGetCurConnector(cg);
+        TavStoredDocument *old = c ? c->stored : nullptr;
+        TavStoredDocument *anew = old && old->orphans ? tavStoredDocumentCreate(c->json, c, old->observer) : nullptr;
+        if (!anew) continue;
+        c->stored = anew;
+        tavStoredDocumentDelete(old);
+    }
+}
+
+Boolean rebuild(Tav *tav, int64_t version) noexcept {
+    indexOrphans(tav);
     hmResetInfo(tav);
-    tav->rebuildDue = !tavResetRoutingInfo(tav);
+    tav->rebuildDue = !tavResetRoutingInfoTo(tav, version);
     return !tav->rebuildDue;
 }
 
@@ -96,7 +112,7 @@ int64_t takeComplete(json_t *document, TavConnector *c, const DocumentObserver *
     held = exchange(c, held); // the index reads the connector's rest version
     c->stored = tavStoredDocumentCreate(document, c, observer);
     makeCurrent(c);
-    if (!c->stored || !rebuild(c->tav)) {
+    if (!c->stored || !rebuild(c->tav, versionOf(document))) {
         const HeldDocument refused = exchange(c, held);
         tavStoredDocumentDelete(refused.stored);
         json_decref(refused.json); // the caller holds it too
@@ -105,7 +121,7 @@ int64_t takeComplete(json_t *document, TavConnector *c, const DocumentObserver *
     c->stored->observer = nullptr;
     discard(c->tav, held);
     logUpdated(c);
-    return c->vid = json_integer_value(json_object_get(document, "version"));
+    return c->vid = versionOf(document);
 }
 
 // ---- deltas ----
@@ -132,7 +148,8 @@ Boolean mergeDelta(json_t *document, ParseInfo *info) noexcept {
 Boolean applyInPlace(json_t *document, ParseInfo *info) noexcept {
     TavRoutingInfo *ri = tavRoutingInfoObtain(info->tav);
     if (!ri) return FALSE;
-    applyDocument(document, info, ri);
+    const int64_t version = applyDocument(document, info, ri);
+    if (!info->failed) tavRoutingInfoSetVersion(ri, version);
     tavRoutingInfoRelease(ri);
     return !info->failed;
 }
@@ -150,11 +167,11 @@ int64_t takeDelta(json_t *document, TavConnector *c, const DocumentObserver *obs
     const Boolean inPlace = !rebuilds && applyInPlace(document, &info);
     const DeltaFindings findings(document, c->json, rebuilds ? observer : nullptr);
     c->stored->observer = findings.observer();
-    const Boolean applied = inPlace || rebuild(c->tav);
+    const Boolean applied = inPlace || rebuild(c->tav, versionOf(c->json));
     c->stored->observer = nullptr;
     if (!applied) return -1;
     if (inPlace) tavBroadcastDocument(c->tav, document, MT_S2C_ROUTING_INFO_DELTA);
-    return c->vid = json_integer_value(json_object_get(c->json, "version"));
+    return c->vid = versionOf(c->json);
 }
 
 int64_t takeDocument(json_t *document, TavConnector *c, const DocumentObserver *observer) noexcept {
@@ -201,6 +218,7 @@ int64_t tavHandleJsonFromDaemon(Tav *tav, json_t *document, TavConnector *connec
     TavRoutingInfo *ri = received ? received : tavRoutingInfoObtain(tav);
     if (!ri) return -1;
     const int64_t version = applyDocument(document, &info, ri);
+    if (!info.failed) tavRoutingInfoSetVersion(ri, version);
     if (!received) tavRoutingInfoRelease(ri);
     if (info.failed) {
         tavWorkerStartOver(tav);

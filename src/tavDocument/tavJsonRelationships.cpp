@@ -1,6 +1,5 @@
 // The walk over an operation's relationships.
 #include <cstring>
-#include <string_view>
 
 #include "tavStoredDocument.h"
 #include "tavUtil/tavString.h"
@@ -61,7 +60,7 @@ void mergePair(const Kind *kind, json_t *entry, const char *const names[2], Pars
     }
     const char *types[2] = {kind->first, kind->second};
     for (int i = 0; i < 2 && info->op == AddOp; i++) {
-        if (storedDocumentHasObject(info->stored, names[i], types[i])) continue;
+        if (storedDocumentsHaveObject(info, names[i], types[i])) continue;
         DOC_REFUSE(info, "relationship", "skip relationship %s; object %s not found\n", kind->name, names[i]);
         return;
     }

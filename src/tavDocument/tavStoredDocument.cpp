@@ -35,6 +35,16 @@ StoredObject *findParent(const TavStoredDocument *stored, const ObjectName *name
     return findObject(stored, name->text, name->parentLength, name->parentHash);
 }
 
+// In the documents of the other groups, which one snapshot is built from as well.
+const StoredObject *findElsewhere(const ParseInfo *info, const char *name, size_t length, int hash) noexcept {
+    for (TavConnectorGroup *cg : TavListRange<TavConnectorGroup>(info->tav->connectorGroupList)) {
+        const TavConnector *c = cg != info->cg ? tavConnectorGroupGetCurConnector(cg) : nullptr;
+        const StoredObject *object = c && c->stored ? findObject(c->stored, name, length, hash) : nullptr;
+        if (object) return object;
+    }
+    return nullptr;
+}
+
 // The rule of the snapshot: a type that needs a parent is refused without it. FALSE: refused.
 Boolean parentIsFit(const EntryView *entry, const ObjectName *name, const StoredObject *parent, ParseInfo *info) noexcept {
     if (entry->handler->parmType != ParentMandatory) return TRUE;
@@ -42,6 +52,7 @@ Boolean parentIsFit(const EntryView *entry, const ObjectName *name, const Stored
         DOC_REFUSE(info, "object", "no parent name for %s\n", entry->name);
         return FALSE;
     }
+    if (!parent) parent = findElsewhere(info, name->text, name->parentLength, name->parentHash);
     if (parent && objectHandlerAcceptsParent(entry->handler, parent->handler)) return TRUE;
     DOC_REFUSE(info, "object", "parent for %s was not found\n", entry->name);
     return FALSE;
@@ -90,7 +101,10 @@ StoredObject *indexEntry(const EntryView *entry, const WalkLevel *above, ParseIn
         return existing;
     }
     StoredObject *parent = findParent(stored, &name, above);
-    if (!parentIsFit(entry, &name, parent, info)) return nullptr;
+    if (!parentIsFit(entry, &name, parent, info)) {
+        if (!parent) stored->orphans = TRUE;
+        return nullptr;
+    }
     StoredObject *object = newObject(stored, &name, entry->handler);
     if (object) {
         object->holder = above->stored;
@@ -377,9 +391,12 @@ StoredObject *deltaObjects(const EntryView *entry, const WalkLevel *above, Parse
     return nullptr;
 }
 
-Boolean storedDocumentHasObject(const TavStoredDocument *stored, const char *name, std::string_view type) noexcept {
-    const StoredObject *object = findObject(stored, name, std::strlen(name), tavHashCompute(name));
-    return object && type == object->handler->objectType;
+Boolean storedDocumentsHaveObject(const ParseInfo *info, const char *name, const char *type) noexcept {
+    const size_t length = std::strlen(name);
+    const int hash = tavHashCompute(name);
+    const StoredObject *object = findObject(info->stored, name, length, hash);
+    if (!object) object = findElsewhere(info, name, length, hash);
+    return object && std::strcmp(object->handler->objectType, type) == 0;
 }
 
 Boolean tavStoredDocumentSetVersion(json_t *document, int64_t version) noexcept {

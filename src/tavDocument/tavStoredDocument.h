@@ -55,6 +55,7 @@ struct _TavStoredDocument {
     json_t *document; // borrowed: the connector's
     NodeTable<StoredObject> objects;
     uint32_t holes;       // nulls among the top-level objects
+    Boolean orphans;      // entries are left out of the index because no document had their parent
     Boolean pairsIndexed; // on the first need
     NodeTable<StoredPair> pairs;
     NodeTable<StoredPairEnd> ends;
@@ -79,7 +80,8 @@ Boolean storedDocumentGatherPairs(ParseInfo *info, const char *name) noexcept;
 // Drops every pair that names the object, after storedDocumentGatherPairs().
 void storedDocumentDropPairs(TavStoredDocument *stored, const char *name) noexcept;
 
-// Is there an object of that name, and is it of that type? (`type` need not be terminated.)
-Boolean storedDocumentHasObject(const TavStoredDocument *stored, const char *name, std::string_view type) noexcept;
+// Is there an object of that name, and is it of that type? In the document that is changed or in another group's: a pair may join objects
+// of two controllers.
+Boolean storedDocumentsHaveObject(const ParseInfo *info, const char *name, const char *type) noexcept;
 
 #endif

@@ -1,4 +1,7 @@
 // Reading and storing a context's fields. A null context is tolerated everywhere.
+#include <cstdio>
+#include <utility>
+
 #include "tavHttpContext/hcInternal.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavUtil/tavStringBuffer.h"
@@ -46,6 +49,35 @@ int tavHttpContextGetErrorCode(TavHttpContext *ctx) noexcept { return ctx ? ctx-
 const char *tavHttpContextGetErrorMessage(TavHttpContext *ctx) noexcept { return ctx ? ctx->errorMsg : nullptr; }
 const char *tavHttpContextGetRedirectURL(TavHttpContext *ctx) noexcept { return ctx ? ctx->redirectURL : nullptr; }
 
+// ---- why it was decided so ----
+
+void tavHttpContextSetRuleMatch(TavHttpContext *ctx, TavRuleMatch &&match) noexcept {
+    if (ctx) ctx->ruleMatch = std::move(match);
+}
+
+int tavHttpContextGetRuleOrder(TavHttpContext *ctx) noexcept {
+    const TavRuleEntry *rule = ctx ? ctx->ruleMatch.entry() : nullptr;
+    return rule ? rule->order : 0;
+}
+
+const char *tavHttpContextGetRuleExpression(TavHttpContext *ctx) noexcept {
+    const TavRuleEntry *rule = ctx ? ctx->ruleMatch.entry() : nullptr;
+    return rule ? rule->expressionString : nullptr;
+}
+
+long long tavHttpContextGetConfigVersion(TavHttpContext *ctx) noexcept { return ctx ? ctx->configVersion : -1; }
+
+void hcSetAffinityBreakReason(TavHttpContext *ctx, const char *reason) noexcept {
+    snprintf(ctx->affinityBreakReason, sizeof ctx->affinityBreakReason, "%s", reason ? reason : "");
+}
+
+// A later choice may have gone back to the session's server: the reason of an earlier one is then past.
+const char *tavHttpContextGetAffinityBreakReason(TavHttpContext *ctx) noexcept {
+    if (!ctx || !*ctx->affinityBreakReason) return nullptr;
+    const bool kept = ctx->targetEndpoint && !ctx->performedLoadBalancing;
+    return kept ? nullptr : ctx->affinityBreakReason;
+}
+
 // ---- names ----
 
 static Boolean setText(TavHttpContext *ctx, char *TavHttpContext::*text, const char *value) noexcept {
@@ -90,7 +122,7 @@ void tavHttpContextSetMyTargetInfo(TavHttpContext *ctx, TavTargetEndpoint *endpo
     if (!ctx) return;
     ctx->targetEndpoint = endpoint;
     ctx->targetServerApplication = sapp;
-    ctx->outstandingRequestCountIsIncremented = TRUE;
+    ctx->outstandingRequestCountIsIncremented = !ctx->trial;
     tavHttpContextAddPrivateHeaders(ctx);
 }
 
@@ -106,6 +138,8 @@ TavTargetEndpoint *tavHttpContextGetMyTargetEndPoint(TavHttpContext *ctx) noexce
 TargetServerApplication *tavHttpContextGetMyTargetServerApplication(TavHttpContext *ctx) noexcept {
     return ctx ? ctx->targetServerApplication : nullptr;
 }
+
+Boolean tavHttpContextIsTrial(TavHttpContext *ctx) noexcept { return ctx ? ctx->trial : FALSE; }
 
 TsTargetInfo *tavHttpContextGetTargetInfo(TavHttpContext *ctx) noexcept { return ctx ? &ctx->targetInfo : nullptr; }
 

@@ -38,6 +38,8 @@ static int performRequestMapping(TavHttpContext *ctx) noexcept {
         return ctx->requestMappingResult;
     }
     hcSetText(ctx, &ctx->editionName, nullptr); // a rule that now rejects or redirects must not leave an earlier permit's edition
+    ctx->ruleMatch.reset();
+    ctx->configVersion = tavRoutingInfoGetVersion(ctx->routingInfo);
     ctx->requestMappingResult = rmMapRequest(tavRoutingInfoGetRequestMapper(ctx->routingInfo), ctx);
     ctx->requestMapped = TRUE;
     TR_DEBUG(ctx->trContext, ctx->debugMap, "performRequestMapping: exit %d\n", ctx->requestMappingResult);
@@ -95,6 +97,7 @@ static TavTargetEndpoint *waitForEndpoint(TavHttpContext *ctx, int maxSeconds) n
     for (int second = 0; second < maxSeconds; second++) {
         rolloutSleep.load()(1);
         ctx->requestMapped = FALSE;
+        hcSetAffinityBreakReason(ctx, nullptr); // the edition of before may have had other session cookies
         if (TavTargetEndpoint *endpoint = tavHttpContextGetTargetEndpoint(ctx)) return endpoint;
     }
     return nullptr;
@@ -108,6 +111,11 @@ TavTargetEndpoint *tavHttpContextWaitForRollout(TavHttpContext *ctx) noexcept {
         return nullptr;
     }
     if (ctx->waitedForRollout) return nullptr;
+    if (ctx->trial) {
+        TR_TRACE(ctx->trContext, ctx->rolloutRec, ROLLOUT_TRACE_LEVEL, "would wait for rollout of application '%s' for max of %d seconds\n",
+                 tavOrNull(ctx->applicationName), maxSeconds);
+        return nullptr;
+    }
     ctx->waitedForRollout = TRUE;
     TR_TRACE(ctx->trContext, ctx->rolloutRec, ROLLOUT_TRACE_LEVEL, "wait for rollout of application '%s' for max of %d seconds\n",
              tavOrNull(ctx->applicationName), maxSeconds);

@@ -83,6 +83,7 @@ static void reportConnect(TavHttpContext *ctx, TavHttpContextState state, const 
 // Connect failures deliberately do not count against the endpoints that one request may try.
 static void giveUpEndpoint(TavHttpContext *ctx, TavHttpContextState state) noexcept {
     if (state == RESPONSE_TIMEOUT) ctx->responseTimeouts++;
+    if (!ctx->performedLoadBalancing) hcSetAffinityBreakReason(ctx, state == CONNECT_FAILURE ? "connect failure" : TS_FAILED_BEFORE);
     tavListAddTail(ctx->failedServerApps, ctx->targetServerApplication);
     tsTargetInfoDecrementRefCnt(ctx);
     if (state != CONNECT_FAILURE) ctx->failureCount++;
@@ -100,7 +101,7 @@ void tavHttpContextSetState(TavHttpContext *ctx, TavHttpContextState state, int 
     if (!ctx) return;
     TR_DEBUG(ctx->trContext, ctx->debugStateChange, "tavHttpContextSetState: ctx=%p, state=%s, subState=%d, msg='%s'\n",
              static_cast<void *>(ctx), tavHttpContextStateToString(state), subState, msg ? msg : "");
-    if (ctx->targetEndpoint) accountProgress(ctx, state, msg);
+    if (ctx->targetEndpoint && !ctx->trial) accountProgress(ctx, state, msg);
     ctx->state.store(state, std::memory_order_release);
     ctx->subState = subState;
     ctx->stateMsg = msg;

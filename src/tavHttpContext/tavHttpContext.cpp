@@ -6,8 +6,8 @@
 //
 // Ownership: the context owns its texts, its trace context and one reference to its private specification; it holds one snapshot
 // reference between obtain and release, and with it the instance. Endpoint and server application are kept alive by what the selector
-// counted in `targetInfo`; the policy lives as long as the snapshot. Pooled contexts belong to the pool and hold no snapshot; the one that
-// a thread left in its own place (tavKeepIdleContext) holds the current one.
+// counted in `targetInfo`, the rule by its match; the policy lives as long as the snapshot. Pooled contexts belong to the pool and hold no
+// snapshot; the one that a thread left in its own place (tavKeepIdleContext) holds the current one.
 //
 // Locks: none of its own. Obtain takes none when the thread's own place has a context; otherwise the stop lock and, inside it, the
 // routing-information lock, and the pool lock by itself; the host is called with none of them held.
@@ -79,8 +79,10 @@ static void initialise(TavHttpContext *ctx, EnvHttpContext *envHttpContext) noex
     ctx->failureCount = 0;
     ctx->responseTimeouts = 0;
     ctx->policy = nullptr;
+    ctx->configVersion = -1;
+    ctx->affinityBreakReason[0] = '\0';
     ctx->startTime = tavGetTickedTime();
-    hcInitRequestTraceSpec(ctx);
+    ctx->trial = FALSE;
 }
 
 // Gives back what the request used. The texts are gone afterwards; the record is as good as new once it is initialised.
@@ -91,6 +93,7 @@ static void clean(TavHttpContext *ctx) noexcept {
     if (!tavListIsEmpty(ctx->failedServerApps)) tavListClean(ctx->failedServerApps);
     ctx->policy = nullptr;
     ctx->moduleHint = nullptr;
+    ctx->ruleMatch.reset();
     ctx->stateMsg = nullptr;
 }
 
@@ -119,14 +122,35 @@ static TavHttpContext *pooledOrNewContext(Tav *tav) noexcept {
 
 // ---- life ----
 
-TavHttpContext *tavHttpContextObtain(Tav *tav, EnvHttpContext *envHttpContext) noexcept {
+static TavHttpContext *obtainUntraced(Tav *tav, EnvHttpContext *envHttpContext) noexcept {
     if (!tav || !tavCanRoute(tav)) return nullptr;
     TavHttpContext *ctx = tavTakeIdleContext(tav);
     if (!ctx) ctx = pooledOrNewContext(tav);
+    if (ctx) initialise(ctx, envHttpContext);
+    return ctx;
+}
+
+TavHttpContext *tavHttpContextObtain(Tav *tav, EnvHttpContext *envHttpContext) noexcept {
+    TavHttpContext *ctx = obtainUntraced(tav, envHttpContext);
     if (!ctx) return nullptr;
-    initialise(ctx, envHttpContext);
+    hcInitRequestTraceSpec(ctx);
     tavMaxRequestsPerDaemon(tav); // only counts: the daemon ends by itself once the limit is passed
     TR_DEBUG(ctx->trContext, ctx->requestProcess, "tavHttpContextObtain: exit - ctx=%p\n", static_cast<void *>(ctx));
+    return ctx;
+}
+
+TavHttpContext *tavHttpContextObtainTrial(Tav *tav, EnvHttpContext *envHttpContext, const char *traceSpec) noexcept {
+    TrSpec *spec = tav && traceSpec ? trSpecCreate(getTavTrMgr(tav), traceSpec) : nullptr;
+    TavHttpContext *ctx = traceSpec && !spec ? nullptr : obtainUntraced(tav, envHttpContext);
+    if (!ctx) {
+        trSpecRefRelease(spec);
+        return nullptr;
+    }
+    ctx->trial = TRUE;
+    if (spec)
+        trContextSetSpec(ctx->trContext, spec);
+    else
+        hcInitRequestTraceSpec(ctx);
     return ctx;
 }
 

@@ -14,6 +14,7 @@
 #include "tavHttpContext/tavInstanceForContext.h"
 #include "tavList/tavList.h"
 #include "tavRequestMapper/tavHttpContextForMapper.h"
+#include "tavRule/tavRule.h"
 #include "tavTargetSelector/tavHttpContextForSelector.h"
 #include "tavURLMatcher/tavHttpContextForMatching.h"
 #include "tr/tr.h"
@@ -67,11 +68,15 @@ struct _TavHttpContext {
 
     TsTargetInfo targetInfo;  // what the selector holds for this request
     TsModuleHint *moduleHint; // of moduleName; borrowed from the snapshot; null: none
+    TavRuleMatch ruleMatch;   // the routing rule that decided; keeps its texts
+    long long configVersion;  // of the snapshot, when the request was mapped; -1: it is not
     int portOfText;           // the port that portText spells; -1: none yet
     char portText[12];
+    Boolean trial;            // only tried: counted nowhere
     size_t arenaUsed;
     Boolean textsOutside; // a text of this request did not fit into the arena
     char arena[TAV_HTTP_CONTEXT_ARENA];
+    char affinityBreakReason[TS_BREAK_REASON_SIZE]; // "": none
 };
 
 // ---- life ----

@@ -26,6 +26,8 @@ void tavStopUnlock(Tav *tav) noexcept;
 TavRoutingInfo *tavRoutingInfoObtain(Tav *tav) noexcept;
 // Gives one reference back; the last one deletes the snapshot and may free the instance. Null ignored. No lock may be held.
 void tavRoutingInfoRelease(TavRoutingInfo *ri) noexcept;
+// The version of the document that the snapshot took last. Any holder.
+long long tavRoutingInfoGetVersion(const TavRoutingInfo *ri) noexcept;
 
 // ---- the trace specification of requests that no trace rule matches ----
 // The custom one ("DefaultRequestTraceSpec") if it is set, else the instance's default one; `isCustom` tells which.

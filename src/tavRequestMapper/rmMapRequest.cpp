@@ -3,6 +3,7 @@
 #include <cstring>
 #include <iterator>
 #include <string_view>
+#include <utility>
 
 #include "tavRequestMapper/tavHttpContextForMapper.h"
 #include "tavRequestMapper/tavRequestMapper.h"
@@ -65,11 +66,12 @@ void rememberPlaces(WebModule *webModule, const TavRules *rules, const TavRuleMa
 Verdict evaluateEdition(Application *application, WebModule *webModule, TavHttpContext *ctx) noexcept {
     WebRouteWorkClass *workClass = application->defaultWebRouteWorkClass;
     if (!workClass) return verdictOf(tavHttpContextSetPermit(ctx, application->edition, FALSE), Verdict::Permitted);
-    // The pin keeps the action while its texts are copied into the context.
     TavRuleMatch match = tavRulesMatch(tavHttpContextGetTrContext(ctx), workClass->rules, ctx);
     if (webModule) rememberPlaces(webModule, workClass->rules, match);
     if (!match.entry()) return rejectWith(ctx, 500, "no edition routing rule match found; Error Status Code=500");
-    return applyAction(match.entry()->action, ctx);
+    const Action *action = match.entry()->action;
+    tavHttpContextSetRuleMatch(ctx, std::move(match)); // from here on the context's pin keeps the action
+    return applyAction(action, ctx);
 }
 
 WebModule *findModuleByContextRoot(const Application *application, std::string_view path) noexcept {

@@ -74,6 +74,7 @@ void webModuleFree(WebModule *webModule) noexcept {
     tavFree(webModule->sessionAffinityCookies);
     tavListDestroy(webModule->uris);
     tavListDestroy(webModule->clusters);
+    tavListDestroy(webModule->vHostGroups);
     tavDestroyRecord(webModule);
 }
 
@@ -85,11 +86,13 @@ WebModule *rmWebModuleCreate(Application *application, const char *name, int res
     webModule->name = tavStrdup(name);
     webModule->uris = tavListCreate(freeText);
     webModule->clusters = tavListCreate(freeText);
+    webModule->vHostGroups = tavListCreate(freeText);
     webModule->sslMapMode = NullMapMode;
     webModule->fileServingEnabled = TRUE;
     webModule->restVersion = restVersion;
     webModule->hint.appNameHash = tavHashCompute(application->simpleName);
-    if (webModule->name && webModule->uris && webModule->clusters && appAddWebModule(application, webModule)) return webModule;
+    if (webModule->name && webModule->uris && webModule->clusters && webModule->vHostGroups && appAddWebModule(application, webModule))
+        return webModule;
     webModuleFree(webModule);
     return nullptr;
 }
@@ -170,6 +173,12 @@ void wmSetHttpAffinityPolicy(WebModule *webModule, HttpAffinityPolicy *policy) n
 
 // ---- links ----
 
+// TRUE when it is in the list afterwards. `name` may be null: nothing to do.
+static Boolean addName(RequestMapper *rm, TavList *names, const char *name) noexcept {
+    TavLockGuard guard(rm->lock, "addName");
+    return !name || tavListAddUniqueStr(names, name) || tavListFindStr(names, name);
+}
+
 Boolean rmLinkVHostAndWebModule(VHostMatcher *vhostMatcher, WebModule *webModule, Boolean add) noexcept {
     if (!vhostMatcher || !webModule) return FALSE;
     if (!add) return TRUE; // the snapshot is rebuilt instead
@@ -177,15 +186,16 @@ Boolean rmLinkVHostAndWebModule(VHostMatcher *vhostMatcher, WebModule *webModule
     if (!patterns.complete()) return FALSE;
     TR_DEBUG(webModule->rm->trCtx, webModule->rm->debugCtl, "rmLinkVHostAndWebModule: %d patterns of %s\n", patterns.count(),
              webModule->name);
-    return patterns.count() == 0 || vhostMatcherPutPatterns(vhostMatcher, patterns.texts(), patterns.count(), webModule);
+    if (patterns.count() == 0) return TRUE;
+    // The name is only told; where the patterns then find no memory, the link is tried again or the snapshot is given up.
+    return addName(webModule->rm, webModule->vHostGroups, getVHostMatcherName(vhostMatcher)) &&
+           vhostMatcherPutPatterns(vhostMatcher, patterns.texts(), patterns.count(), webModule);
 }
 
 Boolean rmLinkClusterToWebModule(const char *clusterName, WebModule *webModule, Boolean add) noexcept {
     if (!clusterName || !webModule) return FALSE;
+    if (add) return addName(webModule->rm, webModule->clusters, clusterName);
     TavLockGuard guard(webModule->rm->lock, "rmLinkClusterToWebModule");
-    if (!add) {
-        tavListFindAndRemoveStr(webModule->clusters, clusterName);
-        return TRUE;
-    }
-    return tavListAddUniqueStr(webModule->clusters, clusterName) || tavListFindStr(webModule->clusters, clusterName);
+    tavListFindAndRemoveStr(webModule->clusters, clusterName);
+    return TRUE;
 }

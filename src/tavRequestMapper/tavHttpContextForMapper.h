@@ -6,6 +6,7 @@
 #include <tav/context.h>
 
 typedef struct _TsModuleHint TsModuleHint;
+class TavRuleMatch;
 
 // Action PERMIT with the edition name and the stickiness. On FALSE nothing has changed.
 Boolean tavHttpContextSetPermit(TavHttpContext *ctx, const char *edition, Boolean sticky) noexcept;
@@ -21,5 +22,7 @@ void tavHttpContextSetModuleHint(TavHttpContext *ctx, TsModuleHint *hint) noexce
 Boolean tavHttpContextSetEditionName(TavHttpContext *ctx, const char *name) noexcept;
 Boolean tavHttpContextSetContextRoot(TavHttpContext *ctx, const char *contextRoot) noexcept;
 const char *tavHttpContextGetEditionName(TavHttpContext *ctx) noexcept; // the context's copy, borrowed until the next set; null: none
+// Takes over the pin of the rule that decided, until the request is mapped again or ends.
+void tavHttpContextSetRuleMatch(TavHttpContext *ctx, TavRuleMatch &&match) noexcept;
 
 #endif

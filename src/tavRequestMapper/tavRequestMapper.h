@@ -2,7 +2,7 @@
 //
 // Filled by the configuration before the snapshot is published; requests then read it without a lock. What may still change on a published
 // snapshot: rules (see tavRule.h), affinity policies (see tavHttpAffinityPolicy.h), a web module's place in a virtual-host group (the group
-// publishes a changed copy) and a web module's cluster names (under the mapper lock, configuration side only).
+// publishes a changed copy) and a web module's names of clusters and groups (under the mapper lock, not on the request's side).
 //
 // Ownership: the mapper owns roots, a root its applications, an application its web modules and work classes, a work class its rules.
 // Deleting any of them deletes what it owns. Object names are full configuration paths. Setters return TRUE when they took the property.
@@ -89,6 +89,7 @@ struct _WebModule {
     TsModuleHint hint;
     // Where the last request found the rules and what TavRuleMatch::places tells: only to ask for cache lines.
     std::atomic<const void *> rulePlaces[1 + TavRuleMatch::PLACES];
+    TavList *vHostGroups TAV_PT_GUARDED_BY(rm->lock); // names of the groups that have its patterns, owned
 };
 
 // ---- mapper ----
@@ -98,7 +99,8 @@ TavRoutingInfo *rmGetRoutingInfo(const RequestMapper *rm) noexcept;
 URLMatcher *rmGetURLMatcher(const RequestMapper *rm) noexcept; // returns borrowed
 // Takes the group over when TRUE.
 Boolean rmAddVHostMatcher(RequestMapper *rm, VHostMatcher *vhostMatcher) noexcept;
-// add: puts the web module's URI patterns into the group (also while requests match against it). Removing does nothing and succeeds.
+// add: puts the web module's URI patterns into the group (also while requests match against it). Removing does nothing and succeeds. Takes
+// the mapper lock.
 Boolean rmLinkVHostAndWebModule(VHostMatcher *vhostMatcher, WebModule *webModule, Boolean add) noexcept;
 // Adds (once) or removes the cluster's name. Takes the mapper lock. FALSE: null argument or no memory.
 Boolean rmLinkClusterToWebModule(const char *clusterName, WebModule *webModule, Boolean add) noexcept;

@@ -5,6 +5,7 @@
 
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavString.h"
+#include "tavUtil/tavStringBuffer.h"
 
 namespace {
 
@@ -84,6 +85,29 @@ const char *actionGetRedirectUrl(const Action *action) noexcept {
 }
 
 int actionGetRejectErrorCode(const Action *action) noexcept { return actionGetType(action) == REJECT ? action->data.reject.errorCode : 0; }
+
+static void describe(const Action *action, TavStringBuffer *sb) noexcept {
+    switch (actionGetType(action)) {
+        case PERMIT:
+            sbAdd(sb, *actionGetEdition(action) ? "permit edition " : "permit the base edition");
+            sbAdd(sb, actionGetEdition(action));
+            return sbAdd(sb, actionGetPermitSticky(action) ? ", sticky" : "");
+        case REJECT:
+            sbAdd(sb, "reject with ");
+            return sbAddInt(sb, actionGetRejectErrorCode(action));
+        case REDIRECT:
+            sbAdd(sb, "redirect to ");
+            return sbAdd(sb, actionGetRedirectUrl(action));
+        default:
+            return sbAdd(sb, "no action");
+    }
+}
+
+char *actionDescribe(const Action *action) noexcept {
+    TavStringBufferPtr sb(sbCreate(64));
+    describe(action, sb.get());
+    return sb && !sb->failed ? tavStrdup(sbStr(sb.get())) : nullptr;
+}
 
 const char *appNameToEditionName(const char *name) noexcept {
     static constexpr std::string_view marker = "-edition";

@@ -34,6 +34,10 @@ Boolean actionGetPermitSticky(const Action *action) noexcept;    // FALSE when i
 const char *actionGetRedirectUrl(const Action *action) noexcept; // returns borrowed; null when it is no redirect
 int actionGetRejectErrorCode(const Action *action) noexcept;     // 0 when it is no reject
 
+// In words: "permit edition 2.0, sticky", "permit the base edition", "reject with 403", "redirect to URL", "no action" for null. Returns
+// new, null without memory.
+char *actionDescribe(const Action *action) noexcept;
+
 // The edition in an application name: what follows its first "-edition", "" when it has none. Returns borrowed (from `name`).
 const char *appNameToEditionName(const char *name) noexcept;
 

@@ -152,7 +152,9 @@ public:
 
     // The first rule whose expression holds; null: none. Borrowed from this object.
     const TavRuleEntry *entry() const noexcept { return entry_; }
-    void reset() noexcept;
+    void reset() noexcept {
+        if (array_) unpin();
+    }
     // Where the next match of the set will look: array, program, entry and action. To ask for cache lines, never to be followed.
     inline static constexpr int PLACES = 4;
     void places(const void *(&addresses)[PLACES]) const noexcept;
@@ -160,6 +162,7 @@ public:
 private:
     friend TavRuleMatch tavRulesMatch(TrContext *trCtx, TavRules *rules, TavHttpContext *ctx) noexcept;
     TavRuleMatch(TavRuleArray *array, const TavRuleEntry *entry) noexcept : array_(array), entry_(entry) {}
+    void unpin() noexcept;
     void forget() noexcept {
         array_ = nullptr;
         entry_ = nullptr;
@@ -172,6 +175,10 @@ private:
 TavRuleMatch tavRulesMatch(TrContext *trCtx, TavRules *rules, TavHttpContext *ctx) noexcept;
 // The same, without a pin. Returns borrowed: good only while the configuration cannot change the set.
 TavRule *tavRulesFindMatchingRule(TrContext *trCtx, TavRules *rules, TavHttpContext *ctx) noexcept;
+// Calls fn for every rule of the set, in order, as requests see it at this moment. `error` says why the expression does not parse; null: it
+// does. Any thread; no lock is held during the calls.
+typedef void (*TavRuleFcn)(const TavRuleEntry *entry, const char *error, void *passback);
+void tavRulesForEach(TavRules *rules, TavRuleFcn fn, void *passback) noexcept;
 // 1 when the rule's expression holds, else 0. Configuration side.
 int tavRuleMatches(TrContext *trCtx, const TavRule *rule, TavHttpContext *ctx) noexcept;
 

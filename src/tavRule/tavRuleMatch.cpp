@@ -52,7 +52,7 @@ TavRuleMatch &TavRuleMatch::operator=(TavRuleMatch &&other) noexcept {
     return *this;
 }
 
-void TavRuleMatch::reset() noexcept {
+void TavRuleMatch::unpin() noexcept {
     ruleArrayRelease(array_);
     forget();
 }
@@ -83,6 +83,16 @@ TavRuleMatch tavRulesMatch(TrContext *trCtx, TavRules *rules, TavHttpContext *ct
 TavRule *tavRulesFindMatchingRule(TrContext *trCtx, TavRules *rules, TavHttpContext *ctx) noexcept {
     TavRuleMatch match = tavRulesMatch(trCtx, rules, ctx);
     return match.entry() ? match.entry()->rule : nullptr;
+}
+
+void tavRulesForEach(TavRules *rules, TavRuleFcn fn, void *passback) noexcept {
+    TavRuleArray *array = rules ? rulesPin(rules) : nullptr;
+    if (!array) return;
+    for (int i = 0; i < array->count; i++) {
+        const TavRuleEntry *entry = array->entries()[i];
+        if (!entry->dead.load(std::memory_order_relaxed)) fn(entry, entry->text ? entry->text->errorString : nullptr, passback);
+    }
+    ruleArrayRelease(array);
 }
 
 int tavRuleMatches(TrContext *trCtx, const TavRule *rule, TavHttpContext *ctx) noexcept {

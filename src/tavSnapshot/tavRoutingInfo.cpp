@@ -43,6 +43,7 @@ TavRoutingInfo *tavRoutingInfoCreate(Tav *tav) noexcept {
     ri->tav = tav;
     ri->refCount = 1;
     ri->complete = TRUE;
+    ri->version = tavGetConfigVersion(tav); // until it takes a document of its own
     tavObtainRef(tav, "tavRoutingInfoCreate");
     if ((ri->objectMap = tavHashMapCreate()) && (ri->requestMapper = rmCreate(ri)) && (ri->targetSelector = tsCreate(ri))) return ri;
     snapshotDelete(ri);
@@ -97,6 +98,7 @@ Boolean tavSwitchToNewRoutingInfo(Tav *tav, TavRoutingInfo *ri) noexcept {
         old = tav->routingInfo;
         tav->routingInfo = ri;
     }
+    tav->configVersion.store(tavRoutingInfoGetVersion(ri), std::memory_order_relaxed);
     tavSweepIdleContexts(tav);
     // The successor's trace rules joined before: there is no moment without rules.
     tavTraceRulesDeactivate(old);
@@ -107,11 +109,23 @@ Boolean tavSwitchToNewRoutingInfo(Tav *tav, TavRoutingInfo *ri) noexcept {
     return TRUE;
 }
 
-Boolean tavResetRoutingInfo(Tav *tav) noexcept {
-    if (!tavSwitchToNewRoutingInfo(tav, tavCreateAndPopulateNewRoutingInfo(tav))) return FALSE;
+Boolean tavResetRoutingInfoTo(Tav *tav, long long version) noexcept {
+    TavRoutingInfo *ri = tavCreateAndPopulateNewRoutingInfo(tav);
+    tavRoutingInfoSetVersion(ri, version);
+    if (!tavSwitchToNewRoutingInfo(tav, ri)) return FALSE;
     c2sResetAllInfo(tav);
     return TRUE;
 }
+
+Boolean tavResetRoutingInfo(Tav *tav) noexcept { return tavResetRoutingInfoTo(tav, tavGetConfigVersion(tav)); }
+
+void tavRoutingInfoSetVersion(TavRoutingInfo *ri, long long version) noexcept {
+    if (!ri) return;
+    ri->version.store(version, std::memory_order_relaxed);
+    if (tavRoutingInfoIsPublished(ri)) ri->tav->configVersion.store(version, std::memory_order_relaxed);
+}
+
+long long tavRoutingInfoGetVersion(const TavRoutingInfo *ri) noexcept { return ri ? ri->version.load(std::memory_order_relaxed) : -1; }
 
 TavRoutingInfo *tavRoutingInfoObtain(Tav *tav) noexcept {
     if (!tav) return nullptr;

@@ -25,6 +25,7 @@ struct _TavRoutingInfo {
     int refCount; // guarded by the instance's routing-information lock
 
     std::atomic<Boolean> published;
+    std::atomic<long long> version;         // of the document that it took last; -1: none
     struct ObjectWrapperSlab *wrapperSlabs; // the wrappers' memory
     ObjectWrapper *freeWrappers;            // of it, linked by their `next`
     Boolean complete;                       // FALSE once memory ran out while it was populated
@@ -40,8 +41,13 @@ TavRoutingInfo *tavCreateAndPopulateNewRoutingInfo(Tav *tav) noexcept; // return
 Boolean tavSwitchToNewRoutingInfo(Tav *tav, TavRoutingInfo *ri) noexcept;
 // Builds from the stored documents and switches. FALSE when memory ran out: the old snapshot stays. Control lock held.
 Boolean tavResetRoutingInfo(Tav *tav) noexcept;
-TavRoutingInfo *tavRoutingInfoObtain(Tav *tav) noexcept; // the current snapshot with one more reference, or null. Any thread
-void tavRoutingInfoRelease(TavRoutingInfo *ri) noexcept; // the last release deletes it. Any thread; null ignored
+// The same with a document of that version among them, which is the one that this process applied last from then on.
+Boolean tavResetRoutingInfoTo(Tav *tav, long long version) noexcept;
+// The snapshot has taken a document. If it serves requests, so has this process. Control lock held.
+void tavRoutingInfoSetVersion(TavRoutingInfo *ri, long long version) noexcept;
+long long tavRoutingInfoGetVersion(const TavRoutingInfo *ri) noexcept; // any thread; -1 for null
+TavRoutingInfo *tavRoutingInfoObtain(Tav *tav) noexcept;               // the current snapshot with one more reference, or null. Any thread
+void tavRoutingInfoRelease(TavRoutingInfo *ri) noexcept;               // the last release deletes it. Any thread; null ignored
 // From here on requests may hold it: seals the look-up structures and marks it published.
 void tavRoutingInfoPublish(TavRoutingInfo *ri) noexcept;
 void *tavRoutingInfoObjectGet(TavRoutingInfo *ri, const char *name) noexcept; // borrowed; null when absent

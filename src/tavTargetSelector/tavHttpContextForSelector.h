@@ -4,6 +4,7 @@
 #define TAVTARGETSELECTOR_TAVHTTPCONTEXTFORSELECTOR_H
 
 #include <atomic>
+#include <cstddef>
 
 #include <tav/context.h>
 
@@ -14,7 +15,7 @@ typedef struct _Cluster Cluster;
 typedef struct _HttpAffinityPolicy HttpAffinityPolicy;
 typedef struct _TsEndPointPeriod TsEndPointPeriod;
 
-typedef struct _TsModuleHint TsModuleHint; // tavRequestMapper/tsModuleHint.h
+typedef struct _TsModuleHint TsModuleHint;                               // tavRequestMapper/tsModuleHint.h
 TsModuleHint *tavHttpContextGetModuleHint(TavHttpContext *ctx) noexcept; // borrowed; null: none for the module name that the context has
 
 // The records that one request holds, each counted once, exactly as they were when it was selected: a relink since then changes nothing
@@ -30,7 +31,9 @@ typedef struct _TsTargetInfo {
 
 TsTargetInfo *tavHttpContextGetTargetInfo(TavHttpContext *ctx) noexcept; // the context's private storage; borrowed
 
-// Stores both and marks the request as outstanding. Not under the selector lock.
+// Is the request only tried? Then the selection counts nothing and moves no turn.
+Boolean tavHttpContextIsTrial(TavHttpContext *ctx) noexcept;
+// Stores both and, unless it is a trial, marks the request as outstanding. Not under the selector lock.
 void tavHttpContextSetMyTargetInfo(TavHttpContext *ctx, TavTargetEndpoint *endpoint, TargetServerApplication *sapp) noexcept;
 void tavHttpContextResetMyTargetInfo(TavHttpContext *ctx) noexcept;
 TavTargetEndpoint *tavHttpContextGetMyTargetEndPoint(TavHttpContext *ctx) noexcept;                // borrowed
@@ -39,9 +42,12 @@ TargetServerApplication *tavHttpContextGetMyTargetServerApplication(TavHttpConte
 Boolean tavHttpContextSetReject(TavHttpContext *ctx, int code, const char *text) noexcept; // copies; FALSE: without the text
 void tavHttpContextSetPerformedLoadBalancing(TavHttpContext *ctx, Boolean performed) noexcept;
 
+inline constexpr size_t TS_BREAK_REASON_SIZE = 384; // bytes of a reason why affinity is broken, with its NUL
+inline constexpr const char *TS_FAILED_BEFORE = "previously failed to route this request to this server";
+
 // Called under the selector lock.
 Boolean tavHttpContextIsFailedServerApp(TavHttpContext *ctx, const TargetServerApplication *sapp) noexcept; // by identity only
-void tavHttpContextBreakAffinity(TavHttpContext *ctx) noexcept;
+void tavHttpContextBreakAffinity(TavHttpContext *ctx, const char *reason) noexcept; // copies what fits into TS_BREAK_REASON_SIZE
 void tavHttpContextSetAffinityPolicy(TavHttpContext *ctx, HttpAffinityPolicy *policy) noexcept; // borrows for the request
 
 #endif

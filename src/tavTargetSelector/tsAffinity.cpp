@@ -1,28 +1,47 @@
 // Session affinity: from a session id in a cookie or in the path to the server application that holds the session.
 //
 // A session id is the session proper and, behind each delimiter, a clone id (or a partition id that stands for one). Nothing is allocated
-// on the way to a hit; the texts of a miss are built only when their records are on.
+// on the way to a hit; of a miss the request gets a text of bounded length, and the whole of it is built only when it is traced.
 #include "tavRequestMapper/tavHttpAffinityPolicy.h"
 #include "tavTargetSelector/tsAffinityTable.h"
 
 // ---- reasons ----
 
+void TsReason::addWhole(const char *text) noexcept {
+    if (!traced_) return;
+    if (!whole_) whole_.reset(sbCreate(256));
+    sbAdd(whole_.get(), text);
+}
+
+void TsReason::addBrief(const char *text, size_t length) noexcept {
+    const size_t room = sizeof brief_ - 1 - length_;
+    if (length > room) length = room;
+    memcpy(brief_ + length_, text, length);
+    length_ += length;
+}
+
 void TsReason::add(const char *text) noexcept {
     any_ = true;
-    if (!wanted_) return;
-    if (!buffer_) buffer_.reset(sbCreate(256));
-    sbAdd(buffer_.get(), text);
+    addWhole(text);
+    if (length_ < sizeof brief_ - 1) addBrief(text, strlen(text));
 }
 
 void TsReason::add(const char *before, const char *name, const char *after) noexcept {
-    add(before);
-    if (!wanted_) return;
-    add(name);
-    add(after);
+    for (const char *text : {before, name, after}) add(text);
 }
 
 void TsReason::add(const TsReason &other) noexcept {
-    if (other.any_) add(other.text());
+    if (!other.any_) return;
+    any_ = true;
+    addWhole(other.text());
+    addBrief(other.brief_, other.length_);
+}
+
+const char *TsReason::brief() noexcept {
+    size_t end = length_;
+    while (end > 0 && brief_[end - 1] == '\n') end--;
+    brief_[end] = '\0';
+    return brief_;
 }
 
 const char *tsServerApplicationReason(const TargetServerApplication *sapp, TavTime now, Boolean affinity) noexcept TAV_NO_ANALYSIS {
@@ -125,7 +144,7 @@ static TargetServerApplication *resolveCloneId(const TsRequest &req, const char 
 
 static TargetServerApplication *getAffinitySappFromSid(const TsRequest &req, const VirtualCluster *vc, const char *sid,
                                                        const char *delimiter, TsReason &reason) noexcept TS_LOCKED {
-    TsReason missed(reason.wanted());
+    TsReason missed(reason.traced());
     CloneIds cloneIds(sid, delimiter);
     const char *id = cloneIds.next();
     if (!id) missed.add("getCloneIds: no cloneIds found in the session cookie");

@@ -29,7 +29,7 @@ inline constexpr const char *serverIsFullMark = "server is full"; // stands for 
 
 static inline const char *skipReason(const TsRequest &req, const TargetServerApplication *sapp) noexcept TS_LOCKED {
     if (const char *reason = serverApplicationReason(sapp, FALSE, [&req] { return req.now(); })) return reason;
-    if (tavHttpContextIsFailedServerApp(req.ctx, sapp)) return "previously failed to route this request to this server";
+    if (tavHttpContextIsFailedServerApp(req.ctx, sapp)) return TS_FAILED_BEFORE;
     if (serverIsFull(sapp->server)) return serverIsFullMark;
     return transportReason(req, sapp->server);
 }
@@ -109,8 +109,12 @@ TargetServerApplication *wlorLoadBalance(const TsRequest &req, VirtualCluster *v
     }
     const bool log = trContextLogEnabled(req.trCtx, req.ts->balanceRec);
     if (log) trContextDebug(req.trCtx, req.ts->balanceRec, "wlor: start at index %d\n", vc->loadBalanceIndex);
+    const int turn = vc->loadBalanceIndex;
     TargetServerApplication *sapp = walk(req, vc, count, log);
-    rememberNext(req, vc, count);
+    if (req.counted)
+        rememberNext(req, vc, count);
+    else
+        vc->loadBalanceIndex = turn;
     if (!sapp) return nullptr;
     tavHttpContextSetPerformedLoadBalancing(req.ctx, TRUE);
     if (log) trContextDebug(req.trCtx, req.ts->balanceRec, "wlor: finished - %s, %s\n", sapp->name, sapp->server->name);

@@ -149,6 +149,7 @@ struct TsRequest {
     const char *appName;
     TsModuleHint *hint; // may be null
     int protoIndex;     // of the request, then of the endpoint
+    int counted;        // as how many requests: 1, of a trial 0
     bool byVHost;       // endpoints are chosen by the request's virtual-host group
     TsCookieAhead ahead;
 
@@ -175,21 +176,28 @@ inline const char *serverApplicationReason(const TargetServerApplication *sapp, 
     return server->cluster.load(std::memory_order_relaxed) ? nullptr : "no cluster associated with the server";
 }
 
-// Why affinity cannot be kept. The text is built only when someone reads it; `any` says that there is a reason.
+// Why affinity cannot be kept. A client decides how many reasons there are: the request gets what fits, without memory being asked for; all
+// of it is only built when it is traced.
 class TsReason {
 public:
-    explicit TsReason(bool wanted) noexcept : wanted_(wanted) {}
+    explicit TsReason(bool traced) noexcept : traced_(traced) {}
     void add(const char *text) noexcept;
     void add(const char *before, const char *name, const char *after) noexcept;
     void add(const TsReason &other) noexcept;
     bool any() const noexcept { return any_; }
-    bool wanted() const noexcept { return wanted_; }
-    const char *text() const noexcept { return buffer_ ? sbStr(buffer_.get()) : ""; }
+    bool traced() const noexcept { return traced_; }
+    const char *text() const noexcept { return whole_ ? sbStr(whole_.get()) : ""; } // all of it; "" unless it is traced
+    const char *brief() noexcept; // what fits, without a line break at the end; valid until the next add
 
 private:
-    TavStringBufferPtr buffer_;
-    bool wanted_;
+    void addWhole(const char *text) noexcept;
+    void addBrief(const char *text, size_t length) noexcept;
+
+    TavStringBufferPtr whole_;
+    size_t length_ = 0; // of the brief form
+    bool traced_;
     bool any_ = false;
+    char brief_[TS_BREAK_REASON_SIZE];
 };
 
 HttpAffinityPolicy *getAffinityPolicy(VirtualCluster *vc) noexcept TS_LOCKED;

@@ -74,6 +74,7 @@ static bool readRequest(TsRequest &req) noexcept {
     if (req.protoIndex < 0) return reject(req, 500, "negative protocol index"), false;
     req.appName = tavHttpContextGetApplicationName(req.ctx);
     req.hint = tavHttpContextGetModuleHint(req.ctx);
+    req.counted = tavHttpContextIsTrial(req.ctx) ? 0 : 1;
     req.byVHost = tavSelectsEndpointByVHost(req.ts->tav);
     readCookieAhead(req);
     return true;
@@ -91,9 +92,9 @@ static int outboundProtocol(const TsRequest &req, const VirtualCluster *vc) noex
 
 // ---- choosing ----
 
-static void breakAffinity(const TsRequest &req, const char *reason) noexcept TS_LOCKED {
-    TR_DEBUG(req.trCtx, req.ts->breakAffinityRec, "%s", reason);
-    tavHttpContextBreakAffinity(req.ctx);
+static void breakAffinity(const TsRequest &req, const char *traced, const char *reason) noexcept TS_LOCKED {
+    TR_DEBUG(req.trCtx, req.ts->breakAffinityRec, "%s", traced);
+    tavHttpContextBreakAffinity(req.ctx, reason);
 }
 
 // An affinity server that has no room is given up.
@@ -105,8 +106,8 @@ static bool keepsAffinity(const TsRequest &req, const TargetServerApplication *s
         return true;
     }
     char text[512];
-    const char *reason = trContextLogEnabled(req.trCtx, ts->breakAffinityRec) ? serverFullReason(server, text, sizeof text) : "";
-    breakAffinity(req, reason);
+    const char *reason = serverFullReason(server, text, sizeof text);
+    breakAffinity(req, reason, reason);
     TR_DEBUG(req.trCtx, ts->breakAffinityRec, "tsSelect: Breaking affinity for the request %s with ctx=%p because %s\n",
              tavOrNull(tavHttpContextGetURL(req.ctx)), static_cast<void *>(req.ctx), reason);
     return false;
@@ -117,7 +118,7 @@ static TargetServerApplication *chooseServerApplication(const TsRequest &req, Vi
     TsReason breakReason(trContextLogEnabled(req.trCtx, req.ts->affinityRec) || trContextLogEnabled(req.trCtx, req.ts->breakAffinityRec));
     TargetServerApplication *sapp = getAffinityTargetServerApplication(req, vc, policy, breakReason);
     if (sapp && keepsAffinity(req, sapp, vc)) return sapp;
-    if (!sapp && breakReason.any()) breakAffinity(req, breakReason.text());
+    if (!sapp && breakReason.any()) breakAffinity(req, breakReason.text(), breakReason.brief());
     return wlorLoadBalance(req, vc);
 }
 
@@ -156,8 +157,8 @@ static TsChoice choose(TsRequest &req) noexcept {
     TargetServerApplication *sapp = chooseServerApplication(req, vc, policy);
     TavTargetEndpoint *endpoint = sapp ? selectEndpointFromServer(req, sapp->server) : nullptr;
     if (endpoint) {
-        sapp->server->outstandingRequestCount++;
-        sapp->outstandingRequestCount++;
+        sapp->server->outstandingRequestCount += req.counted;
+        sapp->outstandingRequestCount += req.counted;
         tsTargetInfoIncrementRefCnt(&choice.info, sapp, endpoint);
     } else {
         choice.cluster = vc->cluster;

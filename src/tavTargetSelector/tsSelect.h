@@ -43,12 +43,24 @@ typedef void (*TsVisitFcn)(const TsVisit *visit, void *passback);
 // Calls fn for every server application of every virtual cluster (map order, then list order), then for those that are in none and for
 // servers without one. Under the selector lock: fn must not call anything here but the two functions below.
 void tsForEachServerApplication(TargetSelector *ts, TsVisitFcn fn, void *passback) noexcept;
+// Calls fn for every cluster, and for every server in it once, that the configuration has not deleted; in the order of the document.
+// `server` is null for the call that begins a cluster. Under the selector lock, like the one above.
+typedef void (*TsClusterFcn)(const Cluster *cluster, const TargetServer *server, void *passback);
+void tsForEachCluster(TargetSelector *ts, TsClusterFcn fn, void *passback) noexcept;
 // The reason, a constant text, why the server application is not selectable for affinity or for load balancing at `now`; null: it is.
 // The selector lock must be held.
 const char *tsServerApplicationReason(const TargetServerApplication *sapp, TavTime now, Boolean affinity) noexcept;
 // "transport is not valid" when the server's endpoint for that protocol (or, without one, the other) is missing or has no port; else null.
 // The selector lock must be held.
 const char *tsServerTransportReason(const TargetServer *server, int protoIndex) noexcept;
+
+// Why no new request without a session is given to the server application at `now`, as the balancing would tell; null: it is. A constant
+// text or one in `buffer`. The selector lock must be held.
+const char *tsServerApplicationIdleReason(const TargetServerApplication *sapp, TavTime now, char *buffer, size_t size) noexcept;
+// The same for the server: null when one of its server applications can be chosen, else the reason of the first.
+const char *tsServerIdleReason(const TargetServer *server, TavTime now, char *buffer, size_t size) noexcept;
+// The same for an endpoint that the server has. A constant text.
+const char *tsEndPointIdleReason(const TavTargetEndpoint *endpoint, TavTime now) noexcept;
 
 // ---- partition data ----
 // Takes the map (partition id to clone id, may be null) and a copy of the version; returns new. Without memory null, and the map is gone.

@@ -32,11 +32,14 @@ void tsServerSetMaintenanceMode(TargetServer *server, MaintenanceMode mode) noex
     serverRecomputeSelectability(server);
 }
 
+static constexpr const char *maintenanceTexts[] = {"false", "affinity", "break"}; // index: the mode
+
+const char *tsMaintenanceModeToProperty(MaintenanceMode mode) noexcept { return maintenanceTexts[mode]; }
+
 // An unknown text leaves the mode; selectability is recomputed in every case.
 static void setMaintenanceText(TargetServer *server, const char *value) noexcept TS_LOCKED {
-    static constexpr const char *texts[] = {"false", "affinity", "break"}; // index: the mode
     for (int i = 0; i <= BreakMM; i++) {
-        if (tavStrEquals(value, texts[i])) server->maintenanceMode = static_cast<MaintenanceMode>(i);
+        if (tavStrEquals(value, maintenanceTexts[i])) server->maintenanceMode = static_cast<MaintenanceMode>(i);
     }
     serverRecomputeSelectability(server);
 }

@@ -12,10 +12,11 @@
 #include "tavTargetSelector/tsTypes.h"
 
 // ---- names of values ----
-TavServerType tsServerTypeFromString(const char *name) noexcept; // exact; UNKNOWN for others and null
-const char *tsMaintenanceModeToString(int mode) noexcept;        // "unknown server maintenance mode" for others
-int tsProtocolToIndex(const char *protocol) noexcept;            // exact "http" 0, "https" 1; others and null -1
-const char *tsIndexToProtocol(int index) noexcept;               // "invalidProtocol" for others
+TavServerType tsServerTypeFromString(const char *name) noexcept;        // exact; UNKNOWN for others and null
+const char *tsMaintenanceModeToString(int mode) noexcept;               // "unknown server maintenance mode" for others
+const char *tsMaintenanceModeToProperty(MaintenanceMode mode) noexcept; // "false", "affinity", "break", as the configuration spells it
+int tsProtocolToIndex(const char *protocol) noexcept;                   // exact "http" 0, "https" 1; others and null -1
+const char *tsIndexToProtocol(int index) noexcept;                      // "invalidProtocol" for others
 
 // ---- nodes ----
 TargetNode *tsNodeCreate(TargetSelector *ts, const char *name) noexcept; // borrowed; null without memory or name

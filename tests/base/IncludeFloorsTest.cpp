@@ -19,7 +19,7 @@ const std::string FLOORS[] = {" tavUtil tavList tavHash tavLock tavThread tavPro
                               " tavUrl URIMatcher vHost VHostMatcher tavURLMatcher ",
                               " tavRule tavRequestMapper tavTargetSelector tavHealthMonitor ",
                               " tavHttpContext tavHttpLanguage tavHttpClient tavConnector tavMultiProcess ",
-                              " tavSnapshot tavObjects tavDocument tavProcess tav "};
+                              " tavSnapshot tavObjects tavDocument tavProcess tavStatus tav "};
 
 // -1: in no floor.
 int floorOf(const std::string &folder) {

@@ -76,6 +76,9 @@ TEST_F(Document, VersionMembers) {
     EXPECT_EQ(give(R"({"version": 1, "version": 8589934592, "delta": 1})"), 8589934592)
         << "only a true delta is one; the last of a name counts";
     EXPECT_EQ(connector->vid, 8589934592);
+    EXPECT_EQ(tavGetConfigVersion(tav), 8589934592);
+    EXPECT_EQ(give("{'"), -1);
+    EXPECT_EQ(tavGetConfigVersion(tav), 8589934592);
 }
 
 TEST_F(Document, ItsOwnSetIsWorkedIn) {
@@ -253,6 +256,8 @@ TEST_F(Document, ResetTypesBuildAnew) {
         TavRoutingInfo *before = tavRoutingInfoObtain(tav);
         take(row.operations);
         EXPECT_EQ(tav->routingInfo != before, row.rebuilds);
+        EXPECT_EQ(tavGetConfigVersion(tav), version);
+        EXPECT_EQ(tavRoutingInfoGetVersion(before), row.rebuilds ? version - 1 : version) << "requests that hold it have not seen more";
         tavRoutingInfoRelease(before);
         expectSameAsRebuild();
     }
@@ -302,6 +307,31 @@ TEST_F(Document, ServerApplicationMayComeAgain) {
     EXPECT_THAT(dump(), HasSubstr("\"state\": \"STOPPED\"")) << "its properties are taken";
     expectSameAsRebuild();
     EXPECT_EQ(tavListGetCount(server(S1)->serverApplications), 1);
+}
+
+TEST_F(Document, OneControllerAddsToWhatAnotherHas) {
+    TavConnector *other = tavConnectorCreate(tavConnectorGroupCreate(tav, "g2"), "http://127.0.0.1:2");
+    const auto giveOther = [other](const std::string &text) { return tavHandleJsonFromRestService(text.c_str(), other); };
+    const std::string policy = "/cell/c/healthPolicy/late", n3 = "/cell/c/node/n3";
+    const std::string guest = N1 + "/server/guest", late = guest + "2", early = n3 + "/server/early";
+    const std::string first = entry(policy, "healthPolicy") + ", " + entry(guest, "server") + ", " + entry(early, "server");
+    ASSERT_EQ(giveOther(quoted("{'version': 1, 'restVersion': 1, " + objects("add", first) + "}")), 1);
+    const std::string link = "'relationships': {'server:healthPolicy': [{'server': '" + S1 + "', 'healthPolicy': '" + policy + "'}]}";
+    ASSERT_EQ(giveOther(delta(2, "'add': {'objects': [" + entry(late, "server") + "], " + link + "}")), 2);
+    ASSERT_EQ(giveOther(delta(3, objects("del", entry(guest, "server")))), 3);
+    for (const char *when : {"at once", "after a rebuild"}) {
+        EXPECT_EQ(tavListGetCount(server(S1)->healthPolicies), 2) << when;
+        EXPECT_NE(object(late), nullptr) << when;
+        EXPECT_EQ(object(guest), nullptr) << when;
+        rebuild();
+    }
+    // A document may come before the one that has its objects' parents.
+    take(objects("add", entry(n3, "node")));
+    take(objects("set", entry(APP, "application")));
+    EXPECT_NE(object(early), nullptr) << "in the rebuild";
+    ASSERT_EQ(giveOther(delta(4, objects("del", entry(early, "server")))), 4);
+    rebuild();
+    EXPECT_EQ(object(early), nullptr) << "its entry was found";
 }
 
 TEST_F(Document, ManyDeletionsCloseTheArraysUp) {
@@ -391,6 +421,7 @@ TEST_F(Document, GroupsShareASnapshot) {
                                                .c_str(),
                                            second),
               1);
+    EXPECT_EQ(tavGetConfigVersion(tav), 1) << "the last one, not the highest";
     EXPECT_TRUE(object("/cell/d") && object(S1));
 }
 

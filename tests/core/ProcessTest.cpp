@@ -49,6 +49,16 @@ protected:
         worker = other->tav;
     }
 
+    // The first group as the status tells it.
+    static std::string groupOf(Tav *of) {
+        json_t *status = tavStatusToJSON(of);
+        char *text = json_dumps(json_array_get(json_object_get(status, "groups"), 0), 0);
+        const std::string group = text ? text : "";
+        free(text);
+        json_decref(status);
+        return group;
+    }
+
     int clients() { return tavServerProcessGetClientCount(tav->serverProcess); }
 
     // The state of server application "app" as the worker's current snapshot has it; "" when it has none.
@@ -121,13 +131,16 @@ TEST_F(Processes, AWorkerThatDoesNotReadDelaysNobodyAndMissesNothing) {
     startWorker();
     const int slow = ipcConnect(path);
     ASSERT_TRUE(eventually([&] { return clients() == 2; }));
+    // The worker's own group never runs.
+    ASSERT_TRUE(eventually([&] { return groupOf(worker) == groupOf(tav) && groupOf(tav).find("STARTING") != std::string::npos; }));
     const char *const states[] = {"STARTED", "AFFINITY", "QUIESCED", "STOPPED"};
     int version = 10;
     for (const char *state : states) {
         std::string document = serverDocument(++version, state);
         document.insert(document.size() - 1, ", \"padding\": \"" + std::string(500000, 'x') + "\"");
         ASSERT_EQ(give(document), version);
-        ASSERT_TRUE(eventually([&] { return workerState() == state; })) << "the other one is served";
+        ASSERT_TRUE(eventually([&] { return workerState() == state && tavGetConfigVersion(worker) == version; }))
+            << "the other one is served";
     }
     // What was sent, message by message; control states come in between.
     std::string body, order;

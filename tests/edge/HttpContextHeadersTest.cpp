@@ -99,7 +99,7 @@ TEST_F(PrivateHeaders, GoOnceForEachRequest) {
     tavHttpContextSetState(ctx, CONNECT_FAILURE, 0, nullptr);
     EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
     EXPECT_EQ(show(host.headersSet), "");
-    tavHttpContextBreakAffinity(ctx);
+    tavHttpContextBreakAffinity(ctx, "why");
     EXPECT_EQ(show(host.headersSet), "$ZVFO=true\n");
     tavHttpContextRelease(ctx);
 }

@@ -20,7 +20,9 @@ void dirty(TavHttpContext *ctx) {
     tavHttpContextSetPerformedLoadBalancing(ctx, TRUE);
     tavHttpContextAddPrivateHeaders(ctx);
     tavHttpContextGetURL(ctx);
+    tavHttpContextBreakAffinity(ctx, "gone");
     tavListAddTail(ctx->failedServerApps, ctx);
+    ctx->configVersion = 7;
     ctx->requestMapped = ctx->waitedForRollout = TRUE;
     ctx->requestMappingResult = 1;
     ctx->serviceTime = ctx->serviceTimeStart = 7;
@@ -33,7 +35,8 @@ void expectFresh(TavHttpContext *ctx) {
     EXPECT_TRUE(tavHttpContextGetAction(ctx) == NONE && tavHttpContextGetErrorCode(ctx) == 0);
     for (const char *text : {tavHttpContextGetErrorMessage(ctx), tavHttpContextGetRedirectURL(ctx), tavHttpContextGetApplicationName(ctx),
                              tavHttpContextGetModuleName(ctx), tavHttpContextGetEditionName(ctx), tavHttpContextGetMatchedVHostName(ctx),
-                             tavHttpContextGetContextRoot(ctx), static_cast<const char *>(ctx->url)})
+                             tavHttpContextGetContextRoot(ctx), tavHttpContextGetRuleExpression(ctx),
+                             tavHttpContextGetAffinityBreakReason(ctx), static_cast<const char *>(ctx->url)})
         EXPECT_EQ(text, nullptr) << text;
     EXPECT_EQ(tavHttpContextGetAffinityPolicy(ctx), nullptr);
     EXPECT_EQ(tavHttpContextGetSSLMapMode(ctx), NullMapMode);
@@ -42,6 +45,7 @@ void expectFresh(TavHttpContext *ctx) {
                  ctx->outstandingRequestCountIsIncremented);
     EXPECT_TRUE(ctx->serviceTime == TAV_NO_VALUE && ctx->serviceTimeStart == TAV_NO_VALUE);
     EXPECT_TRUE(ctx->failureCount == 0 && ctx->responseTimeouts == 0);
+    EXPECT_EQ(tavHttpContextGetConfigVersion(ctx), -1);
 }
 
 TEST_F(HttpContextLife, AReusedContextIsAsGoodAsNew) {

@@ -1,4 +1,6 @@
 // Mapping, selection, progress reports and the rollout wait, against a real mapper and selector.
+#include <jansson.h>
+
 #include <atomic>
 #include <thread>
 
@@ -23,10 +25,12 @@ TEST_F(HttpContextState, MapsOnceAndTurnsTheResultIntoAnAction) {
         TavAction action;
         int errorCode;
         const char *edition;
+        int ruleOrder = 0;
+        const char *rule = nullptr;
     } cases[] = {
-        {"/shop/a", {}, 1, PERMIT, 0, ""},
-        {"/shop/a", "go=away", 1, REDIRECT, 0, nullptr},
-        {"/shop/a", "go=no", 1, REJECT, 403, nullptr},
+        {"/shop/a", {}, 1, PERMIT, 0, "", TAVRULE_DEFAULT_ORDER, "true"},
+        {"/shop/a", "go=away", 1, REDIRECT, 0, nullptr, 1, "queryparm(go) = 'away'"},
+        {"/shop/a", "go=no", 1, REJECT, 403, nullptr, 2, "queryparm(go) = 'no'"},
         {"/elsewhere", {}, 0, REJECT, 404, nullptr},
         {{}, {}, -1, REJECT, 500, nullptr},
     };
@@ -42,6 +46,8 @@ TEST_F(HttpContextState, MapsOnceAndTurnsTheResultIntoAnAction) {
         EXPECT_EQ(tavHttpContextGetErrorCode(ctx), c.errorCode);
         EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx) != nullptr, c.edition != nullptr);
         EXPECT_EQ(traced("performRequestMapping: exit " + std::to_string(c.handled) + "\n"), 1);
+        EXPECT_EQ(tavHttpContextGetRuleOrder(ctx), c.ruleOrder);
+        EXPECT_STREQ(tavHttpContextGetRuleExpression(ctx), c.rule);
         tavHttpContextRelease(ctx);
     }
 }
@@ -98,6 +104,94 @@ TEST_F(HttpContextState, TriesOtherServersAfterFailures) {
     EXPECT_STREQ(tavHttpContextGetApplicationName(ctx), "shop");
     EXPECT_STREQ(tavHttpContextGetContextRoot(ctx), "/shop");
     EXPECT_STREQ(tavHttpContextGetMatchedVHostName(ctx), "/cell/c/vHostGroup/default");
+    tavHttpContextRelease(ctx);
+}
+
+// It goes where the next request goes, and leaves no trace of itself.
+TEST_F(HttpContextState, ATrialIsDecidedAndCountedNowhere) {
+    for (const char *name : {"S1", "S2", "S3"}) addServer(name);
+    addRule("7", "HTTPMethod = 'GET'", "permitsticky:shop");
+    traceOn(":NOTICE");
+    tav->processType = ServerProcess;
+    tav->maxRequestsPerDaemon = 9;
+    const auto tried = [this](const char *spec) {
+        TavHttpContext *ctx = tavHttpContextObtainTrial(tav, &host, spec);
+        const std::string server = tavHttpContextGetTargetEndpoint(ctx) ? tavHttpContextGetTargetEndpointServerName(ctx) : "none";
+        for (int state = OBTAINED; state <= RESPONSE_SEND_ERROR; state++) report(ctx, static_cast<TavHttpContextState>(state));
+        EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr) << "a report gave the endpoint up";
+        for (const Back &b : backs) EXPECT_EQ(b.server->outstandingRequestCount + (b.server->nextRetryTime != 0), 0);
+        tavHttpContextRelease(ctx);
+        return server;
+    };
+    for (int i = 1; i <= 4; i++) {
+        const std::string server = tried("http.request.select:DEBUG");
+        EXPECT_EQ(tried(nullptr), server);
+        TavHttpContext *ctx = route();
+        EXPECT_EQ(tavHttpContextGetTargetEndpointServerName(ctx), server);
+        tavHttpContextRelease(ctx);
+        EXPECT_EQ(traced("wlor: start at"), i) << "only a trial with a specification of its own is traced";
+    }
+    EXPECT_EQ(tav->requestsPerDaemon, 4);
+    tav->processType = StandaloneProcess;
+    EXPECT_EQ(tavHttpContextObtainTrial(tav, &host, "no.such.record"), nullptr);
+
+    const struct {
+        Text host, path;
+        const char *module, *rules;
+    } mappings[] = {
+        {"localhost", "/shop;x=1", "\"/cell/c/application/shop/webModule/shop.war\"",
+         "[{\"order\":7,\"expression\":\"HTTPMethod = 'GET'\",\"action\":"
+         "\"permit the base edition, sticky\",\"parses\":true,\"steps\":1}]"},
+        {"localhost", "/elsewhere", "null", "[]"},
+        {{}, "/shop", "null", "[]"},
+    };
+    for (const auto &m : mappings) {
+        host.host = m.host, host.path = m.path;
+        TavHttpContext *ctx = obtain();
+        tavHttpContextGetTargetEndpoint(ctx);
+        const std::unique_ptr<json_t, void (*)(json_t *)> json(tavHttpContextMappingToJSON(ctx), json_decref);
+        using JsonText = std::unique_ptr<char, void (*)(void *)>;
+        const JsonText module(json_dumps(json_object_get(json.get(), "module"), JSON_ENCODE_ANY), free);
+        const JsonText rules(json_dumps(json_object_get(json.get(), "rules"), JSON_COMPACT), free);
+        EXPECT_STREQ(module.get(), m.module);
+        EXPECT_STREQ(rules.get(), m.rules);
+        EXPECT_EQ(json_object_size(json_object_get(json.get(), "servers")), m.rules[1] == ']' ? 0u : 3u);
+        tavHttpContextRelease(ctx);
+    }
+}
+
+// What was decided stays told while the configuration goes on.
+TEST_F(HttpContextState, TellsWhyUntilTheEnd) {
+    addServer("S1", "c1");
+    addServer("S2");
+    addRule("7", "true", "permit:shop");
+    tavRoutingInfoSetVersion(ri, 3);
+    host.cookies["ZVJSESSIONID"] = "id:c1";
+    TavHttpContext *ctx = route();
+    EXPECT_EQ(tavHttpContextGetAffinityBreakReason(ctx), nullptr);
+    const struct {
+        TavHttpContextState failure;
+        const char *between, *after; // NULL: kept
+        const char *server;
+    } cases[] = {
+        {RESPONSE_READ_ERROR, TS_FAILED_BEFORE, nullptr, "S1"},
+        {CONNECT_FAILURE, "connect failure", "Server application for cloneId 'c1' is not selectable because connect failure", "S2"},
+        {RESPONSE_READ_ERROR, cases[1].after, nullptr, "S1"}, // which can be reached again
+    };
+    for (const auto &c : cases) {
+        report(ctx, c.failure);
+        EXPECT_STREQ(tavHttpContextGetAffinityBreakReason(ctx), c.between);
+        if (&c == &cases[2]) tsServerConnectSuccess(first().server);
+        EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
+        EXPECT_STREQ(tavHttpContextGetAffinityBreakReason(ctx), c.after);
+        EXPECT_STREQ(tavPathToName(tavHttpContextGetTargetEndpointServerName(ctx)), c.server);
+    }
+    const char *expression = tavHttpContextGetRuleExpression(ctx);
+    rmWebRouteWorkClassDelete(workClass);
+    tavRoutingInfoSetVersion(ri, 4);
+    EXPECT_STREQ(expression, "true");
+    EXPECT_EQ(tavHttpContextGetRuleOrder(ctx), 7);
+    EXPECT_EQ(tavHttpContextGetConfigVersion(ctx), 3);
     tavHttpContextRelease(ctx);
 }
 
@@ -244,6 +338,13 @@ TEST_F(HttpContextState, WaitsForARollout) {
         tavHttpContextRelease(ctx);
         EXPECT_EQ(server->outstandingRequestCount, 0);
     }
+    TavHttpContext *trial = tavHttpContextObtainTrial(tav, &host, "http.request.select.editionRollout:INFO");
+    rollout = {0, 0, this};
+    tsServerSetPropStr(server, "state", "RESTARTING");
+    EXPECT_EQ(tavHttpContextGetTargetEndpoint(trial), nullptr);
+    EXPECT_EQ(rollout.sleeps, 0);
+    EXPECT_TRUE(traced("would wait for rollout of application 'shop' for max of "));
+    tavHttpContextRelease(trial);
     tavHttpContextSetRolloutSleep(nullptr);
 }
 

@@ -1,7 +1,7 @@
 // Memory fails at every point of the library's work: each allocation in turn, alone and with the ones that follow it. What fails says so,
 // nothing is lost, and requests go on as if the failed step had not been tried.
 #include <gtest/gtest.h>
-
+#include <jansson.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -95,7 +95,12 @@ protected:
     void SetUp() override { ASSERT_TRUE(reset()); }
 
     void failGiving(const std::string &document, bool stepInPlace = false) {
-        failEverywhere([&] { return instance.give(document) >= 0; }, stepInPlace);
+        const auto step = [&] {
+            const long long before = tavGetConfigVersion(instance.tav), version = instance.give(document);
+            EXPECT_EQ(tavGetConfigVersion(instance.tav), version < 0 ? before : version);
+            return version >= 0;
+        };
+        failEverywhere(step, stepInPlace);
     }
 
     // The fewest blocks in use that are seen while the instance's own thread has nothing to do (it frees its last item a moment later), or
@@ -237,8 +242,10 @@ TEST_F(FailingMemory, PairAddedInPlace) {
 TEST_F(FailingMemory, Dump) {
     failEverywhere([this] {
         char *text = tavToJSONString(instance.tav);
-        const bool done = text != nullptr;
+        json_t *status = tavStatusToJSON(instance.tav);
+        const bool done = text && status;
         tavMemFree(instance.tav, text);
+        json_decref(status);
         return done;
     });
 }
@@ -286,6 +293,21 @@ TEST_F(FailingMemory, Request) {
         EXPECT_TRUE(chosen || tavHttpContextGetErrorCode(ctx) >= 400 || again);
         tavHttpContextRelease(ctx);
         return mapped && named && chosen && again;
+    });
+}
+
+TEST_F(FailingMemory, Trial) {
+    EnvHttpContext request = shop::request("/shop/cart.jsp");
+    failEverywhere([&] {
+        TavHttpContext *ctx = tavHttpContextObtainTrial(instance.tav, &request, ":NOTICE,http.request.rules:DEBUG");
+        const bool chosen = tavHttpContextGetTargetEndpoint(ctx) != nullptr;
+        json_t *mapping = tavHttpContextMappingToJSON(ctx);
+        const bool told =
+            json_array_size(json_object_get(mapping, "rules")) > 0 && json_object_size(json_object_get(mapping, "servers")) > 0;
+        EXPECT_TRUE(told || !mapping) << "half of a mapping is told";
+        json_decref(mapping);
+        tavHttpContextRelease(ctx);
+        return chosen && told;
     });
 }
 

@@ -93,22 +93,22 @@ TEST_F(SelectorTest, SessionIdsAreResolvedPieceByPiece) {
     tsServerSetWeight(two.server, 0);
     const struct {
         const char *cookie, *path, *expected; // "-": balanced, and nothing is left for that
-        bool broken;
+        const char *broken = nullptr;         // why
     } rows[] = {
-        {nullptr, "/", "-", false},
-        {"s:c1", "/", "one", false},
-        {"s:c1:c2", "/", "one", false},
-        {"s:gone:c2", "/", "two", false},
-        {"s::c2", "/", "two", false}, // an empty piece is a clone id of no one
-        {"c1", "/", "-", true},       // the session proper is no clone id
-        {"", "/", "-", true},
-        {"s:c3", "/", "-", true},
-        {"s:C1", "/", "-", true},
-        {"s:gone", "/a;jsessionid=s:c2", "two", false}, // the path comes after the cookies
-        {nullptr, "/a;JSESSIONID=s:c2", "two", false},
-        {nullptr, "/a;jsessionid=s:c2?x=1", "-", true}, // to the end of the path
-        {nullptr, "/a;jsessionid=", "-", false},
-        {nullptr, nullptr, "-", false},
+        {nullptr, "/", "-"},
+        {"s:c1", "/", "one"},
+        {"s:c1:c2", "/", "one"},
+        {"s:gone:c2", "/", "two"},
+        {"s::c2", "/", "two"},                                                    // an empty piece is a clone id of no one
+        {"c1", "/", "-", "getCloneIds: no cloneIds found in the session cookie"}, // the session proper is no clone id
+        {"", "/", "-", "getCloneIds: no cloneIds found in the session cookie"},
+        {"s:c3", "/", "-", "Server application for cloneId 'c3' is not selectable because in QUIESCE state"},
+        {"s:C1:c4", "/", "-", "Server was not found for cloneId 'C1'\nServer was not found for cloneId 'c4'"},
+        {"s:gone", "/a;jsessionid=s:c2", "two"}, // the path comes after the cookies
+        {nullptr, "/a;JSESSIONID=s:c2", "two"},
+        {nullptr, "/a;jsessionid=s:c2?x=1", "-", "Server was not found for cloneId 'c2?x=1'"}, // to the end of the path
+        {nullptr, "/a;jsessionid=", "-"},
+        {nullptr, nullptr, "-"},
     };
     for (const bool isTraced : {false, true}) {
         traceOn(isTraced ? ":DEBUG" : ":NOTICE");
@@ -118,11 +118,17 @@ TEST_F(SelectorTest, SessionIdsAreResolvedPieceByPiece) {
             hosts.back().path = textOf(row.path);
             tavListAddTail(ctx->failedServerApps, one.sapp); // affinity does not look at failures
             EXPECT_EQ(selectName(*ctx), row.expected);
-            EXPECT_EQ(brokeAffinity(ctx), row.broken);
+            EXPECT_EQ(brokeAffinity(ctx), row.broken != nullptr);
+            EXPECT_STREQ(tavHttpContextGetAffinityBreakReason(ctx.get()), row.broken);
             EXPECT_FALSE(ctx->performedLoadBalancing);
         }
         auto ctx = request(("s:" + std::string(500, 'x') + ":c2").c_str());
         EXPECT_EQ(selectName(*ctx), "two");
+        std::string gone = "s"; // a client decides how much there is to tell, not how much is kept
+        for (int i = 0; i < 1000; i++) gone += ":" + std::to_string(i);
+        ctx = request(gone.c_str());
+        EXPECT_EQ(selectName(*ctx), "-");
+        EXPECT_EQ(std::string(tavOrNull(tavHttpContextGetAffinityBreakReason(ctx.get()))).size(), TS_BREAK_REASON_SIZE - 1);
     }
 }
 
@@ -181,6 +187,8 @@ TEST_F(SelectorTest, AFullServerBreaksAffinityAndIsNotBalancedTo) {
         open.push_back(request("s:c1"));
         EXPECT_EQ(selectName(*open.back()), expected);
         EXPECT_EQ(brokeAffinity(open.back()), *expected == 'b');
+        const std::string reason = tavOrNull(tavHttpContextGetAffinityBreakReason(open.back().get()));
+        EXPECT_EQ(reason.starts_with("number of outstanding requests '"), *expected == 'b');
         EXPECT_EQ(open.back()->performedLoadBalancing, *expected == 'b');
     }
     EXPECT_TRUE(traced("number of outstanding requests '2' exceeded maximum connections '2' for the server /cell/c/node/n/server/a"));

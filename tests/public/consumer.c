@@ -126,6 +126,7 @@ int main(int argc, char **argv) {
     CHECK(tavStart(tav, -1) == 0);
     CHECK(tavHandleJsonFromRestService(document, connector) == 1);
     CHECK(tavHandleJsonFromRestService("not JSON", connector) == -1);
+    CHECK(tavGetConfigVersion(tav) == 1);
     free(document);
     routeOne(tav);
     refuseOne(tav);

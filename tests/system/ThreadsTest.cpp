@@ -1,6 +1,7 @@
 // Requests on several threads while the configuration changes under them in every way: what a request sees belongs together, everything is
 // given back, and (under the sanitizers) no two threads meet where they must not.
 #include <gtest/gtest.h>
+#include <jansson.h>
 #include <unistd.h>
 
 #include <array>
@@ -178,6 +179,7 @@ void administer(const SystemInstance &instance, const std::atomic<bool> &ended) 
         char *dump = tavToJSONString(tav);
         EXPECT_NE(dump, nullptr);
         tavMemFree(tav, dump);
+        json_decref(tavStatusToJSON(tav));
         TavProperties *props = tavGetProperties(tav);
         tavPropertySet(props, "TrustedProxyList", i % 2 ? "127.0.0.1" : "10.0.0.1:10.0.0.2", TRUE);
         tavPropertySet(props, "enableEndpointSelectionBasedOnMatchedVHost", i % 2 ? "true" : "false", TRUE);

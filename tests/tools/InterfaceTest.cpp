@@ -24,7 +24,7 @@ TEST(Interface, manPageAndCompletionsKnowEveryOption) {
     man = std::regex_replace(man, std::regex(R"(\\-)"), "-");
     const std::string bash = readText(TAV_SOURCE_DIR "/tools/tavctl/completion/tavctl.bash");
     const std::string zsh = readText(TAV_SOURCE_DIR "/tools/tavctl/completion/_tavctl");
-    for (const char *command : {"route", "check", "test", "rule", "dump", "interests", "controller", "watch"}) {
+    for (const char *command : {"route", "explain", "check", "test", "rule", "dump", "interests", "controller", "watch"}) {
         const ToolRun run = runTool({command, "--help"});
         EXPECT_EQ(run.status, 0);
         EXPECT_THAT(run.out, HasSubstr("Example")) << command;
@@ -61,6 +61,11 @@ TEST(Interface, whatCannotBeUsedIsToldAndEndsWithTwo) {
         {route + Arguments{"-b", "session", "/"}, "cookie 'session'"},
         {route + Arguments{"-p", "Nothing=1", "/"}, "property 'Nothing=1'"},
         {route + Arguments{"--repeat", "0", "/"}, "--repeat"},
+        {{"explain", "/"}, "--status is required"},
+        {{"explain", "--status", "http://127.0.0.1:1/s?x", "/"}, "without a query"},
+        {{"explain", "--status", "http://127.0.0.1:1/s", "shop.example"}, "'shop.example': write http://HOST"},
+        {{"explain", "--status", "ftp://127.0.0.1:1/s", "/"}, "ftp://127.0.0.1:1/s: "},
+        {{"explain", "--status", "http://127.0.0.1:1/s", "/"}, "http://127.0.0.1:1/s: "},
         {{"rule"}, "give either an expression or --file"},
         {{"rule", "true", "--file", rules.path()}, "give either an expression or --file"},
         {{"rule", "true", "--request", "{"}, "--request:1: "},

@@ -24,6 +24,8 @@ TEST(RuleCommand, parsesAndEvaluates) {
          R"({"parses":false,"value":null,"message":"Literal has no terminating character.","position":10,"indicator":"         ^"})"},
         {{"uri LIKE"},
          R"({"parses":false,"value":null,"message":"tavRule: Internal Error - no expression created.","position":0,"indicator":"^"})"},
+        {{""},
+         R"({"parses":false,"value":null,"message":"tavRule: Internal Error - no expression created.","position":0,"indicator":"^"})"},
     };
     for (const auto &[args, json] : cases) {
         const ToolRun run = runTool(Arguments{"rule", "--json"} + args);
@@ -47,8 +49,10 @@ TEST(RuleCommand, readsFilesOfRules) {
     const ToolRun run = runTool({"rule", "--json", "--file", rules.path()});
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.out, HasSubstr(std::string(IS_TRUE) + "\n{\"parses\":false,"));
-    const ToolRun input = runTool({"rule", "--json", "--file", "-"}, "{\"rule\": \"false\"}\n");
-    EXPECT_EQ(input.out, std::string(IS_FALSE) + "\n");
+    std::string deep;
+    for (int i = 0; i < 100000; ++i) deep += "true AND ";
+    const ToolRun input = runTool({"rule", "--json", "--file", "-"}, "{\"rule\": \"false\"}\n{\"rule\": \"" + deep + "true\"}\n");
+    EXPECT_EQ(input.out, std::string(IS_FALSE) + "\n" + IS_TRUE + "\n");
 }
 
 } // namespace

@@ -13,6 +13,7 @@ namespace tavctl {
 using Run = std::function<int()>;
 
 void addRouteCommand(CLI::App &app, Run &run);
+void addExplainCommand(CLI::App &app, Run &run);
 void addCheckCommand(CLI::App &app, Run &run);
 void addTestCommand(CLI::App &app, Run &run);
 void addRuleCommand(CLI::App &app, Run &run);

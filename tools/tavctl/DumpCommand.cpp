@@ -1,19 +1,20 @@
 // tavctl dump and tavctl interests.
 #include "Commands.h"
 #include "support/Fault.h"
+#include "support/Json.h"
 #include "support/Output.h"
 
 namespace tavctl {
 
 namespace {
 
-int dump(const ConfigurationOptions &options) {
+int dump(const ConfigurationOptions &options, bool status) {
     Engine engine;
     options.applyTo(engine);
-    char *text = tavToJSONString(engine.tav());
+    const Json state(status ? tavStatusToJSON(engine.tav()) : tavToJSON(engine.tav()));
+    const std::unique_ptr<char, decltype(&free)> text(json_dumps(state.get(), JSON_INDENT(3)), free);
     if (!text) throw Fault("the state could not be dumped");
-    out("{}\n", text);
-    tavMemFree(engine.tav(), text);
+    out("{}\n", text.get());
     return EXIT_GOOD;
 }
 
@@ -33,9 +34,11 @@ int interests(bool admin) {
 void addDumpCommand(CLI::App &app, Run &run) {
     CLI::App *command = app.add_subcommand("dump", "Print the state that a configuration leads to, as JSON");
     auto options = std::make_shared<ConfigurationOptions>();
+    auto status = std::make_shared<bool>(false);
     addConfigurationOptions(*command, *options);
+    command->add_flag("--status", *status, "What a status page shows: servers with the reason why one gets no requests, editions, rules");
     command->footer("Example:\n  tavctl dump --config shop.json --delta maintenance.json");
-    command->callback([options, &run] { run = [options] { return dump(*options); }; });
+    command->callback([options, status, &run] { run = [options, status] { return dump(*options, *status); }; });
 }
 
 void addInterestsCommand(CLI::App &app, Run &run) {

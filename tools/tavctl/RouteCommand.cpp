@@ -32,10 +32,10 @@ struct RouteOptions {
 void routeOnce(Engine &engine, const RouteOptions &options, const RuleNames &names, int number, const std::string &url) {
     RoutedRequest request(engine.tav(), options.request.request(url));
     request.decide();
-    if (!options.json) return printDecision(request, names, options.explain);
-    const Json json = request.toJson(std::to_string(number));
-    if (options.explain) json_object_set_new(json.get(), "explain", explainJson(request, names));
-    out("{}\n", jsonLine(json.get()));
+    const Decision decision = request.decision(std::to_string(number));
+    if (!options.json) return printDecision(requestTitle(request.request()), decision, names, options.explain);
+    if (options.explain) json_object_set_new(decision.json.get(), "explain", explainJson(decision, names));
+    out("{}\n", jsonLine(decision.json.get()));
 }
 
 using Spread = std::vector<std::pair<std::string, int>>; // outcome and how often, in the order of the first time

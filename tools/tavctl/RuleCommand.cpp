@@ -1,4 +1,6 @@
 // tavctl rule: parses a rule, shows its tree or where it fails, and evaluates it for a request.
+#include <optional>
+
 #include "Commands.h"
 #include "decision/Decision.h"
 #include "decision/Request.h"
@@ -12,7 +14,7 @@ namespace tavctl {
 namespace {
 
 struct RuleOptions {
-    std::string expression;
+    std::optional<std::string> expression; // may be given empty
     std::string url = "/";
     std::string requestJson;
     std::string file;
@@ -51,7 +53,7 @@ void printOutcome(const std::string &expression, const RuleOutcome &outcome, con
 
 bool readOne(Engine &engine, const RuleReader &reader, const std::string &expression, EnvHttpContext request, bool json) {
     const RoutedRequest routed(engine.tav(), std::move(request));
-    const RuleOutcome outcome = reader.read(expression, routed.context());
+    const RuleOutcome outcome = reader.read(expression, routed.context(), !json);
     if (json)
         out("{}\n", jsonLine(outcomeJson(outcome).get()));
     else
@@ -90,10 +92,10 @@ bool readFileOfRules(Engine &engine, const RuleReader &reader, const RuleOptions
 }
 
 int run(const RuleOptions &options) {
-    if (options.expression.empty() == options.file.empty()) throw Fault("rule: give either an expression or --file");
+    if (options.expression.has_value() != options.file.empty()) throw Fault("rule: give either an expression or --file");
     Engine engine;
     const RuleReader reader(engine.tav());
-    const bool parses = options.file.empty() ? readOne(engine, reader, options.expression, commandRequest(options), options.json)
+    const bool parses = options.file.empty() ? readOne(engine, reader, *options.expression, commandRequest(options), options.json)
                                              : readFileOfRules(engine, reader, options);
     return parses ? EXIT_GOOD : EXIT_FINDINGS;
 }

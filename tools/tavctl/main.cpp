@@ -1,7 +1,7 @@
 // tavctl: what the library does, from the command line.
 //
-// The library runs with a host of this program's own (ScenarioHost) and documents from files (Engine); only `watch` and `controller` use a
-// network.
+// The library runs with a host of this program's own (ScenarioHost) and documents from files (Engine); only `explain`, `watch` and
+// `controller` use a network.
 #include <tav/tav.h>
 
 #include "Commands.h"
@@ -13,6 +13,7 @@ namespace {
 constexpr const char *FOOTER = R"(Examples:
   tavctl route --config shop.json http://shop.example/shop/cart
   tavctl route --config shop.json --explain -b 'JSESSIONID=abc:c1' http://shop.example/shop/
+  tavctl explain --status http://localhost/tav-status http://shop.example/shop/cart
   tavctl check shop.json maintenance.json
   tavctl test --coverage shop.jsonl
   tavctl rule "uri LIKE '/shop%'" /shop/cart
@@ -50,6 +51,7 @@ int main(int argc, char **argv) {
     app.get_formatter()->column_width(34);
     tavctl::Run run;
     tavctl::addRouteCommand(app, run);
+    tavctl::addExplainCommand(app, run);
     tavctl::addCheckCommand(app, run);
     tavctl::addTestCommand(app, run);
     tavctl::addRuleCommand(app, run);

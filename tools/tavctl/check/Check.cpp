@@ -88,7 +88,7 @@ void Check::addExpression(const ObjectEntry &entry) {
     if (!expression && entry.operation == "add" && entry.props)
         add({.file = current(), .pointer = entry.pointer, .kind = "rule", .text = "the rule has no expression: it never matches"});
     if (!expression) return;
-    const RuleOutcome outcome = reader_.read(expression, nullptr);
+    const RuleOutcome outcome = reader_.read(expression, nullptr, false);
     if (outcome.parses) return;
     const std::string pointer = entry.pointer + "/props/expression";
     add({.file = current(),

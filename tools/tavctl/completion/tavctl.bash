@@ -8,7 +8,7 @@ _tavctl() {
         cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} words=("${COMP_WORDS[@]}") cword=$COMP_CWORD
     fi
 
-    local commands='route check test rule dump interests watch controller'
+    local commands='route explain check test rule dump interests watch controller'
     local command='' i
     for ((i = 1; i < cword; i++)); do
         case " $commands " in *" ${words[i]} "*) command=${words[i]} && break ;; esac
@@ -35,7 +35,7 @@ _tavctl() {
         return
         ;;
     -H | --header | -b | --cookie | --client | --request | --repeat | --in-flight | --fail-under | --listen | --wait | --controller | \
-        --group | --group-property | --proxy | --every | --for | --trace)
+        --status | --timeout | --group | --group-property | --proxy | --every | --for | --trace)
         return
         ;;
     --dir)
@@ -49,10 +49,11 @@ _tavctl() {
     local options='--help'
     case $command in
     route) options+=" $configuration $request --explain --json --repeat --in-flight" ;;
+    explain) options+=" $request --status --json --timeout --ca --cert --key --insecure" ;;
     check) options+=' --json' ;;
     test) options+=' --json --coverage --fail-under' ;;
     rule) options+=" $request --request --file --json" ;;
-    dump) options+=" $configuration" ;;
+    dump) options+=" --status $configuration" ;;
     interests) options+=' --admin' ;;
     watch)
         options+=" $request -p --property --controller --group --group-property --wait --daemon --worker --request --every --all --for

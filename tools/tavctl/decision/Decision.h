@@ -1,4 +1,4 @@
-// One request on its way through the library, and the decision object that tells where it is (docs/scenario-format.md).
+// What was decided for a request, and one request on its way through the library here.
 #ifndef TAVCTL_DECISION_H
 #define TAVCTL_DECISION_H
 
@@ -7,11 +7,20 @@
 #include <memory>
 #include <string>
 
+#include "decision/Mapping.h"
 #include "engine/Engine.h"
 #include "engine/ScenarioHost.h"
 #include "engine/TraceLog.h"
 
 namespace tavctl {
+
+// What is printed of a request, whether it was decided here or in a server.
+struct Decision {
+    Json json;    // the decision object (docs/scenario-format.md)
+    Json reasons; // what addReasons() told
+    MappingView mapping;
+    TraceLines trace;
+};
 
 // Holds a request context; releases it when destroyed, which must be before the engine goes.
 class RoutedRequest {
@@ -27,7 +36,6 @@ public:
     void respond();
 
     int handled() const { return handled_; }
-    bool affinityBroken() const; // the library marked the request so
     TavHttpContext *context() const { return context_.get(); }
     TavTargetEndpoint *endpoint() const { return endpoint_; } // valid until a failure is reported
     EnvHttpContext &request() { return *request_; }
@@ -35,6 +43,7 @@ public:
     const TraceLines &trace() const { return trace_; } // of the last decision
 
     Json toJson(const std::string &id) const;
+    Decision decision(const std::string &id) const;
 
 private:
     struct Releaser {
@@ -46,8 +55,6 @@ private:
     int handled_ = 0;
     TraceLines trace_;
 };
-
-const char *actionName(TavAction action); // "PERMIT", ...
 
 } // namespace tavctl
 

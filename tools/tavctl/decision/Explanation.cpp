@@ -2,7 +2,6 @@
 
 #include <numeric>
 
-#include "engine/Inside.h"
 #include "support/Json.h"
 
 namespace tavctl {
@@ -10,9 +9,11 @@ namespace tavctl {
 namespace {
 
 // The place of the matched rule in the list; the list's size when none matched.
-size_t matchedIndex(const std::vector<RuleView> &rules, const TraceStory &story) {
-    for (size_t i = 0; story.rule && i < rules.size(); i++) {
-        if (rules[i].order == story.rule->order && rules[i].expression == story.rule->expression) return i;
+size_t matchedIndex(const std::vector<RuleView> &rules, const json_t *rule) {
+    const json_int_t order = json_integer_value(json_object_get(rule, "order"));
+    const std::string expression = memberText(rule, "expression");
+    for (size_t i = 0; json_is_object(rule) && i < rules.size(); i++) {
+        if (rules[i].order == order && rules[i].expression == expression) return i;
     }
     return rules.size();
 }
@@ -31,22 +32,20 @@ void addSteps(Explanation &result) {
     }
 }
 
-void addAffinity(Explanation &result, const RoutedRequest &request) {
-    if (request.affinityBroken()) {
+void addAffinity(Explanation &result, const json_t *reasons) {
+    if (const std::string reason = memberText(reasons, "affinityBreakReason"); !reason.empty()) {
         result.affinity = Affinity::Broken;
-        result.affinityText = result.story.affinityBroken.value_or("no reason given");
+        result.affinityText = reason;
     } else if (result.story.affinityKept) {
         result.affinity = Affinity::Kept;
         result.affinityText = *result.story.affinityKept;
     }
 }
 
-void nameServers(TraceStory &story, TavHttpContext *ctx) {
-    if (story.passedOver.empty()) return;
-    const std::map<const void *, std::string> names = serverNames(ctx);
-    for (PassedOver &passed : story.passedOver) {
-        const auto name = names.find(passed.serverApplication);
-        if (name != names.end()) passed.name = name->second;
+void nameServers(Explanation &result) {
+    for (PassedOver &passed : result.story.passedOver) {
+        const auto server = result.mapping.servers.find(passed.address);
+        if (server != result.mapping.servers.end()) passed.name = server->second;
     }
 }
 
@@ -80,23 +79,23 @@ std::string affinityWords(const Explanation &result) {
 
 } // namespace
 
-Explanation explain(const RoutedRequest &request, const RuleNames &names) {
+Explanation explain(const Decision &decision, const RuleNames &names) {
     Explanation result;
-    result.mapping = mappingOf(request.context(), true);
-    result.story = traceStory(request.trace());
-    const size_t matched = matchedIndex(result.mapping.rules, result.story);
+    result.mapping = decision.mapping;
+    result.story = traceStory(decision.trace);
+    const size_t matched = matchedIndex(result.mapping.rules, json_object_get(decision.reasons.get(), "rule"));
     for (size_t i = 0; i < result.mapping.rules.size() && i <= matched; i++) {
         const RuleView &rule = result.mapping.rules[i];
         result.tried.push_back({rule, names.find(result.mapping.workClass, rule.order, rule.expression), i == matched, {}});
     }
     addSteps(result);
-    addAffinity(result, request);
-    nameServers(result.story, request.context());
+    addAffinity(result, decision.reasons.get());
+    nameServers(result);
     return result;
 }
 
-json_t *explainJson(const RoutedRequest &request, const RuleNames &names) {
-    const Explanation result = explain(request, names);
+json_t *explainJson(const Decision &decision, const RuleNames &names) {
+    const Explanation result = explain(decision, names);
     json_t *rules = json_array();
     for (const TriedRule &tried : result.tried) json_array_append_new(rules, ruleJson(tried));
     json_t *passedOver = json_array();

@@ -25,9 +25,9 @@ struct Explanation {
     std::string affinityText; // the server, or why it was broken
 };
 
-Explanation explain(const RoutedRequest &request, const RuleNames &names);
+Explanation explain(const Decision &decision, const RuleNames &names);
 // {"rules": [...], "affinity": text, "passedOver": [...]}. Returns new.
-json_t *explainJson(const RoutedRequest &request, const RuleNames &names);
+json_t *explainJson(const Decision &decision, const RuleNames &names);
 
 } // namespace tavctl
 

@@ -3,30 +3,40 @@
 #include <fmt/format.h>
 
 #include "decision/Explanation.h"
-#include "decision/Request.h"
+#include "support/Json.h"
 #include "support/Output.h"
 
 namespace tavctl {
 
 namespace {
 
-std::string orDash(const char *text) { return text && *text ? text : "-"; }
-
-std::string endpointText(TavTargetEndpoint *endpoint) {
-    return fmt::format("{}://{}:{}", orDash(tavTargetEndpointGetProtocol(endpoint)), orDash(tavTargetEndpointGetHostName(endpoint)),
-                       tavTargetEndpointGetPort(endpoint));
+std::string textOrDash(const json_t *object, const char *member) {
+    const std::string text = memberText(object, member);
+    return text.empty() ? "-" : text;
 }
 
-std::string actionText(TavHttpContext *ctx) {
-    const TavAction action = tavHttpContextGetAction(ctx);
-    const char *message = tavHttpContextGetErrorMessage(ctx);
-    if (action == REDIRECT) return fmt::format("REDIRECT to {}", orDash(tavHttpContextGetRedirectURL(ctx)));
-    if (action != REJECT) return actionName(action);
-    const std::string status = fmt::format("REJECT with {}", tavHttpContextGetErrorCode(ctx));
-    return message ? fmt::format("{}: {}", status, message) : status;
+std::string endpointText(const json_t *endpoint) {
+    return fmt::format("{}://{}:{}", textOrDash(endpoint, "protocol"), textOrDash(endpoint, "host"),
+                       json_integer_value(json_object_get(endpoint, "port")));
 }
 
-Colour colourOf(TavAction action) { return action == PERMIT ? Colour::Green : action == REJECT ? Colour::Red : Colour::Yellow; }
+std::string actionText(const json_t *decision) {
+    const std::string action = memberText(decision, "action"), message = memberText(decision, "errorMsg");
+    if (action == "REDIRECT") return fmt::format("REDIRECT to {}", textOrDash(decision, "redirectURL"));
+    if (action != "REJECT") return action;
+    const std::string status = fmt::format("REJECT with {}", json_integer_value(json_object_get(decision, "errorCode")));
+    return message.empty() ? status : fmt::format("{}: {}", status, message);
+}
+
+Colour colourOf(const std::string &action) {
+    return action == "PERMIT" ? Colour::Green : action == "REJECT" ? Colour::Red : Colour::Yellow;
+}
+
+// Null: there is none.
+const json_t *endpointOf(const json_t *decision) {
+    const json_t *endpoint = json_object_get(decision, "endpoint");
+    return json_is_object(endpoint) ? endpoint : nullptr;
+}
 
 // Fields that share one title: the first line carries it.
 class FieldList {
@@ -68,12 +78,13 @@ void printTriedRules(const Explanation &why) {
 
 // ---- selection ----
 
-void printAffinity(const RoutedRequest &request, const Explanation &why) {
+void printAffinity(const json_t *decision, const Explanation &why) {
     FieldList fields("affinity");
     if (why.affinity == Affinity::Kept) fields.add("kept to " + why.affinityText, Colour::Green);
     if (why.affinity == Affinity::Broken) fields.add("broken: " + why.affinityText, Colour::Yellow);
     if (why.affinity == Affinity::None) fields.add("the request names no session");
-    if (request.endpoint()) outField("chosen by", tavHttpContextGetPerformedLoadBalancing(request.context()) ? "load" : "affinity");
+    if (endpointOf(decision)) outField("chosen by", json_is_true(json_object_get(decision, "loadBalanced")) ? "load" : "affinity");
+    if (why.story.rollout) outField("rollout", *why.story.rollout, Colour::Yellow);
 }
 
 void printSelectionSteps(const TraceStory &story) {
@@ -85,51 +96,64 @@ void printSelectionSteps(const TraceStory &story) {
     for (const PassedOver &passed : story.passedOver) passedOver.add(fmt::format("{}: {}", passed.name, passed.reason), Colour::Yellow);
 }
 
-void printMapping(TavHttpContext *ctx) {
-    const char *edition = tavHttpContextGetApplicationEditionName(ctx);
-    outField("application", orDash(tavHttpContextGetApplicationName(ctx)));
-    if (edition) outField("edition", *edition ? edition : "base");
-    outField("web module", orDash(tavHttpContextGetModuleName(ctx)));
-    outField("context root", orDash(tavHttpContextGetContextRoot(ctx)));
+void printMapping(const json_t *decision) {
+    outField("application", textOrDash(decision, "application"));
+    const json_t *edition = json_object_get(decision, "edition");
+    if (json_is_string(edition)) outField("edition", json_string_length(edition) ? json_string_value(edition) : "base");
+    outField("web module", textOrDash(decision, "module"));
+    outField("context root", textOrDash(decision, "contextRoot"));
 }
 
-void printEndpoint(TavTargetEndpoint *endpoint) {
-    const char *clone = tavTargetEndpointGetCloneId(endpoint);
+void printEndpoint(const json_t *endpoint) {
+    const std::string clone = memberText(endpoint, "cloneId");
     outField("endpoint", endpointText(endpoint), Colour::Bold);
-    outField("server",
-             fmt::format("{}{}{}", orDash(tavTargetEndpointGetServerName(endpoint)), clone ? ", clone " : "", clone ? clone : ""));
-    outField("cluster", orDash(tavTargetEndpointGetClusterName(endpoint)));
+    outField("server", fmt::format("{}{}{}", textOrDash(endpoint, "server"), clone.empty() ? "" : ", clone ", clone));
+    outField("cluster", textOrDash(endpoint, "cluster"));
 }
 
-void printHeaders(const Changes &headers) {
+void printHeaders(json_t *headers) {
     FieldList fields("headers");
-    for (const auto &[name, value] : headers.list())
-        fields.add(value ? fmt::format("{}: {}", name, *value) : fmt::format("{} removed", name));
+    for (void *it = json_object_iter(headers); it; it = json_object_iter_next(headers, it)) {
+        const char *name = json_object_iter_key(it);
+        const bool set = json_is_string(json_object_iter_value(it));
+        fields.add(set ? fmt::format("{}: {}", name, memberText(headers, name)) : fmt::format("{} removed", name));
+    }
+}
+
+// What only a server has: whether it asks the library at all, and which document is in force.
+void printServer(const json_t *decision) {
+    if (json_is_false(json_object_get(decision, "enabled")))
+        outField("asked", fmt::format("no: the library is not enabled for the server {}", textOrDash(decision, "virtualServer")),
+                 Colour::Yellow);
+    if (const json_t *version = json_object_get(decision, "version")) outField("version", std::to_string(json_integer_value(version)));
 }
 
 } // namespace
 
 std::string outcomeOf(const RoutedRequest &request) {
-    if (request.handled() != 1) return "not handled: " + actionText(request.context());
-    TavTargetEndpoint *endpoint = request.endpoint();
-    if (!endpoint) return actionText(request.context());
-    return fmt::format("{} {}", orDash(tavTargetEndpointGetServerName(endpoint)), endpointText(endpoint));
+    const Json decision = request.toJson("");
+    if (request.handled() != 1) return "not handled: " + actionText(decision.get());
+    const json_t *endpoint = endpointOf(decision.get());
+    return endpoint ? fmt::format("{} {}", textOrDash(endpoint, "server"), endpointText(endpoint)) : actionText(decision.get());
 }
 
-void printDecision(const RoutedRequest &request, const RuleNames &names, bool explaining) {
-    TavHttpContext *ctx = request.context();
-    const Explanation why = explain(request, names);
-    out("{}\n", paint(Colour::Bold, requestTitle(request.request())));
-    outField("handled", request.handled() == 1 ? "yes" : request.handled() == 0 ? "no" : "error");
-    outField("action", actionText(ctx), colourOf(tavHttpContextGetAction(ctx)));
-    outField("host group", orDash(tavHttpContextGetMatchedVHostName(ctx)));
-    if (request.handled() == 1 && tavHttpContextGetModuleName(ctx)) printMapping(ctx);
+void printDecision(const std::string &title, const Decision &told, const RuleNames &names, bool explaining) {
+    const json_t *decision = told.json.get();
+    const Explanation why = explain(told, names);
+    const json_int_t handled = json_integer_value(json_object_get(decision, "handled"));
+    const bool mapped = json_is_string(json_object_get(decision, "module"));
+    out("{}\n", paint(Colour::Bold, title));
+    outField("handled", handled == 1 ? "yes" : handled == 0 ? "no" : "error");
+    outField("action", actionText(decision), colourOf(memberText(decision, "action")));
+    outField("host group", textOrDash(decision, "vhostGroup"));
+    if (handled == 1 && mapped) printMapping(decision);
     printRule(why);
     if (explaining) printTriedRules(why);
-    if (request.endpoint()) printEndpoint(request.endpoint());
-    if (tavHttpContextGetModuleName(ctx)) printAffinity(request, why);
+    if (const json_t *endpoint = endpointOf(decision)) printEndpoint(endpoint);
+    if (mapped) printAffinity(decision, why);
     if (explaining) printSelectionSteps(why.story);
-    printHeaders(request.request().headersSet);
+    printHeaders(json_object_get(decision, "headers"));
+    printServer(decision);
 }
 
 } // namespace tavctl

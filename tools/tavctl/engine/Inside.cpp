@@ -2,19 +2,14 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <cstring>
-
+#include "TraceRecording.h"
 #include "tav/tavControl.h"
 #include "tavDocument/tavDocument.h"
-#include "tavHttpContext/tavHttpContext.h"
-#include "tavLanguage/tavExpression.h"
 #include "tavRequestMapper/tavRequestMapper.h"
 #include "tavRule/tavRule.h"
 #include "tavSnapshot/tavRoutingInfo.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavURLMatcher/tavURLMatcher.h"
-#include "tavUtil/tavMemory.h"
 #include "tavUtil/tavTime.h"
 #include "tr/tr.h"
 
@@ -32,100 +27,25 @@ long long applyObserved(TavConnector *connector, const std::string &document, st
 
 json_t *storedDocument(TavConnector *connector) { return tavConnectorGetJSON(connector); }
 
-long long appliedVersion(TavConnectorGroup *group) {
+long long appliedVersion(Tav *tav) {
     const TavControlScope control("appliedVersion");
-    long long version = -1;
-    for (TavListEle *ele = tavListGetHead(group->connectorList); ele; ele = tavListGetNext(ele))
-        version = std::max<long long>(version, tavConnectorGetVersion(static_cast<TavConnector *>(tavListEleGetObject(ele))));
-    return version;
+    return tavGetConfigVersion(tav);
 }
 
 // ---- requests ----
 
 void traceInFull(TavHttpContext *ctx) {
     TrContext *trCtx = tavHttpContextGetTrContext(ctx);
-    if (TrSpec *spec = trSpecCreate(trContextGetMgr(trCtx), ":NOTICE,http.request.rules:DEBUG,http.request.select:DEBUG"))
-        trContextSetSpec(trCtx, spec);
-}
-
-namespace {
-
-std::string orEmpty(const char *text) { return text ? text : ""; }
-
-std::string describeAction(const Action *action) {
-    switch (actionGetType(action)) {
-        case PERMIT: {
-            const std::string edition = orEmpty(actionGetEdition(action));
-            const char *sticky = actionGetPermitSticky(action) ? ", sticky" : "";
-            return edition.empty() ? fmt::format("permit the base edition{}", sticky) : fmt::format("permit edition {}{}", edition, sticky);
-        }
-        case REJECT:
-            return fmt::format("reject with {}", actionGetRejectErrorCode(action));
-        case REDIRECT:
-            return fmt::format("redirect to {}", orEmpty(actionGetRedirectUrl(action)));
-        default:
-            return "no action";
-    }
-}
-
-// Operators tell one line each, and so do the operands that depend on chance or time.
-void countStep(const ExpressionNode *node, void *passback) {
-    const bool tells =
-        node->kind == NODE_OPERATOR ||
-        (node->kind == NODE_OPERAND && (!strcmp(node->name, "percentage") || !strcmp(node->name, "time") || !strcmp(node->name, "rampup")));
-    if (tells) ++*static_cast<size_t *>(passback);
-}
-
-RuleView viewRule(const TavRule *rule) {
-    RuleView view{tavRuleGetOrder(rule), orEmpty(rule->expressionString), "", tavRuleGetExpr(rule) != nullptr, 0};
-    view.action = describeAction(static_cast<const Action *>(tavRuleGetObject(rule)));
-    if (view.parses) expressionWalk(tavRuleGetExpr(rule), countStep, &view.steps);
-    return view;
-}
-
-std::vector<RuleView> viewRules(TavRules *rules) {
-    std::vector<RuleView> views;
-    tavRulesLockObtain(rules, "tavctl");
-    for (const TavRule *rule : TavListRange<TavRule>(rules->rules)) views.push_back(viewRule(rule));
-    tavRulesLockRelease(rules);
-    return views;
-}
-
-} // namespace
-
-MappingView mappingOf(TavHttpContext *ctx, bool withRules) {
-    MappingView view;
-    RequestMapper *mapper = tavRoutingInfoGetRequestMapper(ctx->routingInfo);
-    const char *host = tavHttpContextGetVirtualHost(ctx);
-    const char *path = tavHttpContextGetPath(ctx);
-    if (!mapper || !host || !path) return view;
-    const TavText matched(pathOnly(path));
-    WebModule *module = matchLongestURI(rmGetURLMatcher(mapper), nullptr, host, tavHttpContextGetVirtualPort(ctx), matched.get());
-    if (!module) return view;
-    const Application *application = wmGetApplication(module);
-    view.module = orEmpty(wmGetName(module));
-    view.application = application->name;
-    if (!application->defaultWebRouteWorkClass) return view;
-    view.workClass = application->defaultWebRouteWorkClass->name;
-    if (withRules) view.rules = viewRules(application->defaultWebRouteWorkClass->rules);
-    return view;
+    if (TrSpec *spec = trSpecCreate(trContextGetMgr(trCtx), tavhost::EXPLAIN_TRACE_SPEC)) trContextSetSpec(trCtx, spec);
 }
 
 int ruleOrder(const std::string &name) { return ruleNameToSortOrder(name.c_str()); }
 
-std::map<const void *, std::string> serverNames(TavHttpContext *ctx) {
-    using Names = std::map<const void *, std::string>;
-    Names names;
-    const auto add = [](const TsVisit *visit, void *passback) {
-        if (visit->sapp) (*static_cast<Names *>(passback))[visit->sapp] = orEmpty(tsServerGetName(visit->server));
-    };
-    tsForEachServerApplication(tavRoutingInfoGetTargetSelector(ctx->routingInfo), add, &names);
-    return names;
-}
-
 // ---- what can never serve ----
 
 namespace {
+
+std::string orEmpty(const char *text) { return text ? text : ""; }
 
 class Snapshot {
 public:

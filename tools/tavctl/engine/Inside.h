@@ -19,33 +19,14 @@ namespace tavctl {
 long long applyObserved(TavConnector *connector, const std::string &document, std::vector<DocumentFinding> &findings);
 // The document that the connector holds, deltas merged; borrowed until the next one, may be null.
 json_t *storedDocument(TavConnector *connector);
-
-// Version of the document in force in the group, -1 before the first. Takes the library's control lock.
-long long appliedVersion(TavConnectorGroup *group);
+// tavGetConfigVersion(), once a document that has arrived is applied. Takes the library's control lock.
+long long appliedVersion(Tav *tav);
 
 // From here on the request tells everything that traceStory() reads, whatever the configuration asks to be traced.
 void traceInFull(TavHttpContext *ctx);
 
-// ---- how a request was mapped ----
-
-struct RuleView {
-    int order;
-    std::string expression;
-    std::string action; // in words: "permit edition 2.0"
-    bool parses;
-    size_t steps; // trace lines that one evaluation gives
-};
-struct MappingView {
-    std::string module; // whose path pattern matched, before a rule chose the edition; empty: none
-    std::string application;
-    std::string workClass; // the default one of the application; empty: none
-    std::vector<RuleView> rules;
-};
-MappingView mappingOf(TavHttpContext *ctx, bool withRules);
 // The order that a rule of this configured name has.
 int ruleOrder(const std::string &name);
-// Server application record to its server's name.
-std::map<const void *, std::string> serverNames(TavHttpContext *ctx);
 
 // ---- what can never serve ----
 
@@ -65,7 +46,8 @@ struct RuleOutcome {
     std::string message; // these three: why it does not parse
     int position = -1;
     std::string indicator;
-    bool value = false;             // for the request
+    bool value = false; // for the request
+    // Only when asked for:
     std::vector<std::string> tree;  // one line a node, indented
     std::vector<std::string> steps; // what each operator found
 };
@@ -79,7 +61,7 @@ public:
     RuleReader &operator=(const RuleReader &) = delete;
 
     // `ctx` may be null: parsed only.
-    RuleOutcome read(const std::string &expression, TavHttpContext *ctx) const;
+    RuleOutcome read(const std::string &expression, TavHttpContext *ctx, bool explained) const;
 
 private:
     struct Rules;

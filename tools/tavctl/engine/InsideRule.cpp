@@ -1,6 +1,9 @@
 // Rules outside a configuration: parsed and evaluated as the request mapper would.
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <optional>
+
 #include "engine/Inside.h"
 #include "engine/TraceLog.h"
 #include "support/Fault.h"
@@ -11,6 +14,8 @@
 namespace tavctl {
 
 namespace {
+
+constexpr int MAX_INDENTED_LEVELS = 100;
 
 struct RuleDeleter {
     void operator()(TavRule *rule) const noexcept { tavRuleFree(rule); }
@@ -50,7 +55,9 @@ std::string describe(const ExpressionNode *node) {
 
 void addNode(const ExpressionNode *node, void *passback) {
     auto *tree = static_cast<std::vector<std::string> *>(passback);
-    tree->push_back(std::string(static_cast<size_t>(node->level) * 2, ' ') + describe(node));
+    // A chain of n operators is n levels deep: its lines must not take n * n blanks.
+    const int level = std::min(node->level, MAX_INDENTED_LEVELS);
+    tree->push_back(std::string(static_cast<size_t>(level) * 2, ' ') + describe(node));
 }
 
 std::string orEmpty(const char *text) { return text ? text : ""; }
@@ -68,7 +75,7 @@ RuleReader::RuleReader(Tav *tav) : rules_(new Rules{tavRulesCreate(tavGetHttpLan
 
 RuleReader::~RuleReader() = default;
 
-RuleOutcome RuleReader::read(const std::string &expression, TavHttpContext *ctx) const {
+RuleOutcome RuleReader::read(const std::string &expression, TavHttpContext *ctx, bool explained) const {
     const std::unique_ptr<TavRule, RuleDeleter> rule(tavRuleCreate(rules_->set));
     if (!rule || !tavRuleSetExpr(rule.get(), expression.c_str())) throw Fault("no memory for the rule");
     RuleOutcome outcome;
@@ -77,12 +84,13 @@ RuleOutcome RuleReader::read(const std::string &expression, TavHttpContext *ctx)
     outcome.message = orEmpty(tavRuleGetError(rule.get()));
     outcome.indicator = orEmpty(tavRuleGetErrorPositionIndicatorString(rule.get()));
     if (!outcome.parses) return outcome;
-    expressionWalk(tavRuleGetExpr(rule.get()), addNode, &outcome.tree);
+    if (explained) expressionWalk(tavRuleGetExpr(rule.get()), addNode, &outcome.tree);
     if (!ctx) return outcome;
     TraceLines lines;
     {
-        const TraceRecording recording(lines);
-        outcome.value = tavRuleMatches(tavHttpContextGetTrContext(ctx), rule.get(), ctx) != 0;
+        std::optional<TraceRecording> recording;
+        if (explained) recording.emplace(lines);
+        outcome.value = tavRuleMatches(explained ? tavHttpContextGetTrContext(ctx) : nullptr, rule.get(), ctx) != 0;
     }
     outcome.steps = evaluationSteps(lines);
     return outcome;

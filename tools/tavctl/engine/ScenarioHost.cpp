@@ -10,7 +10,7 @@ using Request = EnvHttpContext;
 
 char *give(const Text &text) { return text ? const_cast<char *>(text->c_str()) : nullptr; }
 
-template <Text Request::*member>
+template <Text tavhost::RequestMembers::*member>
 char *textOf(Request *request) {
     return give(request->*member);
 }

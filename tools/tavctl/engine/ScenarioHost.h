@@ -5,25 +5,19 @@
 #ifndef TAVCTL_SCENARIOHOST_H
 #define TAVCTL_SCENARIOHOST_H
 
-#include <strings.h>
 #include <tav/env.h>
 
 #include <deque>
-#include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "RequestMembers.h"
 #include "support/Json.h"
 
 namespace tavctl {
 
-using Text = std::optional<std::string>; // none: the callback returns NULL
-
-struct IgnoreCase {
-    bool operator()(const std::string &a, const std::string &b) const { return strcasecmp(a.c_str(), b.c_str()) < 0; }
-};
-using Headers = std::map<std::string, std::vector<std::string>, IgnoreCase>;
+using tavhost::Headers;
+using tavhost::Text; // none: the callback returns NULL
 
 // What the library set (or removed: none), in the order of the first time.
 class Changes {
@@ -40,15 +34,7 @@ private:
 
 } // namespace tavctl
 
-struct EnvHttpContext {
-    tavctl::Text method = "GET", protocol = "http", protocolVersion = "HTTP/1.1", host = "localhost", path = "/", query;
-    tavctl::Text clientIp = "127.0.0.1", clientHost, localAddress, authType, userName;
-    tavctl::Text clientCertificate, sslCipherSuite, sslSessionId;
-    int port = 80, listeningPort = 80;
-    std::optional<std::vector<std::string>> groups;
-    tavctl::Headers headers;
-    std::map<std::string, std::string> cookies;
-
+struct EnvHttpContext : tavhost::RequestMembers {
     int responseCode = 200;
     tavctl::Headers responseHeaders;
 

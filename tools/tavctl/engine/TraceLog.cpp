@@ -4,13 +4,9 @@
 #include <cstdio>
 #include <string_view>
 
-#include "TraceText.h"
-
 namespace tavctl {
 
 namespace {
-
-thread_local TraceLines *recording = nullptr;
 
 bool startsWith(std::string_view text, std::string_view start, std::string_view *rest = nullptr) {
     if (!text.starts_with(start)) return false;
@@ -33,41 +29,16 @@ std::string withoutAddresses(std::string_view text) {
     return result;
 }
 
-// What stands between `before` and `after`, which is searched from the end; empty when they do not occur.
-std::string between(std::string_view text, std::string_view before, std::string_view after) {
-    const size_t start = text.find(before);
-    const size_t end = text.rfind(after);
-    if (start == std::string_view::npos || end == std::string_view::npos || end < start + before.size()) return {};
-    return std::string(text.substr(start + before.size(), end - start - before.size()));
-}
-
-// "tavRule: Rule #10 (uri = '/a') matches context 0x5581"
-bool readRule(std::string_view text, TraceStory &story) {
-    if (startsWith(text, "tavRule: No rule found")) {
-        story.rule.reset();
-        return true;
-    }
-    std::string_view rest;
-    if (!startsWith(text, "tavRule: Rule #", &rest)) return false;
-    MatchedRule rule{};
-    if (sscanf(std::string(rest).c_str(), "%d", &rule.order) != 1) return false;
-    rule.expression = between(rest, " (", ") matches context ");
-    story.rule = rule;
-    return true;
-}
+// The line that ends the evaluation of a set: "tavRule: Rule #10 (uri = '/a') matches context 0x5581"
+bool endsRules(std::string_view text) { return startsWith(text, "tavRule: Rule #") || startsWith(text, "tavRule: No rule found"); }
 
 bool readAffinity(std::string_view text, TraceStory &story) {
     std::string_view rest;
     if (startsWith(text, "tsSelect: keeping affinity to ", &rest)) {
         story.affinityKept = std::string(rest.substr(0, rest.find(" ; cluster is:")));
-    } else if (startsWith(text, "tsSelect: Breaking affinity for the request ")) {
-        story.affinityBroken = std::string(text.substr(std::min(text.rfind(" because ") + 9, text.size())));
-    } else if (startsWith(text, "getAffinitySappFromSid: a routable sapp was not found")) {
-        const size_t because = text.find(" because:\n\t ");
-        if (because == std::string_view::npos) return true;
-        std::string why(text.substr(because + 12));
-        while (why.ends_with('\n')) why.pop_back();
-        story.affinityBroken = story.affinityBroken ? *story.affinityBroken + "\n" + why : why;
+    } else if (startsWith(text, "tsSelect: Breaking affinity for the request ") ||
+               startsWith(text, "getAffinitySappFromSid: a routable sapp was not found")) {
+        return true; // the request tells why
     } else if (startsWith(text, "getSessionIdFromUrl: ")) {
         if (startsWith(text, "getSessionIdFromUrl: session id='") && !text.ends_with("='null'"))
             story.affinitySteps.push_back("in the path: " + std::string(text.substr(text.find(": ") + 2)));
@@ -79,15 +50,21 @@ bool readAffinity(std::string_view text, TraceStory &story) {
     return true;
 }
 
+bool readRollout(std::string_view text, TraceStory &story) {
+    std::string_view rest;
+    if (!startsWith(text, "would wait for rollout ", &rest)) return false;
+    story.rollout = "would wait for that " + std::string(rest);
+    return true;
+}
+
 bool readBalance(std::string_view text, TraceStory &story) {
     std::string_view rest;
     if (startsWith(text, "wlor: skipping server application='", &rest)) {
         PassedOver passed{};
-        passed.name = std::string(rest.substr(0, rest.find("' (")));
         const size_t address = rest.find("' (");
-        void *record = nullptr;
-        if (address != std::string_view::npos) sscanf(std::string(rest.substr(address + 3)).c_str(), "%p", &record);
-        passed.serverApplication = record;
+        passed.name = std::string(rest.substr(0, address));
+        if (address != std::string_view::npos)
+            passed.address = std::string(rest.substr(address + 3, rest.find(')', address) - address - 3));
         const size_t reason = rest.find(", reason=");
         if (reason != std::string_view::npos) passed.reason = std::string(rest.substr(reason + 9));
         story.passedOver.push_back(std::move(passed));
@@ -102,15 +79,8 @@ bool readBalance(std::string_view text, TraceStory &story) {
 
 } // namespace
 
-TraceRecording::TraceRecording(TraceLines &lines) { recording = &lines; }
-TraceRecording::~TraceRecording() { recording = nullptr; }
-
-bool recordingTrace() { return recording != nullptr; }
-
 int traceHook(const TrContext *ctx, va_list args) {
-    if (!recording) return 0;
-    const char *level = trContextGetLevel(ctx);
-    recording->push_back({level ? level : "", tavhost::traceText(ctx, args).text});
+    tavhost::recordTrace(ctx, args);
     return 0;
 }
 
@@ -124,10 +94,10 @@ TraceStory traceStory(const TraceLines &lines) {
     TraceStory story;
     std::vector<std::string> steps; // they come before the line that tells which rule matched
     for (const TraceLine &line : lines) {
-        if (readRule(line.text, story)) {
+        if (endsRules(line.text)) {
             story.ruleSteps = std::move(steps);
             steps.clear();
-        } else if (readBalance(line.text, story) || readAffinity(line.text, story)) {
+        } else if (readBalance(line.text, story) || readAffinity(line.text, story) || readRollout(line.text, story)) {
             steps.clear();
         } else {
             steps.push_back(withoutAddresses(line.text));

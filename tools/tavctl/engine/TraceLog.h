@@ -8,36 +8,20 @@
 #include <string>
 #include <vector>
 
+#include "TraceRecording.h"
+
 namespace tavctl {
 
-struct TraceLine {
-    std::string level;
-    std::string text; // without a line break at its end
-};
-using TraceLines = std::vector<TraceLine>;
+using tavhost::TraceLine;
+using tavhost::TraceLines;
+using tavhost::TraceRecording;
 
-// While it lives, what the library traces on this thread is appended to `lines`. Not nested.
-class TraceRecording {
-public:
-    explicit TraceRecording(TraceLines &lines);
-    ~TraceRecording();
-    TraceRecording(const TraceRecording &) = delete;
-    TraceRecording &operator=(const TraceRecording &) = delete;
-};
-
-// Is a TraceRecording alive on this thread?
-bool recordingTrace();
 // The hook for EnvCallBacks.trace.printf.
 int traceHook(const TrContext *ctx, va_list args);
 
-struct MatchedRule {
-    int order;
-    std::string expression;
-};
-
 struct PassedOver {
-    const void *serverApplication; // the library's record, to be looked up while the configuration stays
-    std::string name;              // of the server application
+    std::string address; // under which the library told of the server application
+    std::string name;    // of the server application
     std::string reason;
 };
 
@@ -48,11 +32,10 @@ struct Compared {
 
 // Read from the library's own texts.
 struct TraceStory {
-    std::optional<MatchedRule> rule;
     std::vector<std::string> ruleSteps; // what each operator found, addresses taken out
     std::optional<std::string> affinityKept;
-    std::optional<std::string> affinityBroken; // why
     std::vector<std::string> affinitySteps;
+    std::optional<std::string> rollout; // what a request that is not only tried would do
     std::vector<PassedOver> passedOver;
     std::vector<Compared> compared;
 };

@@ -61,13 +61,13 @@ void Coverage::touch(Kind &kind, const std::string &name) {
 }
 
 void Coverage::addRequest(const RoutedRequest &request) {
-    const MappingView mapping = mappingOf(request.context(), false);
+    const MappingView mapping = mappingOf(request.context());
     const char *group = tavHttpContextGetMatchedVHostName(request.context());
     const char *module = tavHttpContextGetModuleName(request.context());
     touch(groups_, group ? group : "");
     touch(modules_, module ? module : mapping.module); // a request that a rule turned away has no module of its own
-    if (const auto rule = traceStory(request.trace()).rule)
-        touch(rules_, ruleNames_.find(mapping.workClass, rule->order, rule->expression));
+    if (const char *expression = tavHttpContextGetRuleExpression(request.context()))
+        touch(rules_, ruleNames_.find(mapping.workClass, tavHttpContextGetRuleOrder(request.context()), expression));
 }
 
 double Coverage::percent() const {

@@ -26,17 +26,6 @@ std::string dump(const json_t *json, size_t flags) {
     return result;
 }
 
-// Length of the UTF-8 sequence that begins at text[0]; 0 when there is none.
-size_t utf8Length(std::string_view text) {
-    const auto lead = static_cast<unsigned char>(text[0]);
-    const size_t length = lead < 0x80 ? 1 : lead < 0xc2 ? 0 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : lead < 0xf5 ? 4 : 0;
-    if (length > text.size()) return 0;
-    for (size_t i = 1; i < length; i++) {
-        if ((static_cast<unsigned char>(text[i]) & 0xc0) != 0x80) return 0;
-    }
-    return length;
-}
-
 } // namespace
 
 std::string readFile(const std::string &path) {
@@ -74,37 +63,9 @@ void forEachJsonLine(std::string_view text, const std::string &source, const std
 std::string jsonLine(const json_t *json) { return dump(json, JSON_COMPACT); }
 std::string jsonPretty(const json_t *json) { return dump(json, JSON_INDENT(3)); }
 
-json_t *jsonText(const char *text) {
-    if (!text) return json_null();
-    if (json_t *json = json_string(text)) return json;
-    std::string clean = text;
-    for (size_t i = 0; i < clean.size();) {
-        const size_t length = utf8Length(std::string_view(clean).substr(i));
-        if (!length) clean[i] = '?';
-        i += length ? length : 1;
-    }
-    json_t *json = json_string(clean.c_str());
-    return json ? json : json_null(); // an overlong form or a surrogate
-}
-
-const char *jsonTypeName(const json_t *json) {
-    if (!json) return "nothing";
-    switch (json_typeof(json)) {
-        case JSON_OBJECT:
-            return "an object";
-        case JSON_ARRAY:
-            return "an array";
-        case JSON_STRING:
-            return "a text";
-        case JSON_INTEGER:
-            return "an integer";
-        case JSON_REAL:
-            return "a real number";
-        case JSON_NULL:
-            return "null";
-        default:
-            return "a boolean";
-    }
+std::string memberText(const json_t *object, const char *name) {
+    const char *text = json_string_value(json_object_get(object, name));
+    return text ? text : "";
 }
 
 } // namespace tavctl

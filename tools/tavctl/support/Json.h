@@ -10,6 +10,8 @@
 #include <string>
 #include <string_view>
 
+#include "RequestMembers.h"
+
 namespace tavctl {
 
 struct JsonDeleter {
@@ -28,12 +30,12 @@ void forEachJsonLine(std::string_view text, const std::string &source, const std
 std::string jsonLine(const json_t *json);   // compact, members in order
 std::string jsonPretty(const json_t *json); // indent 3, members in order
 
+using tavhost::jsonTypeName;
+// The text of an object's member; empty: it has none.
+std::string memberText(const json_t *object, const char *name);
 // A text, or null for none. Bytes that are no UTF-8 become "?".
-json_t *jsonText(const char *text);
-inline json_t *jsonText(const std::optional<std::string> &text) { return jsonText(text ? text->c_str() : nullptr); }
-
-// "a string", "an integer", ...: for messages.
-const char *jsonTypeName(const json_t *json);
+inline json_t *jsonText(const char *text) { return tavhost::textJson(text); }
+inline json_t *jsonText(const std::optional<std::string> &text) { return tavhost::textJson(text); }
 
 } // namespace tavctl
 

@@ -94,7 +94,7 @@ bool tellDocuments(const TrContext *ctx, va_list args) {
 }
 
 int tellTrace(const TrContext *ctx, va_list args) {
-    if (recordingTrace()) return traceHook(ctx, args);
+    if (tavhost::recordTrace(ctx, args)) return 0;
     if (!eventLog || !trContextGetFormat(ctx)) return 0;
     va_list again;
     va_copy(again, args);
@@ -151,7 +151,7 @@ tavhost::HostOptions hostOptions(const LiveOptions &options) {
 
 } // namespace
 
-LiveInstance::LiveInstance(const LiveOptions &options, EventLog &log) : group_(options.group) {
+LiveInstance::LiveInstance(const LiveOptions &options, EventLog &log) {
     const tavhost::HostOptions host = hostOptions(options);
     traceAll = !options.trace.empty();
     documentEvent = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -183,6 +183,6 @@ void LiveInstance::forgetDocuments() {
     if (read(documentEvent, &count, sizeof count) < 0) return; // there were none
 }
 
-long long LiveInstance::version() const { return appliedVersion(tavFindConnectorGroup(tav_, group_.c_str())); }
+long long LiveInstance::version() const { return appliedVersion(tav_); }
 
 } // namespace tavctl

@@ -42,7 +42,6 @@ public:
 
 private:
     Tav *tav_ = nullptr;
-    std::string group_;
 };
 
 } // namespace tavctl
