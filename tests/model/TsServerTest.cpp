@@ -149,7 +149,7 @@ TEST_F(SelectorTest, HealthIsCheckedWhenAServerStopsAndWhenAnIntervalEnds) {
     EXPECT_TRUE(tsLinkServerToHealthPolicy(b.server, policy, TRUE));
     traceOn(":NOTICE,control.health:DEBUG");
     // What the health monitor was asked since the last call: "mean percent" each.
-    const auto checks = [this] {
+    const auto checks = [] {
         std::string all;
         unsigned long mean;
         int percent;
