@@ -3,14 +3,13 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstring>
 #include <memory>
 #include <thread>
 
 #include "FuzzTarget.h"
+#include "support/Ipc.h"
 #include "tavHttpContext/tavHttpContext.h"
 #include "tavInstance/tavInstance.h"
-#include "tavMultiProcess/tavMultiProcess.h"
 #include "tavUtil/tavTime.h"
 
 namespace {
@@ -89,9 +88,9 @@ std::string body(FuzzInput &input) {
             return connectorDocument(input, std::string(input.pick(2) ? "\"add" : "\"del") + "Routes\": [\"" + ROUTE + "\", \"" +
                                                 input.take(input.pick(4)) + "\", 1]");
         case 4:
-            return fuzzTrigger(input.pick(2), "/cell/c/healthPolicy/slow", "/cell/c/node/n1/server/s1-1", input.pick(4) ? "g" : "h", URL);
+            return triggerBlock(input.pick(2), "/cell/c/healthPolicy/slow", "/cell/c/node/n1/server/s1-1", input.pick(4) ? "g" : "h", URL);
         case 5: {
-            std::string block = fuzzTrigger(input.pick(2), "p", "s", "g", URL);
+            std::string block = triggerBlock(input.pick(2), "p", "s", "g", URL);
             const std::string other = input.take(4);
             const size_t at = input.pick(static_cast<unsigned>(block.size() - 4));
             return block.replace(at, other.size(), other);
@@ -106,23 +105,6 @@ std::string body(FuzzInput &input) {
 
 } // namespace
 
-std::string fuzzTrigger(bool triggered, const char *policy, const char *server, const char *group, const char *url) {
-    std::string texts;
-    int head[6] = {0, triggered ? 1 : 0, 0, 0, 0, 0};
-    for (int i = 0; i < 4; i++) {
-        head[2 + i] = static_cast<int>(sizeof head + texts.size());
-        const char *const all[] = {policy, server, group, url};
-        texts.append(all[i], strlen(all[i]) + 1);
-    }
-    head[0] = static_cast<int>(sizeof head + texts.size());
-    return std::string(reinterpret_cast<const char *>(head), sizeof head) + texts;
-}
-
-std::string fuzzFrame(int type, const std::string &body, int wrong) {
-    const TavMessageHdr hdr = {type, 4711, static_cast<int>(body.size()) + wrong};
-    return std::string(reinterpret_cast<const char *>(&hdr), sizeof hdr) + body;
-}
-
 std::string fuzzFrames(FuzzInput &input) {
     std::string frames;
     if (input.pick(256) == 'R') return input.rest();
@@ -132,7 +114,7 @@ std::string fuzzFrames(FuzzInput &input) {
         if (input.pick(4)) content.push_back('\0');
         constexpr int WRONG[] = {1, -1, -1000000, 0x40000000};
         const unsigned wrong = input.pick(64);
-        frames += fuzzFrame(type, content, wrong < 4 ? WRONG[wrong] : 0);
+        frames += ipcFrame(type, content, wrong < 4 ? WRONG[wrong] : 0);
     }
     return frames;
 }

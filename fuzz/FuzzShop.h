@@ -24,10 +24,6 @@ private:
 // together from right and wrong types, lengths and bodies.
 class FuzzInput;
 std::string fuzzFrames(FuzzInput &input);
-std::string fuzzFrame(int type, const std::string &body, int wrong = 0); // `wrong` is added to the length
-// A health trigger as it is sent, of the four texts.
-std::string fuzzTrigger(bool triggered, const char *policy, const char *server, const char *group, const char *url);
-
 // An instance that is a daemon with a socket, or a worker whose daemon never comes; both have the shop.
 class FuzzProcess : public SystemInstance {
 public:

@@ -1,33 +1,22 @@
 // What a worker sends to the daemon, over its socket. The daemon ends that connection and no other, and forgets what the worker told.
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <thread>
 
 #include "FuzzShop.h"
 #include "FuzzTarget.h"
+#include "support/Ipc.h"
 #include "tav/tavControl.h"
 #include "tav/tavRecord.h"
-#include "tavHealthMonitor/tavHealthMonitor.h"
-#include "tavMultiProcess/tavMultiProcess.h"
 #include "tavProcess/tavSapp.h"
 #include "tavUtil/tavMemory.h"
 
 namespace {
 
-int connectTo(const std::string &path) {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    FUZZ_CHECK(connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0);
-    return fd;
-}
-
 // Sends all of it and reads until the daemon has closed the connection.
 void say(const std::string &frames) {
-    const int fd = connectTo(FuzzProcess::path());
+    const int fd = ipcConnect(FuzzProcess::path());
+    FUZZ_CHECK(fd >= 0);
     for (size_t sent = 0; sent < frames.size();) {
         const ssize_t more = send(fd, frames.data() + sent, frames.size() - sent, MSG_NOSIGNAL);
         if (more < 1) break; // it has had enough

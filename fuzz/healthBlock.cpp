@@ -1,24 +1,9 @@
 // A block of bytes as a health trigger; and four texts that make one, which must come out of it as they went in.
-#include <cstring>
-#include <memory>
-
 #include "FuzzShop.h"
 #include "FuzzTarget.h"
+#include "support/Ipc.h"
 #include "tav/tavControl.h"
-#include "tavHealthMonitor/hmInternal.h"
 #include "tavUtil/tavMemory.h"
-
-namespace {
-
-void receive(Tav *tav, const std::string &bytes) {
-    // Memory of exactly that size, so that a read past it is seen.
-    const std::unique_ptr<char[]> copy(new char[bytes.size()]);
-    memcpy(copy.get(), bytes.data(), bytes.size());
-    const auto *req = reinterpret_cast<const HealthPolicyTriggerReq *>(copy.get());
-    if (hmTriggerReqFits(req, static_cast<int>(bytes.size()))) hmServerProcessHandleMessage(tav, req, 7);
-}
-
-} // namespace
 
 FUZZ_TARGET(fuzz_healthBlock) {
     FuzzShop &shop = FuzzShop::get();
@@ -34,7 +19,7 @@ FUZZ_TARGET(fuzz_healthBlock) {
         TriggerNames read{};
         FUZZ_CHECK(req && hmTriggerReqRead(req.get(), &read));
         FUZZ_CHECK(texts[0] == read.policy && texts[1] == read.server && texts[2] == read.connectorGroup && texts[3] == read.connectorUrl);
-        block = fuzzTrigger(TRUE, names.policy, names.server, "g", "http://127.0.0.1:1");
+        block = triggerBlock(TRUE, names.policy, names.server, "g", "http://127.0.0.1:1");
     }
     // Its length is right, as after a whole frame: the offsets are what is left to spoil.
     if (raw && block.size() >= sizeof(HealthPolicyTriggerReq)) {
@@ -42,7 +27,7 @@ FUZZ_TARGET(fuzz_healthBlock) {
         memcpy(block.data(), &len, sizeof len);
     }
     TavControlScope control("fuzz");
-    receive(shop.tav, block);
+    receiveTrigger(shop.tav, block, 7);
     hmClientProcessCleanup(shop.tav, 7);
     hmResetInfo(shop.tav);
     return 0;

@@ -125,24 +125,20 @@ void readAll(TavHttpContext *ctx) {
 
 void step(TavHttpContext *ctx, FuzzInput &input) {
     static char message[] = "message %s";
-    switch (input.pick(8)) {
-        case 0:
-            return (void)tavHttpContextShouldHandle(ctx);
-        case 1:
-            return (void)tavHttpContextGetTargetEndpoint(ctx);
-        case 2:
-            return (void)tavHttpContextWaitForRollout(ctx);
-        case 3:
-            return (void)tavHttpContextCancelRequest(ctx);
-        case 4:
-            return tavHttpContextSetSSLMapMode(ctx, static_cast<TavSSLMapMode>(input.pick(4)));
-        case 5:
-            return readAll(ctx);
-        case 6:
-            return (void)tavHttpContextPerformResponseProcessing(ctx);
-        default:
-            return tavHttpContextSetState(ctx, static_cast<TavHttpContextState>(input.pick(21)), 1, input.pick(2) ? message : nullptr);
-    }
+    static void (*const steps[])(TavHttpContext *, FuzzInput &) = {
+        [](TavHttpContext *its, FuzzInput &) { tavHttpContextShouldHandle(its); },
+        [](TavHttpContext *its, FuzzInput &) { tavHttpContextGetTargetEndpoint(its); },
+        [](TavHttpContext *its, FuzzInput &) { tavHttpContextWaitForRollout(its); },
+        [](TavHttpContext *its, FuzzInput &) { tavHttpContextCancelRequest(its); },
+        [](TavHttpContext *its, FuzzInput &in) { tavHttpContextSetSSLMapMode(its, static_cast<TavSSLMapMode>(in.pick(4))); },
+        [](TavHttpContext *its, FuzzInput &) { readAll(its); },
+        [](TavHttpContext *its, FuzzInput &) { tavHttpContextPerformResponseProcessing(its); },
+        [](TavHttpContext *its, FuzzInput &in) {
+            const auto state = static_cast<TavHttpContextState>(in.pick(21));
+            tavHttpContextSetState(its, state, 1, in.pick(2) ? message : nullptr);
+        },
+    };
+    steps[input.pick(std::size(steps))](ctx, input);
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 //
 // The value must be the same whether the expression is evaluated by value or by cells, a rule set must come to the same verdict, and
 // everything must be given back.
-#include <strings.h>
 
 #include <cstring>
 

@@ -4,6 +4,7 @@
 
 #include "FuzzShop.h"
 #include "FuzzTarget.h"
+#include "support/Ipc.h"
 #include "tav/tavControl.h"
 #include "tav/tavRecord.h"
 #include "tavMultiProcess/ipcStream.h"
@@ -36,7 +37,7 @@ void hear(Tav *tav, const std::string &frames, size_t piece) {
 
 std::string complete() {
     const std::string text = R"({"connectorGroupName": "g", "connectorURL": "http://127.0.0.1:1", )" + shop::document(1).substr(1);
-    return fuzzFrame(MT_S2C_BEGIN_ROUTING_INFO, "") + fuzzFrame(MT_S2C_ROUTING_INFO, text) + fuzzFrame(MT_S2C_END_ROUTING_INFO, "");
+    return ipcFrame(MT_S2C_BEGIN_ROUTING_INFO, "") + ipcFrame(MT_S2C_ROUTING_INFO, text) + ipcFrame(MT_S2C_END_ROUTING_INFO, "");
 }
 
 // The worker's dump after a complete sequence.
@@ -55,8 +56,7 @@ FUZZ_TARGET(fuzz_workerFrames) {
     FuzzInput input(data, size);
     const size_t piece = 1 + input.pick(2) * 60000 + input.pick(200);
     hear(worker.tav, fuzzFrames(input), piece);
-    EnvHttpContext request = shop::request("/shop/x.jsp");
-    shop::decide(worker.tav, request);
+    shop::serverFor(worker.tav, "/shop/x.jsp");
     FUZZ_CHECK(takenWhole(worker, good) == expected);
     FUZZ_CHECK(!worker.tav->newRoutingInfo);
     return 0;

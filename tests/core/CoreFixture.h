@@ -6,30 +6,25 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "support/FakeHost.h"
+#include "system/Instance.h"
 #include "tav/tavRecord.h"
 #include "tavDocument/tavDocument.h"
 #include "tavUtil/tavTime.h"
 
 class CoreFixture : public testing::Test {
 protected:
-    // A request that the transport has accepted.
-    struct Pending {
-        TavHttpResponseCallBack callback;
-        TavHttpResponseContext *passback;
-        std::string method, uri, body;
-    };
-
     CoreFixture();
     ~CoreFixture() override;
     void SetUp() override;
     void TearDown() override;
+    // Tells everyone who waits for the transport that there is no answer.
+    virtual void answerNone() { systemAnswerNone(); }
 
-    // The transport's callbacks may be changed here before SetUp() creates the instance.
+    // Callbacks and URL may be changed here before SetUp() creates the instance.
     EnvCallBacks env;
+    std::string url = "http://127.0.0.1:1"; // of the connector
     Tav *tav = nullptr;
     TavConnectorGroup *group = nullptr;
     TavConnector *connector = nullptr;
@@ -40,10 +35,17 @@ protected:
     // The stored document, as text with sorted keys and without the places of deleted elements; "" when there is none.
     std::string storedText() const;
 
-    // Trace output since the last call, one text; everything of "control.process" is on after traceOn().
-    void traceOn();
+    // A property of the instance or, when it knows none of that name, of the host (`value` is then kept as it is).
+    void set(const char *name, const char *value) {
+        if (tavPropertySet(tavGetProperties(tav), name, value, TRUE) < 0) tavPropertySet(tavGetProperties(tav), name, value, FALSE);
+    }
+
+    // From here on the instance traces what `spec` says. Its lines since then or since they were last taken: as they came, as one text, and
+    // how many hold `part`.
+    void traceOn(const char *spec = ":NOTICE,control.process:DEBUG");
+    static std::vector<std::string> takeLines();
     static std::string takeTrace();
-    static std::vector<Pending> &pending();
+    static int traced(const std::string &part);
 };
 
 // {"version": version, ...} with single quotes written as double ones.

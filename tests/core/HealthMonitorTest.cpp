@@ -1,11 +1,8 @@
 // Samples against policies, and the counting of reporters.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
 
 #include "core/RecordingTransport.h"
+#include "support/Ipc.h"
 #include "tav/tavControl.h"
 #include "tavConnector/tavConnector.h"
 #include "tavHealthMonitor/tavHealthMonitor.h"
@@ -61,28 +58,9 @@ protected:
         return reports;
     }
 
-    // A trigger block as a worker sends it.
-    std::vector<char> block(bool triggered, const char *url = "http://127.0.0.1:1", const char *groupName = "g") {
-        std::vector<char> bytes(24);
-        int offsets[4];
-        const char *texts[] = {kPolicy, kServer, groupName, url};
-        for (int i = 0; i < 4; i++) {
-            offsets[i] = static_cast<int>(bytes.size());
-            bytes.insert(bytes.end(), texts[i], texts[i] + strlen(texts[i]) + 1);
-        }
-        const int len = static_cast<int>(bytes.size());
-        memcpy(&bytes[0], &len, 4);
-        bytes[4] = triggered;
-        memcpy(&bytes[8], offsets, 16);
-        return bytes;
-    }
-    void receive(std::vector<char> bytes, int reporter) {
+    void receive(bool triggered, int reporter, const char *url = "http://127.0.0.1:1", const char *groupName = "g") {
         TavControlScope control("test");
-        // A copy of exactly that size, so that the address sanitizer sees a read past it.
-        std::unique_ptr<char[]> copy(new char[bytes.size() ? bytes.size() : 1]);
-        std::copy(bytes.begin(), bytes.end(), copy.get());
-        const auto *req = reinterpret_cast<const HealthPolicyTriggerReq *>(copy.get());
-        if (hmTriggerReqFits(req, static_cast<int>(bytes.size()))) hmServerProcessHandleMessage(tav, req, reporter);
+        receiveTrigger(tav, triggerBlock(triggered, kPolicy, kServer, groupName, url), reporter);
     }
 
     TavRoutingInfo *ri = nullptr;
@@ -133,20 +111,20 @@ TEST_F(Health, ReachingTriggersAndFallingBelowUntriggers) {
 }
 
 TEST_F(Health, ReportersAreCounted) {
-    receive(block(true), 7);
-    receive(block(true), 8);
-    receive(block(true), 8);
+    receive(true, 7);
+    receive(true, 8);
+    receive(true, 8);
     EXPECT_THAT(takeReports(), ElementsAre(kTriggered));
-    receive(block(false), 9); // never reported it
-    receive(block(false), 8);
+    receive(false, 9); // never reported it
+    receive(false, 8);
     EXPECT_THAT(takeReports(), IsEmpty());
-    receive(block(false), 7);
+    receive(false, 7);
     EXPECT_THAT(takeReports(), ElementsAre(kUntriggered));
-    receive(block(false), 7);
+    receive(false, 7);
     EXPECT_THAT(takeReports(), IsEmpty());
     // One goes away by itself, with everything that it reported; the others' reports stay.
-    receive(block(true), 7);
-    receive(block(true), 8);
+    receive(true, 7);
+    receive(true, 8);
     takeReports();
     TavControlScope control("test");
     hmClientProcessCleanup(tav, 7);
@@ -161,8 +139,8 @@ TEST_F(Health, AResetUntriggersWhatWasTriggered) {
         TavControlScope control("test");
         hmResetInfo(tav); // nothing there yet
     }
-    receive(block(true), 7);
-    receive(block(true), 8);
+    receive(true, 7);
+    receive(true, 8);
     takeReports();
     {
         TavControlScope control("test");
@@ -171,14 +149,14 @@ TEST_F(Health, AResetUntriggersWhatWasTriggered) {
         hmResetInfo(tav);
     }
     EXPECT_THAT(takeReports(), IsEmpty());
-    receive(block(true), 8);
+    receive(true, 8);
     EXPECT_THAT(takeReports(), ElementsAre(kTriggered)) << "the first reporter again";
 }
 
 TEST_F(Health, ReportsForAnotherConnectorAreDropped) {
-    receive(block(true, "http://127.0.0.1:2"), 7);
-    receive(block(true, "http://127.0.0.1:1", "unknown"), 7);
+    receive(true, 7, "http://127.0.0.1:2");
+    receive(true, 7, "http://127.0.0.1:1", "unknown");
     EXPECT_THAT(takeReports(), IsEmpty());
-    receive(block(true), 7);
+    receive(true, 7);
     EXPECT_THAT(takeReports(), ElementsAre(kTriggered)) << "the dropped ones left no reporter";
 }

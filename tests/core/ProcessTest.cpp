@@ -1,29 +1,18 @@
 // A daemon and its workers over a real socket, in one process: instances share nothing but the control lock.
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <climits>
-#include <functional>
+#include <optional>
 
 #include "core/CoreFixture.h"
+#include "support/ChildProcess.h"
+#include "support/Ipc.h"
 #include "tavProcess/tavIpc.h"
 #include "tavSnapshot/tavRoutingInfo.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 
 namespace {
-
-// Waits for what another thread brings about; the bound only ends a broken run.
-bool eventually(const std::function<bool()> &condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        usleep(2000);
-    }
-    return true;
-}
 
 std::string serverDocument(int version, const char *state) {
     return quoted("{'version': " + std::to_string(version) +
@@ -37,7 +26,8 @@ std::string serverDocument(int version, const char *state) {
 class Processes : public CoreFixture {
 protected:
     std::string path = "/tmp/tav-process-test-" + std::to_string(getpid());
-    Tav *worker = nullptr;
+    std::optional<SystemInstance> other;
+    Tav *worker = nullptr; // the other's
 
     void SetUp() override {
         CoreFixture::SetUp();
@@ -47,18 +37,16 @@ protected:
     }
 
     void TearDown() override {
-        if (worker) tavDestroy(worker);
+        other.reset();
         CoreFixture::TearDown();
         unlink(path.c_str());
     }
 
     void startWorker() {
-        static char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
-        worker = tavCreate(&env, nullptr, catalogue);
-        ASSERT_NE(worker, nullptr);
-        ASSERT_NE(tavConnectorCreate(tavConnectorGroupCreate(worker, "g"), "http://127.0.0.1:1"), nullptr);
-        ASSERT_EQ(tavMarkAsClientProcess(worker, path.data()), 0);
-        ASSERT_EQ(tavStart(worker, -1), 0);
+        static std::string given;
+        given = path;
+        other.emplace(env, [](Tav *tav) { ASSERT_EQ(tavMarkAsClientProcess(tav, given.data()), 0); });
+        worker = other->tav;
     }
 
     // The first group as the status tells it.
@@ -88,23 +76,6 @@ protected:
     }
 };
 
-// A socket that is connected to the path.
-int rawSocket(const std::string &path) {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    struct sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    auto *name = reinterpret_cast<struct sockaddr *>(&address);
-    EXPECT_EQ(connect(fd, name, sizeof address), 0);
-    return fd;
-}
-
-std::string frame(int type, const std::string &body, int len) {
-    const TavMessageHdr hdr = {type, 4711, len};
-    return std::string(reinterpret_cast<const char *>(&hdr), sizeof hdr) + body;
-}
-std::string frame(int type, const std::string &body = "") { return frame(type, body, static_cast<int>(body.size())); }
-
 bool isClosed(int fd) {
     char buffer[4096];
     ssize_t got;
@@ -121,23 +92,23 @@ TEST_F(Processes, HostileFramesCostOnlyTheirConnection) {
     give(serverDocument(5, "STARTED"));
     startWorker();
     ASSERT_TRUE(eventually([&] { return tavGetState(worker) == STARTED; }));
-    const int half = rawSocket(path);
+    const int half = ipcConnect(path);
     ASSERT_EQ(send(half, "12345", 5, 0), 5) << "half a header, then silence";
 
     for (const int len : {-1, INT_MIN, (1 << 30) + 1, INT_MAX}) {
-        const int fd = rawSocket(path);
-        sendText(fd, frame(MT_C2S_JSON, "", len));
+        const int fd = ipcConnect(path);
+        sendText(fd, ipcFrame(MT_C2S_JSON, "", len));
         EXPECT_TRUE(isClosed(fd)) << len;
         close(fd);
     }
     // Unknown types, the daemon's own types, bodies that are no JSON or no block: the message is dropped, the connection stays.
-    const int odd = rawSocket(path);
+    const int odd = ipcConnect(path);
     for (int type : {MT_CONNECTED + 0, MT_S2C_END_ROUTING_INFO + 0, MT_C2S_JSON + 0, MT_CLIENT_TO_SERVER_HEALTH_TRIGGER + 0, 99})
-        sendText(odd, frame(type) + frame(type, "{a}"));
-    const int two = rawSocket(path);
-    std::string other = frame(MT_C2S_JSON);
+        sendText(odd, ipcFrame(type) + ipcFrame(type, "{a}"));
+    const int two = ipcConnect(path);
+    std::string other = ipcFrame(MT_C2S_JSON);
     other[4]++;
-    sendText(two, frame(MT_C2S_JSON) + other);
+    sendText(two, ipcFrame(MT_C2S_JSON) + other);
     EXPECT_TRUE(isClosed(two)) << "another process id on the same connection";
     close(two);
     give(serverDocument(6, "AFFINITY"));
@@ -158,7 +129,7 @@ int nextFrame(int fd, std::string &body) {
 
 TEST_F(Processes, AWorkerThatDoesNotReadDelaysNobodyAndMissesNothing) {
     startWorker();
-    const int slow = rawSocket(path);
+    const int slow = ipcConnect(path);
     ASSERT_TRUE(eventually([&] { return clients() == 2; }));
     // The worker's own group never runs.
     ASSERT_TRUE(eventually([&] { return groupOf(worker) == groupOf(tav) && groupOf(tav).find("STARTING") != std::string::npos; }));

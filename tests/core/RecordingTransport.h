@@ -2,10 +2,11 @@
 #ifndef CORE_RECORDINGTRANSPORT_H
 #define CORE_RECORDINGTRANSPORT_H
 
-#include <atomic>
 #include <future>
+#include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "core/CoreFixture.h"
@@ -41,33 +42,37 @@ protected:
             return self->send({client, method, uri, body ? body : "", timeout, callback, passback});
         };
         env.alarm = [](void (*fn)(void *), void *arg, int milliseconds) {
-            self->alarms.push_back({fn, arg, milliseconds});
+            {
+                const std::lock_guard guard(self->mutex);
+                self->alarms.push_back({fn, arg, milliseconds});
+            }
             if (self->alarmFiresInside) self->fire();
             return 0;
         };
         env.stateChange.tavConnectorGroup = [](TavConnectorGroup *, TavComponentState state, char *reason) {
-            self->states.push_back(std::string("group ") + tavState2String(state) + ": " + reason);
+            self->note(std::string("group ") + tavState2String(state) + ": " + reason);
         };
         env.stateChange.tavConnector = [](TavConnector *c, TavComponentState state, char *reason) {
-            self->states.push_back(std::string(tavConnectorGetURL(c)) + " " + tavState2String(state) + ": " + reason);
+            self->note(std::string(tavConnectorGetURL(c)) + " " + tavState2String(state) + ": " + reason);
             if (self->onConnectorState) self->onConnectorState(c, state);
         };
     }
 
-    // Ends polling, lets pending alarms find that, and leaves the unanswered requests to the fixture.
+    // Ends polling and lets pending alarms find that.
     void TearDown() override {
         hostility = FAIR;
         alarmFiresInside = false;
         onConnectorState = nullptr;
         tavStop(tav);
         fireAll();
-        for (const Sent &request : sent) {
-            if (!request.answered) pending().push_back({request.callback, request.passback, "", "", ""});
-        }
         CoreFixture::TearDown();
         EXPECT_EQ(freed, answers);
     }
 
+    void answerNone() override {
+        for (size_t i = 0; i < sent.size(); i++)
+            if (!sent[i].answered) answer(i, nullptr);
+    }
     EnvConnectorClient *open(const std::string &url) {
         if (unreachable.count(url)) return nullptr;
         opened.push_back(url);
@@ -111,8 +116,10 @@ protected:
         sent[index].callback(what, sent[index].passback);
     }
     void fire() {
+        std::unique_lock guard(mutex);
         const Alarm alarm = alarms.back();
         alarms.pop_back();
+        guard.unlock();
         alarm.fn(alarm.arg);
     }
 
@@ -140,9 +147,17 @@ protected:
         for (int turn = 0; turn < 1000000 && tavGetMemCount() != expected; turn++) std::this_thread::yield();
     }
 
-    std::vector<std::string> takeStates() { return std::exchange(states, {}); }
+    void note(const std::string &state) {
+        const std::lock_guard guard(mutex);
+        states.push_back(state);
+    }
+    std::vector<std::string> takeStates() {
+        const std::lock_guard guard(mutex);
+        return std::exchange(states, {});
+    }
 
     std::vector<Sent> sent;
+    std::mutex mutex; // of alarms and states: the built-in transport brings threads of its own
     std::vector<Alarm> alarms;
     std::vector<std::string> opened;
     std::vector<EnvConnectorClient *> closed;

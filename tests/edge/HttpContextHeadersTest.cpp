@@ -16,7 +16,10 @@ std::string show(const Changes &changes) {
 
 class PrivateHeaders : public Site {
 protected:
-    PrivateHeaders() { addServer("S1"); }
+    void SetUp() override {
+        Site::SetUp();
+        addServer("S1");
+    }
     void routeAndRelease() {
         host.headersSet.clear();
         tavHttpContextRelease(route());
@@ -48,7 +51,7 @@ TEST_F(PrivateHeaders, SchemeAndPort) {
     for (const auto &[protocol, secure] : cases) {
         host.protocol = protocol;
         TavHttpContext *ctx = obtain();
-        tavHttpContextSetMyTargetInfo(ctx, servers[0].endpoint, nullptr); // the selector refuses some of these requests
+        tavHttpContextSetMyTargetInfo(ctx, first().http, nullptr); // the selector refuses some of these requests
         EXPECT_EQ(host.lastSet("$ZVSC"), protocol);
         EXPECT_EQ(host.lastSet("$ZVIS"), secure);
         EXPECT_EQ(host.lastSet("$ZVSP"), "-2147483648");
@@ -60,11 +63,11 @@ TEST_F(PrivateHeaders, SchemeAndPort) {
 TEST_F(PrivateHeaders, ATrustedProxyKeepsWhatItSent) {
     host.headers = {{"$ZVRA", {"10.1.1.1"}}, {"$zvru", {"mallory"}}, {"_ZV_HAPRT_WLMVERSION", {"9"}}};
     const Headers sent = host.headers;
-    tav.trustedProxies = {"127.0.0.1"};
+    set("TrustedProxyList", "127.0.0.1");
     for (const auto &[client, enabled] : {std::pair("127.0.0.1", true), {"127.0.0.11", true}, {"127.0.0.1", false}}) {
         host.headers = sent;
         host.clientIp = client;
-        tav.trustedProxyEnabled = enabled;
+        tav->enableTrustedProxy = enabled;
         routeAndRelease();
         const bool kept = enabled && *host.clientIp == "127.0.0.1";
         EXPECT_EQ(host.lastSet("$ZVRA"), kept ? ABSENT : client);
@@ -73,20 +76,19 @@ TEST_F(PrivateHeaders, ATrustedProxyKeepsWhatItSent) {
         EXPECT_EQ(host.lastSet("_ZV_HAPRT_WLMVERSION"), "");
     }
     host.headers = sent;
-    tav.env.http.request.getHeaderValue = nullptr; // nobody can tell what was sent
-    tav.trustedProxyEnabled = true;
+    tav->env.http.request.getHeaderValue = nullptr; // nobody can tell what was sent
+    tav->enableTrustedProxy = TRUE;
     routeAndRelease();
     EXPECT_EQ(host.lastSet("$ZVRA"), "127.0.0.1");
 }
 
 TEST_F(PrivateHeaders, ThePartitionVersionAlwaysGoes) {
-    tav.privateHeadersDisabled = true;
+    tav->privateHeadersDisabled = TRUE;
     const std::string longVersion(300, 'v');
     for (const char *version : {"42", "", longVersion.c_str()}) {
-        tavSetPartitionData(&tav, "C1", tsPartitionIDDataCreate(nullptr, version));
+        tavSetPartitionData(tav, clusterName, tsPartitionIDDataCreate(nullptr, version));
         routeAndRelease();
         EXPECT_EQ(show(host.headersSet), "_ZV_HAPRT_WLMVERSION=" + std::string(version) + "\n");
-        EXPECT_FALSE(tav.partitionsLocked);
     }
 }
 
@@ -115,6 +117,7 @@ protected:
         tavHttpContextRelease(ctx);
         return show(host.responseCookiesSet) + show(host.responseHeadersSet);
     }
+    PartitionIDData *partitionData() { return static_cast<PartitionIDData *>(tavHashGet(tav->partitionIDData.map, clusterName)); }
 };
 
 TEST_F(Response, StoresThePartitionTable) {
@@ -131,27 +134,28 @@ TEST_F(Response, StoresThePartitionTable) {
         host.responseHeaders.clear();
         if (c.table) host.responseHeaders["$ZVPT"] = {*c.table};
         if (c.version) host.responseHeaders["_ZV_HAPRT_WLMVERSION"] = {*c.version};
-        tav.partitionsSet = 0;
+        tavSetPartitionData(tav, clusterName, tsPartitionIDDataCreate(nullptr, "before"));
+        const PartitionIDData *const before = partitionData();
         const bool both = c.table && c.version;
         EXPECT_EQ(respond(), both ? "$ZVPT=(removed)\n_ZV_HAPRT_WLMVERSION=(removed)\n" : "");
-        EXPECT_EQ(tav.partitionsSet, both ? 1 : 0);
+        PartitionIDData *data = partitionData();
+        EXPECT_EQ(data == before, !both);
         if (!both) continue;
-        PartitionIDData *data = tav.partitions["C1"];
         EXPECT_EQ(data == tsDefaultPartitionIDData(), !*c.cloneOfP1);
         if (!*c.cloneOfP1) continue;
         EXPECT_STREQ(tsPartitionIDDataGetVersion(data), "7");
         EXPECT_STREQ(static_cast<char *>(tavHashGet(data->partition2CloneIdMap, "p1")), c.cloneOfP1);
     }
     TavHttpContext *ctx = route(); // a table for no cluster is dropped
-    tsLinkClusterServer(cluster, servers[0].server, FALSE);
-    const int blocks = tavGetMemCount(), set = tav.partitionsSet;
+    tsLinkClusterServer(cluster, first().server, FALSE);
+    const int blocks = tavGetMemCount();
     for (const char *table : {"p1:c1", ""}) {
         host.responseHeaders = {{"$ZVPT", {table}}, {"_ZV_HAPRT_WLMVERSION", {"1"}}};
         host.responseHeadersSet.clear();
         tavHttpContextPerformResponseProcessing(ctx);
         EXPECT_EQ(host.responseHeadersSet.size(), 2u);
     }
-    EXPECT_TRUE(tavGetMemCount() == blocks && tav.partitionsSet == set);
+    EXPECT_EQ(tavGetMemCount(), blocks);
     tavHttpContextRelease(ctx);
 }
 
@@ -181,10 +185,10 @@ TEST_F(Response, FollowsTheSessionCookie) {
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << c.type << " " << c.setCookie[0]);
-        SiteServer &s = addServer(("S" + std::to_string(&c - cases)).c_str(), c.cloneId, c.type == learn ? web : c.type);
+        const Back &s = addServer(("S" + std::to_string(&c - cases)).c_str(), c.cloneId, c.type == learn ? web : c.type);
         const char *names[] = {"SID", "JSESSIONID", "", nullptr};
         hapCreate(module, names, ":", c.type == learn);
-        tsVirtualClusterCreate(ri.selector, module, wmGetName(module)); // forgets the policy it had
+        tsVirtualClusterCreate(ts, module, wmGetName(module)); // forgets the policy it had
         host.responseHeaders = {{"Set-Cookie", c.setCookie}};
         EXPECT_EQ(respond(), *c.expected ? std::string("ZVJSESSIONID=aa:c1; ") + c.expected + "\n" : "");
         EXPECT_STREQ(tsServerGetCloneId(s.server), c.cloneIdAfter);
@@ -195,14 +199,14 @@ TEST_F(Response, FollowsTheSessionCookie) {
 TEST_F(Response, HostsWithFewerCallbacks) {
     addServer("S1", "c1", "WEB_SERVER");
     host.responseHeaders = {{"Set-Cookie", {"JSESSIONID=abc; Path=/"}}};
-    tav.env.http.response.setCookieValue = nullptr;
+    tav->env.http.response.setCookieValue = nullptr;
     EXPECT_EQ(respond(), "Set-Cookie=ZVJSESSIONID=aa:c1; Path=/\n");
-    tav.env.http.response.getHeaderValues = nullptr; // only the first value is seen
+    tav->env.http.response.getHeaderValues = nullptr; // only the first value is seen
     host.responseHeaders = {{"Set-Cookie", {"JSESSIONID=abc; Path=/1", "x=y"}}};
     EXPECT_EQ(respond(), "Set-Cookie=ZVJSESSIONID=aa:c1; Path=/1\n");
     host.responseHeaders = {{"Set-Cookie", {"x=y", "JSESSIONID=abc; Path=/1"}}};
     EXPECT_EQ(respond(), "");
-    tav.env.http.response = {};
+    tav->env.http.response = {};
     host.responseHeaders = {{"Set-Cookie", {"JSESSIONID=abc; Path=/"}}, {"$ZVPT", {"a:b"}}, {"_ZV_HAPRT_WLMVERSION", {"1"}}};
     EXPECT_EQ(respond(), "");
 }
@@ -229,7 +233,7 @@ TEST_F(Response, StickyRequestsGetACookie) {
         host.responseHeaders = c.response;
         EXPECT_EQ(respond(), c.given ? "ZVJESSIONID=aa:c1; Path=/shop\n" : "") << c.query << " " << c.cookie << "=" << c.value;
     }
-    tav.env.http.response.setCookieValue = nullptr;
+    tav->env.http.response.setCookieValue = nullptr;
     host.cookies.clear();
     EXPECT_EQ(respond(), "Set-Cookie=ZVJESSIONID=aa:c1; Path=/shop\n");
 }
@@ -241,13 +245,13 @@ TEST_F(Response, FailingMemoryLosesNothing) {
     TavHttpContext *ctx = route();
     host.responseHeaders = {{"Set-Cookie", {"SID=abc; Path=/"}}, {"$ZVPT", {"p1:c1;p1:c2;p2:c3"}}, {"_ZV_HAPRT_WLMVERSION", {"1"}}};
     const Headers response = host.responseHeaders;
+    tavSetPartitionData(tav, clusterName, tsDefaultPartitionIDData());
     failEachAllocation([&](auto) {
         host.responseHeaders = response;
         host.responseHeadersSet.clear();
         tavHttpContextPerformResponseProcessing(ctx);
         EXPECT_EQ(host.responseHeadersSet.size(), 2u) << "the private headers must not reach the client";
-        for (auto &[name, data] : tav.partitions) tsPartitionIDDataDelete(data);
-        tav.partitions.clear();
+        tavSetPartitionData(tav, clusterName, tsDefaultPartitionIDData());
     });
     tavHttpContextRelease(ctx);
 }

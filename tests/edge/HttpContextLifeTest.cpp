@@ -49,36 +49,39 @@ void expectFresh(TavHttpContext *ctx) {
 }
 
 TEST_F(HttpContextLife, AReusedContextIsAsGoodAsNew) {
+    tav->processType = ServerProcess;
+    tav->maxRequestsPerDaemon = 9;
     TavHttpContext *ctx = obtain();
     expectFresh(ctx);
-    EXPECT_EQ(ri.refCount, 2);
+    EXPECT_EQ(ri->refCount, 2);
     TrContext *trContext = tavHttpContextGetTrContext(ctx);
     dirty(ctx);
     tavHttpContextRelease(ctx);
-    EXPECT_EQ(ri.refCount, 1);
+    EXPECT_EQ(ri->refCount, 1);
     EXPECT_EQ(tavHttpContextGetState(ctx), CACHED);
     tavHttpContextRelease(ctx); // once more: nothing happens
-    EXPECT_EQ(tav.pool.size(), 1u);
+    EXPECT_EQ(tavListGetCount(tav->contextPool), 1);
 
     EnvHttpContext next;
-    EXPECT_EQ(tavHttpContextObtain(&tav, &next), ctx);
+    EXPECT_EQ(tavHttpContextObtain(tav, &next), ctx);
     expectFresh(ctx);
     EXPECT_EQ(tavHttpContextGetEnvContext(ctx), &next);
     EXPECT_EQ(tavHttpContextGetTrContext(ctx), trContext);
-    EXPECT_EQ(tav.requestsCounted, 2);
+    EXPECT_EQ(tav->requestsPerDaemon, 2);
+    tav->processType = StandaloneProcess;
     tavHttpContextRelease(ctx);
 }
 
 TEST_F(HttpContextLife, WithoutRoutingThereIsNoContext) {
     EXPECT_EQ(tavHttpContextObtain(nullptr, &host), nullptr);
     tavHttpContextRelease(obtain());
-    tav.canRoute = false;
+    const TavComponentState state = tav->state.exchange(STOPPING);
     EXPECT_EQ(obtain(), nullptr);
-    tav.canRoute = true;
-    tav.routingInfo = nullptr;
+    tav->state = state;
+    tav->routingInfo = nullptr;
     EXPECT_EQ(obtain(), nullptr);
-    EXPECT_EQ(tav.pool.size(), 1u) << "the pooled context is lost";
-    EXPECT_EQ(tav.requestsCounted, 1);
+    tav->routingInfo = ri;
+    EXPECT_EQ(tavListGetCount(tav->contextPool), 1) << "the pooled context is lost";
 }
 
 // The texts of a usual request need no allocation, and none is lost.
@@ -101,7 +104,6 @@ TEST_F(HttpContextLife, APooledContextServesWithoutAllocating) {
         tavHttpContextRelease(ctx);
     }
     tavSetAllocationGate(nullptr);
-    EXPECT_EQ(tav.requestsCounted, 51);
 }
 
 TEST_F(HttpContextLife, ChoosesTheTraceSpecification) {
@@ -115,17 +117,16 @@ TEST_F(HttpContextLife, ChoosesTheTraceSpecification) {
         {"/other", ":DEBUG", "custom property 'DefaultRequestTraceSpec'"},
         {"/shop/b", ":DEBUG", "uri LIKE '/shop%'"},
     };
-    tav.setTraceSpec(":DEBUG");
     for (const auto &c : cases) {
         const bool shop = c.path[1] == 's';
         host.path = c.path;
         host.port = shop ? 80 : 81;
-        tav.setCustomTraceSpec(c.customSpec);
-        tav.trace.clear();
+        set("DefaultRequestTraceSpec", c.customSpec);
+        traceOn(":DEBUG");
         TavHttpContext *ctx = obtain();
-        TrSpec *otherwise = tav.customSpec ? tav.customSpec : trContextPeekSpec(trMgrGetDefaultContext(tav.mgr));
+        TrSpec *const custom = tav->customPropDefaultRequestTraceSpec, *otherwise = custom ? custom : trContextPeekSpec(tav->trCtx);
         EXPECT_EQ(trContextPeekSpec(tavHttpContextGetTrContext(ctx)), shop ? byPath : otherwise) << c.path;
-        EXPECT_TRUE(tav.traced(c.traced)) << testing::PrintToString(tav.trace);
+        EXPECT_TRUE(traced(c.traced)) << takeTrace();
         tavHttpContextRelease(ctx);
     }
     host.path.reset(); // nothing that is traced may be null
@@ -137,15 +138,20 @@ TEST_F(HttpContextLife, ChoosesTheTraceSpecification) {
 TEST_F(HttpContextLife, TheSpecificationOutlivesItsRule) {
     TrSpec *spec = addTraceRule(1, "port = 80", "http:DEBUG");
     TavHttpContext *ctx = obtain();
-    tavRulesPurge(tav.traceRules);
+    tavRulesPurge(tav->requestTraceRules);
     trPurgeDeathRow();
     EXPECT_EQ(trContextPeekSpec(tavHttpContextGetTrContext(ctx)), spec);
     EXPECT_EQ(spec->refCount, 1);
-    const int shared = trContextPeekSpec(trMgrGetDefaultContext(tav.mgr))->refCount;
+    const int shared = trContextPeekSpec(tav->trCtx)->refCount;
     tavHttpContextRelease(ctx);
     tavHttpContextRelease(obtain());
     tavHttpContextRelease(obtain());
-    EXPECT_EQ(trContextPeekSpec(trMgrGetDefaultContext(tav.mgr))->refCount, shared + 1) << "one for the context, not one a request";
+    EXPECT_EQ(trContextPeekSpec(tav->trCtx)->refCount, shared + 1) << "one for the context, not one a request";
+    const TrRecord *late = trRecordCreate(trGroupGetRoot(tav->trMgr), "late", TR_INFO, -1); // known to the next new context
+    TavHttpContext *pooled = obtain(), *made = obtain();
+    EXPECT_NE(trSpecMaxLevel(made->trSpec, late), trSpecMaxLevel(pooled->trSpec, late));
+    tavHttpContextRelease(pooled);
+    tavHttpContextRelease(made);
 }
 
 } // namespace

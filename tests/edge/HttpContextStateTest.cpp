@@ -1,7 +1,6 @@
 // Mapping, selection, progress reports and the rollout wait, against a real mapper and selector.
 #include <jansson.h>
 
-#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -12,12 +11,8 @@ namespace {
 
 class HttpContextState : public Site {
 protected:
-    ~HttpContextState() override { tavSetClock(nullptr); }
     void report(TavHttpContext *ctx, TavHttpContextState state) { tavHttpContextSetState(ctx, state, 0, nullptr); }
 };
-
-TavTime now;
-TavTime fakeClock() { return now; }
 
 TEST_F(HttpContextState, MapsOnceAndTurnsTheResultIntoAnAction) {
     addServer("S1");
@@ -43,16 +38,16 @@ TEST_F(HttpContextState, MapsOnceAndTurnsTheResultIntoAnAction) {
         SCOPED_TRACE(c.path.value_or("no path") + c.query.value_or(""));
         host.path = c.path;
         host.query = c.query;
-        tav.setTraceSpec("http.request.map:DEBUG");
+        traceOn("http.request.map:DEBUG");
         TavHttpContext *ctx = obtain();
         for (int i = 0; i < 2; i++) EXPECT_EQ(tavHttpContextShouldHandle(ctx), c.handled);
         EXPECT_STREQ(tavHttpContextGetApplicationEditionName(ctx), c.edition);
         EXPECT_EQ(tavHttpContextGetAction(ctx), c.action);
         EXPECT_EQ(tavHttpContextGetErrorCode(ctx), c.errorCode);
         EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx) != nullptr, c.edition != nullptr);
+        EXPECT_EQ(traced("performRequestMapping: exit " + std::to_string(c.handled) + "\n"), 1);
         EXPECT_EQ(tavHttpContextGetRuleOrder(ctx), c.ruleOrder);
         EXPECT_STREQ(tavHttpContextGetRuleExpression(ctx), c.rule);
-        EXPECT_EQ(tav.traced("performRequestMapping: exit " + std::to_string(c.handled) + "\n"), 1);
         tavHttpContextRelease(ctx);
     }
 }
@@ -70,7 +65,7 @@ TEST_F(HttpContextState, EachReportSettlesTheAccounts) {
         {REQUEST_SEND_ERROR, 0, 1, 0, false}, {RESPONSE_READ_ERROR, 0, 1, 0, false}, {RESPONSE_TIMEOUT, 0, 1, 1, false},
     };
     addServer("S1");
-    TargetServer *server = servers[0].server;
+    TargetServer *server = first().server;
     for (const auto &c : cases) {
         SCOPED_TRACE(tavHttpContextStateToString(c.state));
         TavHttpContext *ctx = route();
@@ -103,7 +98,7 @@ TEST_F(HttpContextState, TriesOtherServersAfterFailures) {
         report(ctx, state);
     }
     EXPECT_EQ(ctx->failureCount, 1);
-    for (const SiteServer &s : servers) EXPECT_TRUE(tavHttpContextIsFailedServerApp(ctx, s.sapp.serverApplication));
+    for (const Back &b : backs) EXPECT_TRUE(tavHttpContextIsFailedServerApp(ctx, b.sapp));
     EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), nullptr);
     EXPECT_EQ(tavHttpContextGetErrorCode(ctx), 504); // a response timed out before
     EXPECT_STREQ(tavHttpContextGetApplicationName(ctx), "shop");
@@ -116,13 +111,15 @@ TEST_F(HttpContextState, TriesOtherServersAfterFailures) {
 TEST_F(HttpContextState, ATrialIsDecidedAndCountedNowhere) {
     for (const char *name : {"S1", "S2", "S3"}) addServer(name);
     addRule("7", "HTTPMethod = 'GET'", "permitsticky:shop");
-    tav.setTraceSpec(":NOTICE");
+    traceOn(":NOTICE");
+    tav->processType = ServerProcess;
+    tav->maxRequestsPerDaemon = 9;
     const auto tried = [this](const char *spec) {
-        TavHttpContext *ctx = tavHttpContextObtainTrial(&tav, &host, spec);
+        TavHttpContext *ctx = tavHttpContextObtainTrial(tav, &host, spec);
         const std::string server = tavHttpContextGetTargetEndpoint(ctx) ? tavHttpContextGetTargetEndpointServerName(ctx) : "none";
         for (int state = OBTAINED; state <= RESPONSE_SEND_ERROR; state++) report(ctx, static_cast<TavHttpContextState>(state));
         EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr) << "a report gave the endpoint up";
-        for (const SiteServer &s : servers) EXPECT_EQ(s.server->outstandingRequestCount + (s.server->nextRetryTime != 0), 0);
+        for (const Back &b : backs) EXPECT_EQ(b.server->outstandingRequestCount + (b.server->nextRetryTime != 0), 0);
         tavHttpContextRelease(ctx);
         return server;
     };
@@ -132,16 +129,17 @@ TEST_F(HttpContextState, ATrialIsDecidedAndCountedNowhere) {
         TavHttpContext *ctx = route();
         EXPECT_EQ(tavHttpContextGetTargetEndpointServerName(ctx), server);
         tavHttpContextRelease(ctx);
-        EXPECT_EQ(tav.traced("wlor: start at"), i) << "only a trial with a specification of its own is traced";
+        EXPECT_EQ(traced("wlor: start at"), i) << "only a trial with a specification of its own is traced";
     }
-    EXPECT_EQ(tav.requestsCounted, 4);
-    EXPECT_EQ(tavHttpContextObtainTrial(&tav, &host, "no.such.record"), nullptr);
+    EXPECT_EQ(tav->requestsPerDaemon, 4);
+    tav->processType = StandaloneProcess;
+    EXPECT_EQ(tavHttpContextObtainTrial(tav, &host, "no.such.record"), nullptr);
 
     const struct {
         Text host, path;
         const char *module, *rules;
     } mappings[] = {
-        {"localhost", "/shop;x=1", "\"/cell/c/application/shop/webModule/store\"",
+        {"localhost", "/shop;x=1", "\"/cell/c/application/shop/webModule/shop.war\"",
          "[{\"order\":7,\"expression\":\"HTTPMethod = 'GET'\",\"action\":"
          "\"permit the base edition, sticky\",\"parses\":true,\"steps\":1}]"},
         {"localhost", "/elsewhere", "null", "[]"},
@@ -167,7 +165,7 @@ TEST_F(HttpContextState, TellsWhyUntilTheEnd) {
     addServer("S1", "c1");
     addServer("S2");
     addRule("7", "true", "permit:shop");
-    ri.version = 3;
+    tavRoutingInfoSetVersion(ri, 3);
     host.cookies["ZVJSESSIONID"] = "id:c1";
     TavHttpContext *ctx = route();
     EXPECT_EQ(tavHttpContextGetAffinityBreakReason(ctx), nullptr);
@@ -183,14 +181,14 @@ TEST_F(HttpContextState, TellsWhyUntilTheEnd) {
     for (const auto &c : cases) {
         report(ctx, c.failure);
         EXPECT_STREQ(tavHttpContextGetAffinityBreakReason(ctx), c.between);
-        if (&c == &cases[2]) tsServerConnectSuccess(servers[0].server);
+        if (&c == &cases[2]) tsServerConnectSuccess(first().server);
         EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
         EXPECT_STREQ(tavHttpContextGetAffinityBreakReason(ctx), c.after);
-        EXPECT_STREQ(tavHttpContextGetTargetEndpointServerName(ctx), c.server);
+        EXPECT_STREQ(tavPathToName(tavHttpContextGetTargetEndpointServerName(ctx)), c.server);
     }
     const char *expression = tavHttpContextGetRuleExpression(ctx);
     rmWebRouteWorkClassDelete(workClass);
-    ri.version = 4;
+    tavRoutingInfoSetVersion(ri, 4);
     EXPECT_STREQ(expression, "true");
     EXPECT_EQ(tavHttpContextGetRuleOrder(ctx), 7);
     EXPECT_EQ(tavHttpContextGetConfigVersion(ctx), 3);
@@ -199,16 +197,16 @@ TEST_F(HttpContextState, TellsWhyUntilTheEnd) {
 
 TEST_F(HttpContextState, ConnectResultsReachTheServer) {
     addServer("S1");
-    tav.setTraceSpec("http.request.connectFailure:WARNING");
+    traceOn("http.request.connectFailure:WARNING");
     TavHttpContext *ctx = route();
     tavHttpContextSetState(ctx, CONNECT_FAILURE, 111, const_cast<char *>("100% refused %s"));
-    EXPECT_TRUE(tav.traced("server S1 failed")) << tav.trace.size();
-    EXPECT_TRUE(tav.traced("100% refused %s"));
+    EXPECT_TRUE(traced("server /cell/c/node/n/server/S1 failed"));
+    EXPECT_TRUE(traced("100% refused %s"));
     tavHttpContextRelease(ctx);
-    servers[0].server->nextRetryTime = 0; // selectable again, still with a raised interval
+    first().server->nextRetryTime = 0; // selectable again, still with a raised interval
     ctx = route();
     report(ctx, CONNECT_SUCCESS);
-    EXPECT_EQ(servers[0].server->nextRetryInterval, TS_FIRST_RETRY_INTERVAL);
+    EXPECT_EQ(first().server->nextRetryInterval, TS_FIRST_RETRY_INTERVAL);
     tavHttpContextRelease(ctx);
 }
 
@@ -223,13 +221,12 @@ TEST_F(HttpContextState, MeasuresTheServiceTime) {
         {0, 0, 1250, 1251}, // the unset start counts as a time
     };
     addServer("S1");
-    tavSetClock(fakeClock);
     for (const auto &c : cases) {
-        now = 900;
+        fakeNow = 900;
         TavHttpContext *ctx = route();
-        if (c.sending) now = c.sending, report(ctx, REQUEST_SENDING);
-        if (c.sent) now = c.sent, report(ctx, REQUEST_SENT);
-        now = c.arrived;
+        if (c.sending) fakeNow = c.sending, report(ctx, REQUEST_SENDING);
+        if (c.sent) fakeNow = c.sent, report(ctx, REQUEST_SENT);
+        fakeNow = c.arrived;
         report(ctx, RESPONSE_ARRIVED);
         EXPECT_EQ(ctx->serviceTime, c.expected) << c.sending << " " << c.sent;
         tavHttpContextRelease(ctx);
@@ -239,9 +236,8 @@ TEST_F(HttpContextState, MeasuresTheServiceTime) {
 TEST_F(HttpContextState, LimitsEndpointsAndTimePerRequest) {
     addServer("S1");
     addServer("S2");
-    tavSetClock(fakeClock);
-    now = 1000;
-    tav.maxEndpoints = 1;
+    fakeNow = 1000;
+    tav->maxTargetEndpointsPerRequest = 1;
     TavHttpContext *ctx = route();
     report(ctx, CONNECT_FAILURE); // does not count
     EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
@@ -250,14 +246,14 @@ TEST_F(HttpContextState, LimitsEndpointsAndTimePerRequest) {
     EXPECT_EQ(tavHttpContextGetAction(ctx), PERMIT);
     tavHttpContextRelease(ctx);
 
-    tav.maxElapsed = 500;
-    now = 100000;
+    tav->maxElapsedTimePerRequestInMillis = 500;
+    fakeNow = 100000;
     ctx = obtain();
-    now += 499;
+    fakeNow += 499;
     EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
     tavHttpContextRelease(ctx);
     ctx = obtain();
-    now += 500;
+    fakeNow += 500;
     EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), nullptr);
     EXPECT_EQ(tavHttpContextGetErrorCode(ctx), 504);
     EXPECT_STREQ(tavHttpContextGetErrorMessage(ctx), "MaxElapsedTimePerRequest exceeded");
@@ -267,11 +263,11 @@ TEST_F(HttpContextState, LimitsEndpointsAndTimePerRequest) {
 TEST_F(HttpContextState, AFixedEndpointServesEverythingUnaccounted) {
     addServer("S1");
     host.path = "/elsewhere";
-    tav.fixedEndpoint = servers[0].endpoint;
+    tav->targetEndpoint = first().http;
     TavHttpContext *ctx = obtain();
-    EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), servers[0].endpoint);
+    EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), first().http);
     report(ctx, CONNECT_FAILURE);
-    EXPECT_TRUE(!tavHttpContextGetMyTargetEndPoint(ctx) && servers[0].server->nextRetryTime == 0);
+    EXPECT_TRUE(!tavHttpContextGetMyTargetEndPoint(ctx) && first().server->nextRetryTime == 0);
     tavHttpContextRelease(ctx);
 }
 
@@ -290,7 +286,7 @@ TEST_F(HttpContextState, OnlyASuspendedRequestIsCancelledAndOneOfManyCancelsWins
     host.resumeResult = 7;
     report(ctx, REQUEST_SUSPENDED);
     EXPECT_EQ(tavHttpContextCancelRequest(ctx), -1);
-    tav.env.http.request.resume = nullptr;
+    tav->env.http.request.resume = nullptr;
     report(ctx, REQUEST_SUSPENDED);
     EXPECT_EQ(tavHttpContextCancelRequest(ctx), -1);
     EXPECT_EQ(tavHttpContextGetState(ctx), REQUEST_CANCELED);
@@ -306,7 +302,7 @@ struct Rollout {
 
 void sleepInRollout(int seconds) {
     EXPECT_EQ(seconds, 1);
-    if (++rollout.sleeps == rollout.startsAt) tsServerSetPropStr(rollout.site->servers[0].server, "state", "STARTED");
+    if (++rollout.sleeps == rollout.startsAt) tsServerSetPropStr(rollout.site->first().server, "state", "STARTED");
 }
 
 TEST_F(HttpContextState, WaitsForARollout) {
@@ -321,20 +317,20 @@ TEST_F(HttpContextState, WaitsForARollout) {
         {3, 3, 3, true, "wait for rollout of application 'shop' for max of 3 seconds\n"}, // in the last round
     };
     addServer("S1");
-    TargetServer *server = servers[0].server;
+    TargetServer *server = first().server;
     tsClusterSetPropStr(cluster, "appEditionRolloutState", "BEGIN_ROLLOUT");
     tavHttpContextSetRolloutSleep(sleepInRollout);
     for (const auto &c : cases) {
         SCOPED_TRACE(c.line);
         tsServerSetPropStr(server, "state", "RESTARTING");
         rollout = {0, c.startsAt, this};
-        tav.maxRolloutSeconds = c.limit;
-        tav.setTraceSpec("http.request.select.editionRollout:INFO,http.request.map:DEBUG");
+        tav->maxSecondsToWaitDuringAtomicRollout = c.limit;
+        traceOn("http.request.select.editionRollout:INFO,http.request.map:DEBUG");
         TavHttpContext *ctx = obtain();
         EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx) != nullptr, c.found);
         EXPECT_EQ(rollout.sleeps, c.sleeps);
-        EXPECT_EQ(tav.traced("performRequestMapping: exit 1"), 1 + c.sleeps);
-        EXPECT_TRUE(tav.traced(c.line));
+        EXPECT_EQ(traced("performRequestMapping: exit 1"), 1 + c.sleeps);
+        EXPECT_TRUE(traced(c.line));
         EXPECT_EQ(tavHttpContextGetAction(ctx), c.found ? PERMIT : REJECT);
         EXPECT_EQ(server->outstandingRequestCount, c.found ? 1 : 0);
         EXPECT_EQ(tavHttpContextWaitForRollout(ctx), nullptr) << "a second wait";
@@ -342,12 +338,12 @@ TEST_F(HttpContextState, WaitsForARollout) {
         tavHttpContextRelease(ctx);
         EXPECT_EQ(server->outstandingRequestCount, 0);
     }
-    TavHttpContext *trial = tavHttpContextObtainTrial(&tav, &host, "http.request.select.editionRollout:INFO");
+    TavHttpContext *trial = tavHttpContextObtainTrial(tav, &host, "http.request.select.editionRollout:INFO");
     rollout = {0, 0, this};
     tsServerSetPropStr(server, "state", "RESTARTING");
     EXPECT_EQ(tavHttpContextGetTargetEndpoint(trial), nullptr);
     EXPECT_EQ(rollout.sleeps, 0);
-    EXPECT_TRUE(tav.traced("would wait for rollout of application 'shop' for max of "));
+    EXPECT_TRUE(traced("would wait for rollout of application 'shop' for max of "));
     tavHttpContextRelease(trial);
     tavHttpContextSetRolloutSleep(nullptr);
 }
@@ -356,7 +352,7 @@ TEST_F(HttpContextState, WaitsForARollout) {
 TEST_F(HttpContextState, AWaitFollowsWhatTheRulesDecideNow) {
     addServer("S1");
     tsClusterSetPropStr(cluster, "appEditionRolloutState", "BEGIN");
-    tsServerSetPropStr(servers[0].server, "state", "STOPPED");
+    tsServerSetPropStr(first().server, "state", "STOPPED");
     addRule("5", "queryparm(go) = 'away'", "redirect:http://else/");
     addRule("default", "true", "permit:shop");
     rollout = {0, 1, this};
@@ -367,7 +363,7 @@ TEST_F(HttpContextState, AWaitFollowsWhatTheRulesDecideNow) {
     TavHttpContext *ctx = obtain();
     EXPECT_EQ(tavHttpContextGetTargetEndpoint(ctx), nullptr);
     EXPECT_STREQ(tavHttpContextGetRedirectURL(ctx), "http://else/");
-    EXPECT_EQ(servers[0].server->outstandingRequestCount, 0);
+    EXPECT_EQ(first().server->outstandingRequestCount, 0);
     tavHttpContextRelease(ctx);
     tavHttpContextSetRolloutSleep(nullptr);
 }

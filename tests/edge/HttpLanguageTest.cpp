@@ -1,7 +1,5 @@
 // The HTTP operands against a request, alone and inside rules.
-#include <gtest/gtest.h>
-
-#include "edge/FakeCore.h"
+#include "core/CoreFixture.h"
 #include "support/Expressions.h"
 #include "tavHttpContext/tavHttpContext.h"
 #include "tavHttpLanguage/tavHttpLanguage.h"
@@ -9,17 +7,18 @@
 
 namespace {
 
-class HttpLanguage : public testing::Test {
+class HttpLanguage : public CoreFixture {
 protected:
-    HttpLanguage() {
-        tav.routingInfo = &ri;
-        ctx = tavHttpContextObtain(&tav, &host);
+    void SetUp() override {
+        CoreFixture::SetUp();
+        ctx = tavHttpContextObtain(tav, &host);
     }
-    ~HttpLanguage() override { tavHttpContextRelease(ctx); }
-    std::string value(const std::string &text) { return valueOf(tav.language, text, ctx); }
+    void TearDown() override {
+        tavHttpContextRelease(ctx);
+        CoreFixture::TearDown();
+    }
+    std::string value(const std::string &text) { return valueOf(tav->httpLanguage, text, ctx); }
 
-    FakeCore tav;
-    TavRoutingInfo ri{&tav};
     EnvHttpContext host;
     TavHttpContext *ctx;
 };
@@ -49,17 +48,13 @@ const struct OperandCase {
     {"protocol", [](Host &h) { h.protocol.reset(); }, "null"}, // the only one that always has a value
     {"header(X-One)",
      [](Host &h) {
-         h.headers = {{"x-one", {"1", "2"}}};
+         h.headers["x-one"] = {"1", "2"};
      },
      "'1'"},
     {"header$Accept", [](Host &h) { h.headers["Accept"] = {""}; }, "''"},
     {"header(Missing)", [](Host &) {}, "missing"},
     {"header(absent) IS NULL", [](Host &) {}, "FALSE"}, // of no value at all no operator holds
-    {"cookie(Id)",
-     [](Host &h) {
-         h.cookies = {{"Id", "a=b"}, {"id", "c"}};
-     },
-     "'a=b'"},
+    {"cookie(Id)", [](Host &h) { h.cookies["Id"] = "a=b", h.cookies["id"] = "c"; }, "'a=b'"},
     {"cookie(ID)", [](Host &h) { h.cookies["Id"] = "a"; }, "missing"},
     {"clienthost", [](Host &h) { h.clientHost = "pc", h.headers["$ZVRH"] = {"front"}; }, "'front'"},
     {"clienthost", [](Host &h) { h.clientHost = "pc", h.headers["$ZVRH"] = {""}; }, "'pc'"},
@@ -101,9 +96,9 @@ TEST_F(HttpLanguage, OperandsGiveTheRequestsProperties) {
     host.path = std::string(5000, 'p'); // more than the evaluation keeps at hand
     EXPECT_EQ(value("uri"), "'" + *host.path + "'");
     host.clientHost = "pc";
-    tav.env.http.request.getHeaderValue = nullptr;
+    tav->env.http.request.getHeaderValue = nullptr;
     EXPECT_EQ(value("clienthost"), "'pc'");
-    tav.env.http.request = {}; // a slot that the host lacks has no value
+    tav->env.http.request = {}; // a slot that the host lacks has no value
     for (const OperandCase &c : OPERANDS) {
         const std::string name = c.expression;
         if (name.find(' ') != std::string::npos) continue;
@@ -120,7 +115,7 @@ TEST_F(HttpLanguage, ReportsWhatShouldNotHappen) {
         EXPECT_NE(testing::internal::GetCapturedStderr().find(expected), std::string::npos) << name;
     }
     testing::internal::CaptureStderr();
-    EXPECT_EQ(valueOf(tav.language, "uri", nullptr), "missing");
+    EXPECT_EQ(valueOf(tav->httpLanguage, "uri", nullptr), "missing");
     EXPECT_NE(testing::internal::GetCapturedStderr().find("\n** TAV_ERROR(tavHttpLangauge): tavHttpCtx is NULL at file "),
               std::string::npos);
 }

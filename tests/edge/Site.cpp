@@ -1,54 +1,24 @@
 #include "edge/Site.h"
 
-static constexpr const char *MODULE = "/cell/c/application/shop/webModule/store";
+#include "tavURLMatcher/tavURLMatcher.h"
 
-Site::Site() {
+void Site::SetUp() {
+    SelectorTest::SetUp();
+    tav->maxHttpContextPoolSize = 10;
     host.path = "/shop/cart";
-    ri.mapper = rmCreate(&ri);
-    ri.selector = tsCreate(&ri);
-    tav.routingInfo = &ri;
-
-    application = rmApplicationCreate(ri.mapper, "/cell/c/application/shop");
-    module = rmWebModuleCreate(application, MODULE, -1);
     rmWebModuleSetPropStr(module, "contextRoot", "/shop");
     rmWebModuleInit(module);
-    VHostMatcher *group = createVHostMatcher(&ri, "/cell/c/vHostGroup/default");
+    rmWebModuleAddUri(module, "/*");
+    VHostMatcher *group = createVHostMatcher(ri, "/cell/c/vHostGroup/default");
     putVHost(group, "localhost", 80);
-    rmAddVHostMatcher(ri.mapper, group);
+    rmAddVHostMatcher(rm, group);
     rmLinkVHostAndWebModule(group, module, TRUE);
-
-    node = tsNodeCreate(ri.selector, "/cell/c/node/n");
-    cluster = tsClusterCreate(ri.selector, "C1");
-    VirtualCluster *vc = tsVirtualClusterCreate(ri.selector, module, MODULE);
-    tsLinkVirtualClusterToCluster(vc, cluster, TRUE);
 }
 
-Site::~Site() {
-    EXPECT_EQ(ri.refCount, 1) << "a context still pins the snapshot";
-    EXPECT_EQ(tav.stopLocks, 0);
-    tav.routingInfo = nullptr;
-    rmDelete(ri.mapper);
-    tsDelete(ri.selector);
-}
-
-SiteServer &Site::addServer(const char *name, const char *cloneId, const char *type) {
-    SiteServer &s = servers.emplace_back();
-    s.server = tsServerCreate(node, name, nullptr);
-    if (cloneId) tsServerSetPropStr(s.server, "id", cloneId);
-    tsServerSetPropStr(s.server, "type", type);
-    tsServerSetPropInt(s.server, "weight", 1);
-    tsServerInit(s.server);
-    s.endpoint = tsEndPointCreate(s.server, (std::string(name) + "/http").c_str());
-    tsEndPointSetPropStr(s.endpoint, "protocol", "http");
-    tsEndPointSetPropStr(s.endpoint, "host", "backend");
-    tsEndPointSetPropInt(s.endpoint, "port", 9080);
-    tsEndPointInit(s.endpoint);
-    tsServerApplicationCreate(s.server, (std::string(name) + "/serverApplication/shop").c_str(), nullptr, &s.sapp);
-    tsServerApplicationSetPropStr(&s.sapp, "state", "STARTED");
-    tsServerSetPropStr(s.server, "state", "STARTED");
-    tsLinkClusterServer(cluster, s.server, TRUE);
-    tsLinkServerToWebModule(s.server, module, TRUE);
-    return s;
+Back &Site::addServer(const char *name, const char *cloneId, const char *type) {
+    Back &b = back(name, cloneId);
+    tsServerSetPropStr(b.server, "type", type);
+    return b;
 }
 
 void Site::addRule(const char *name, const char *expression, const char *action) {
@@ -63,13 +33,13 @@ void Site::addRule(const char *name, const char *expression, const char *action)
 }
 
 TrSpec *Site::addTraceRule(int order, const char *expression, const char *spec) {
-    TavRule *rule = tavRuleCreate(tav.traceRules);
+    TavRule *rule = tavRuleCreate(tav->requestTraceRules);
     tavRuleSetType(rule, TAVRULETYPE_REQUESTTRACE);
     tavRuleSetOrder(rule, order);
     tavRuleSetExpr(rule, expression);
-    TrSpec *compiled = trSpecCreate(tav.mgr, spec);
+    TrSpec *compiled = trSpecCreate(tav->trMgr, spec);
     tavRuleSetObject(rule, compiled);
-    tavRulesInsertRule(tav.traceRules, rule);
+    tavRulesInsertRule(tav->requestTraceRules, rule);
     return compiled;
 }
 

@@ -1,48 +1,26 @@
-// One application on one cluster: everything a request needs to be routed, built through the real mapper and selector.
+// The selector's site as requests find it: at host localhost, port 80, below /shop. Contexts are pooled.
 #ifndef EDGE_SITE_H
 #define EDGE_SITE_H
 
-#include <gtest/gtest.h>
+#include "model/SelectorTest.h"
 
-#include <deque>
-#include <string>
-
-#include "edge/FakeCore.h"
-#include "tavHttpContext/tavHttpContext.h"
-#include "tavRequestMapper/tavRequestMapper.h"
-#include "tavTargetSelector/tavTargetSelector.h"
-#include "tavURLMatcher/tavURLMatcher.h"
-
-struct SiteServer {
-    TargetServer *server;
-    TavTargetEndpoint *endpoint;
-    TavServerApplication sapp;
-};
-
-// Host localhost, port 80: /shop is module "store" of application "shop", served by cluster C1.
-class Site : public testing::Test {
+class Site : public SelectorTest {
 public:
-    Site();
-    ~Site() override;
+    void SetUp() override;
 
-    SiteServer &addServer(const char *name, const char *cloneId = nullptr, const char *type = "APPLICATION_SERVER");
+    Back &addServer(const char *name, const char *cloneId = nullptr, const char *type = "APPLICATION_SERVER");
     // A work-class rule of the application.
     void addRule(const char *name, const char *expression, const char *action);
     // A request-trace rule; returns its specification, borrowed.
     TrSpec *addTraceRule(int order, const char *expression, const char *spec);
-    TavHttpContext *obtain() { return tavHttpContextObtain(&tav, &host); }
+    TavHttpContext *obtain() { return tavHttpContextObtain(tav, &host); }
     // Obtains a context and selects its endpoint.
     TavHttpContext *route();
+    // The server that was added first.
+    Back &first() { return backs.front(); }
 
-    FakeCore tav;
-    TavRoutingInfo ri{&tav};
     EnvHttpContext host;
-    WebModule *module = nullptr;
-    Application *application = nullptr;
     WebRouteWorkClass *workClass = nullptr;
-    TargetNode *node = nullptr;
-    Cluster *cluster = nullptr;
-    std::deque<SiteServer> servers;
 };
 
 #endif

@@ -3,7 +3,6 @@
 #define LANGUAGE_LANGUAGEFIXTURE_H
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "base/FailEachAllocation.h"
 #include "support/Expressions.h"

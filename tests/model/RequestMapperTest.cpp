@@ -1,4 +1,4 @@
-#include "FakeHttpContext.h"
+#include "ModelTest.h"
 #include "VHostMatcher/VHostMatcher.h"
 #include "base/FailEachAllocation.h"
 #include "tavRequestMapper/tavRequestMapper.h"
@@ -7,13 +7,15 @@
 
 namespace {
 
-class RequestMapperTest : public RulesTest {
+class RequestMapperTest : public ModelTest {
 protected:
-    RequestMapperTest() {
+    void SetUp() override {
+        ModelTest::SetUp();
+        rm = ri->requestMapper;
+        group = createVHostMatcher(ri, "/vHostGroup/default");
         putVHost(group, "localhost", 80);
         rmAddVHostMatcher(rm, group);
     }
-    ~RequestMapperTest() override { rmDelete(rm); }
     Application *application(const char *name, const char *edition) {
         Application *app = rmApplicationCreate(rm, name);
         EXPECT_TRUE(rmApplicationSetPropStr(app, "edition", edition));
@@ -63,16 +65,16 @@ protected:
         rule(workClass, "/rule/8", "uri = '/shop/elsewhere'", "permit:shop-edition3.0");
         rule(workClass, "/rule/9", "uri = '/shop/beta", nullptr); // in error: passed over
     }
-    int map(TavHttpContext &ctx) { return rmMapRequest(rm, &ctx); }
+    // Result, action and what goes with it, then application/edition/module/root.
+    std::string map(const RequestPtr &request) { return outcome(rmMapRequest(rm, request.get()), *request); }
+    static std::string outcome(int result, const TavHttpContext &ctx);
 
-    RequestMapper *rm = rmCreate(&ri);
-    VHostMatcher *group = createVHostMatcher(&ri, "/vHostGroup/default");
+    RequestMapper *rm = nullptr;
+    VHostMatcher *group = nullptr;
 };
 
-std::string text(const Text &value) { return value.value_or("-"); }
-
-// The outcome on one line: result, action and what goes with it, then application/edition/module/root.
-std::string outcome(int result, const TavHttpContext &ctx) {
+std::string RequestMapperTest::outcome(int result, const TavHttpContext &ctx) {
+    const auto text = [](const char *value) { return std::string(value ? value : "-"); };
     std::string line = std::to_string(result);
     if (ctx.action == PERMIT) line += ctx.sticky ? " permit sticky" : " permit";
     if (ctx.action == REJECT) line += " reject " + std::to_string(ctx.errorCode) + " " + text(ctx.errorMsg);
@@ -111,21 +113,19 @@ TEST_F(RequestMapperTest, RequestsFindTheirEdition) {
         {nullptr, "-1 reject 500 null path"},
     };
     for (const char *spec : {":NOTICE", ":NOTICE,http.request.map:DEBUG"}) {
-        tav.setTraceSpec(spec);
+        traceOn(spec);
         for (const auto &[path, expected] : cases) {
-            TavHttpContext ctx = request(path);
-            int result = map(ctx);
-            EXPECT_EQ(outcome(result, ctx), expected) << (path ? path : "null");
+            EXPECT_EQ(map(request(path)), expected) << (path ? path : "null");
         }
     }
-    EXPECT_TRUE(tav.traced("mapped request localhost:80//shop/beta/x to web module /wm/shop2\n"));
-    EXPECT_TRUE(tav.traced("null edition name"));
-    TavHttpContext other = request("/plain");
-    other.request.host = "unknown.example";
-    EXPECT_EQ(outcome(map(other), other), "0 reject 404 no mapping found");
-    other.request.host = std::nullopt;
-    EXPECT_EQ(outcome(map(other), other), "-1 reject 500 null host");
-    EXPECT_EQ(rmMapRequest(nullptr, &other), -1);
+    EXPECT_TRUE(traced("mapped request localhost:80//shop/beta/x to web module /wm/shop2\n"));
+    EXPECT_TRUE(traced("null edition name"));
+    const RequestPtr other = request("/plain");
+    hosts.back().host = "unknown.example";
+    EXPECT_EQ(map(other), "0 reject 404 no mapping found");
+    hosts.back().host = std::nullopt;
+    EXPECT_EQ(map(other), "-1 reject 500 null host");
+    EXPECT_EQ(rmMapRequest(nullptr, other.get()), -1);
     EXPECT_EQ(rmMapRequest(rm, nullptr), -1);
 }
 
@@ -158,15 +158,11 @@ TEST_F(RequestMapperTest, WorkClassesEndInTheDefaultOne) {
         ASSERT_TRUE(rmWebRouteWorkClassInit(rmWebRouteWorkClassCreate(app, name)));
         EXPECT_EQ(app->defaultWebRouteWorkClass, nullptr) << name;
     }
-    const auto mapped = [this] {
-        TavHttpContext ctx = request("/a");
-        const int result = map(ctx);
-        return outcome(result, ctx);
-    };
+    const auto mapped = [this] { return map(request("/a")); };
     EXPECT_EQ(mapped(), "1 permit | a 1 /wm/a /a");
     WebRouteWorkClass *workClass = defaultWorkClass(app);
     // Rules come, change and go on a published snapshot.
-    ri.published = TRUE;
+    ri->published = TRUE;
     TavRule *made = rule(workClass, "/rule/x", "uri = '/a'", "reject:410");
     EXPECT_EQ(mapped(), "1 reject 410 matched reject edition routing rule");
     EXPECT_TRUE(rmEditionRoutingRuleSetPropStr(made, "action", "redirect:/b"));

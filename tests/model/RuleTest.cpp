@@ -2,9 +2,10 @@
 
 #include <climits>
 
-#include "FakeHttpContext.h"
+#include "ModelTest.h"
 #include "tavLanguage/tavLanguage.h"
 #include "tavRule/tavRule.h"
+#include "tavUtil/tavMemory.h"
 #include "tavUtil/tavString.h"
 
 using testing::ElementsAre;
@@ -13,10 +14,10 @@ namespace {
 
 using RulesPtr = std::unique_ptr<TavRules, decltype([](TavRules *rules) { tavRulesFree(rules); })>;
 
-class RuleTest : public RulesTest {
+class RuleTest : public ModelTest {
 protected:
     RulesPtr makeSet() {
-        RulesPtr rules(tavRulesCreate(tav.language, &tav));
+        RulesPtr rules(tavRulesCreate(tav->httpLanguage, tav));
         tavRulesSetType(rules.get(), TAVRULESTYPE_WEBROUTEWORKCLASS);
         return rules;
     }
@@ -30,11 +31,10 @@ protected:
         EXPECT_TRUE(tavRulesInsertRule(rules.get(), rule));
         return rule;
     }
-    TavRuleMatch match(const RulesPtr &rules, TavHttpContext &ctx) { return tavRulesMatch(ctx.trContext, rules.get(), &ctx); }
+    TavRuleMatch match(const RulesPtr &rules, const RequestPtr &ctx) { return tavRulesMatch(ctx->trContext, rules.get(), ctx.get()); }
     // Edition that the set permits for the path, "-" without a match.
     std::string editionFor(const RulesPtr &rules, const char *path) {
-        TavHttpContext ctx = request(path);
-        TavRuleMatch found = match(rules, ctx);
+        TavRuleMatch found = match(rules, request(path));
         return found.entry() ? actionGetEdition(found.entry()->action) : "-";
     }
     std::vector<std::string> expressions(const RulesPtr &rules) {
@@ -100,8 +100,9 @@ TEST_F(RuleTest, OrderDecidesAndTiesKeepTheirTurn) {
     add(rules, 5, "uri LIKE '/%'", "permit:-editionsecond5");
     TavRule *three = add(rules, 3, "uri = '/3'", "permit:-edition3");
     EXPECT_THAT(expressions(rules), ElementsAre("uri = '/1'", "uri = '/3'", "uri = '/a'", "uri LIKE '/%'"));
+    const RequestPtr ctx = request("/a");
     tavRulesLockObtain(rules.get(), "test"); // matching does without it
-    EXPECT_EQ(editionFor(rules, "/a"), "first5");
+    EXPECT_STREQ(actionGetEdition(match(rules, ctx).entry()->action), "first5");
     tavRulesLockRelease(rules.get());
     EXPECT_EQ(editionFor(rules, "/3"), "3");
     EXPECT_EQ(editionFor(rules, "/b"), "second5");
@@ -125,8 +126,8 @@ TEST_F(RuleTest, TextsInErrorStayAndNeverMatch) {
     };
     EXPECT_EQ(tavRuleGetErrorPosition(rule), -1);
     EXPECT_EQ(editionFor(rules, "/a"), "-");
-    TavHttpContext ctx = request("/a");
-    tav.setTraceSpec(":DEBUG");
+    RequestPtr ctx = request("/a");
+    traceOn(":DEBUG");
     // A text that does not scan brings the scanner's own message and place; one that scans but does not parse brings the parser's.
     const std::pair<const char *, std::string> cases[] = {
         {"", none},
@@ -141,13 +142,13 @@ TEST_F(RuleTest, TextsInErrorStayAndNeverMatch) {
         ASSERT_TRUE(tavRuleSetExpr(rule, text));
         EXPECT_STREQ(rule->expressionString, text);
         EXPECT_EQ(error(), expected);
-        EXPECT_EQ(tavRuleMatches(ctx.trContext, rule, &ctx), 0);
+        EXPECT_EQ(tavRuleMatches(ctx->trContext, rule, ctx.get()), 0);
         EXPECT_EQ(editionFor(rules, "/a"), "-");
     }
     ASSERT_TRUE(tavRuleSetExpr(rule, "uri = '/a'"));
     EXPECT_FALSE(tavRuleIsError(rule));
     EXPECT_EQ(tavRuleGetErrorPosition(rule), -1);
-    EXPECT_EQ(tavRuleMatches(ctx.trContext, rule, &ctx), 1);
+    EXPECT_EQ(tavRuleMatches(ctx->trContext, rule, ctx.get()), 1);
     EXPECT_EQ(editionFor(rules, "/a"), "1");
 }
 
@@ -160,8 +161,8 @@ TEST_F(RuleTest, AnyRootThatIsNotZeroMatches) {
         add(rules, 1, expr, "permit:-edition1");
         EXPECT_EQ(editionFor(rules, "/a"), matches ? "1" : "-") << expr;
     }
-    TavHttpContext ctx = request("/a");
-    EXPECT_EQ(tavRulesFindMatchingRule(ctx.trContext, nullptr, &ctx), nullptr);
+    RequestPtr ctx = request("/a");
+    EXPECT_EQ(tavRulesFindMatchingRule(ctx->trContext, nullptr, ctx.get()), nullptr);
 }
 
 TEST_F(RuleTest, ARuleHasOneSetAndPurgingFreesIt) {
@@ -182,7 +183,7 @@ TEST_F(RuleTest, ARuleHasOneSetAndPurgingFreesIt) {
 TEST_F(RuleTest, MatchesKeepWhatTheyFound) {
     RulesPtr rules = makeSet();
     TavRule *rule = add(rules, 1, "uri = '/a'", "permit:-editionold");
-    TavHttpContext ctx = request("/a");
+    RequestPtr ctx = request("/a");
     TavRuleMatch first = match(rules, ctx);
     tavRuleSetObject(rule, actionCreate("permit:-editionnew"));
     tavRuleSetExpr(rule, "uri = '/b'");
@@ -203,12 +204,12 @@ TEST_F(RuleTest, MatchesKeepWhatTheyFound) {
 
 TEST_F(RuleTest, TraceRulesCountTheirSpecification) {
     RulesPtr rules = makeSet();
-    TrSpec *spec = trSpecCreate(tav.mgr, ":DEBUG"), *other = trSpecCreate(tav.mgr, ":INFO");
+    TrSpec *spec = trSpecCreate(tav->trMgr, ":DEBUG"), *other = trSpecCreate(tav->trMgr, ":INFO");
     TavRule *rule = add(rules, 1, "uri = '/a'", nullptr);
     tavRuleSetType(rule, TAVRULETYPE_REQUESTTRACE);
     for (int i = 0; i < 2; i++) tavRuleSetObject(rule, spec); // the same one again: nothing happens
     trSpecRefObtain(spec);
-    TavHttpContext ctx = request("/a");
+    RequestPtr ctx = request("/a");
     {
         TavRuleMatch found = match(rules, ctx);
         EXPECT_EQ(found.entry()->spec, spec);
@@ -227,7 +228,7 @@ TEST_F(RuleTest, RemovalNeedsNoMemory) {
     TavRule *a = add(rules, 1, "uri = '/a'", "permit:-editiona");
     TavRule *b = add(rules, 2, "uri = '/a'", "permit:-editionb");
     add(rules, 3, "uri = '/a'", "permit:-editionc");
-    TavHttpContext ctx = request("/a");
+    RequestPtr ctx = request("/a");
     TavRuleMatch pin = match(rules, ctx);
     tavSetAllocationGate([](size_t) noexcept -> Boolean { return FALSE; });
     EXPECT_EQ(tavRulesRemoveRule(rules.get(), a), a);

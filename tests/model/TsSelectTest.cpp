@@ -1,5 +1,5 @@
 // Selection: rejections, affinity, load balancing, back-off, endpoints by protocol and virtual host.
-#include "FakesForSelector.h"
+#include "SelectorTest.h"
 #include "VHostMatcher/VHostMatcher.h"
 #include "tavUtil/tavMemory.h"
 
@@ -7,12 +7,13 @@
 
 TEST_F(SelectorTest, RequestsThatCannotBeSelectedForAreRejected) {
     const struct {
-        Text module, protocol;
+        const char *module;
+        Text protocol;
         bool cluster;
         int code;
         const char *text;
     } rows[] = {
-        {std::nullopt, "http", true, 500, "null module name"},
+        {nullptr, "http", true, 500, "null module name"},
         {moduleName, std::nullopt, true, 500, "null protocol"},
         {moduleName, "HTTP", true, 500, "negative protocol index"},
         {"/other", "http", true, 404, "web module not found by selector"},
@@ -23,13 +24,13 @@ TEST_F(SelectorTest, RequestsThatCannotBeSelectedForAreRejected) {
         SCOPED_TRACE(row.text);
         tsLinkVirtualClusterToCluster(vc, cluster, row.cluster);
         auto ctx = request();
-        ctx->moduleName = row.module;
+        tavHttpContextSetModuleName(ctx.get(), row.module);
         if (row.module != moduleName) ctx->moduleHint = nullptr;
-        ctx->request.protocol = row.protocol;
+        hosts.back().protocol = row.protocol;
         ctx->performedLoadBalancing = TRUE;
         EXPECT_EQ(tsSelect(ts, ctx.get()), nullptr);
         EXPECT_EQ(ctx->errorCode, row.code);
-        EXPECT_EQ(ctx->errorMsg, row.text);
+        EXPECT_STREQ(ctx->errorMsg, row.text);
         EXPECT_FALSE(ctx->performedLoadBalancing);
         EXPECT_EQ(ctx->targetInfo.sapp, nullptr);
     }
@@ -54,13 +55,13 @@ TEST_F(SelectorTest, AModulesHintIsFollowedOnlyWhileItHolds) {
 TEST_F(SelectorTest, AnUnavailableModuleIsLoggedWithItsCluster) {
     Back &b = back("a");
     b.state("STOPPED");
+    traceOn(":NOTICE,http.response.error.503:DEBUG");
     auto ctx = request();
     ctx->responseTimeouts = 1;
-    tav.setTraceSpec(":NOTICE,http.response.error.503:DEBUG");
     EXPECT_EQ(selectName(*ctx), "-");
     EXPECT_EQ(ctx->errorCode, 504);
-    EXPECT_EQ(ctx->errorMsg, "response timed out");
-    EXPECT_TRUE(tav.traced(std::string("504 response for module '") + moduleName + R"(':
+    EXPECT_STREQ(ctx->errorMsg, "response timed out");
+    EXPECT_TRUE(traced(std::string("504 response for module '") + moduleName + R"(':
 {
    "servers": {
       "/cell/c/node/n/server/a": {
@@ -75,12 +76,12 @@ TEST_F(SelectorTest, AnUnavailableModuleIsLoggedWithItsCluster) {
       }
    }
 }
-)")) << testing::PrintToString(tav.trace);
+)")) << takeTrace();
     EXPECT_EQ(cluster->refcnt, 2);
     tsLinkServerToWebModule(b.server, module, FALSE);
     ctx = request();
     selectName(*ctx);
-    EXPECT_TRUE(tav.traced(std::string("503 error: no servers are running web module '") + moduleName + "; Error Status Code=503'\n"));
+    EXPECT_TRUE(traced(std::string("503 error: no servers are running web module '") + moduleName + "; Error Status Code=503'\n"));
 }
 
 // ---- affinity ----
@@ -109,27 +110,25 @@ TEST_F(SelectorTest, SessionIdsAreResolvedPieceByPiece) {
         {nullptr, "/a;jsessionid=", "-"},
         {nullptr, nullptr, "-"},
     };
-    for (const bool traced : {false, true}) {
-        tav.setTraceSpec(traced ? ":DEBUG" : ":NOTICE");
+    for (const bool isTraced : {false, true}) {
+        traceOn(isTraced ? ":DEBUG" : ":NOTICE");
         for (const auto &row : rows) {
             SCOPED_TRACE(std::string(tavOrNull(row.cookie)) + " " + tavOrNull(row.path));
             auto ctx = request(row.cookie);
-            ctx->request.path = textOf(row.path);
-            ctx->failedServerApps.insert(one.sapp); // affinity does not look at failures
+            hosts.back().path = textOf(row.path);
+            tavListAddTail(ctx->failedServerApps, one.sapp); // affinity does not look at failures
             EXPECT_EQ(selectName(*ctx), row.expected);
-            EXPECT_EQ(ctx->brokenAffinity, row.broken != nullptr);
-            EXPECT_EQ(ctx->breakReason, row.broken ? row.broken : "");
+            EXPECT_EQ(brokeAffinity(ctx), row.broken != nullptr);
+            EXPECT_STREQ(tavHttpContextGetAffinityBreakReason(ctx.get()), row.broken);
             EXPECT_FALSE(ctx->performedLoadBalancing);
-            finish(*ctx);
         }
         auto ctx = request(("s:" + std::string(500, 'x') + ":c2").c_str());
         EXPECT_EQ(selectName(*ctx), "two");
-        finish(*ctx);
         std::string gone = "s"; // a client decides how much there is to tell, not how much is kept
         for (int i = 0; i < 1000; i++) gone += ":" + std::to_string(i);
         ctx = request(gone.c_str());
-        selectName(*ctx);
-        EXPECT_EQ(ctx->breakReason.size(), TS_BREAK_REASON_SIZE - 1);
+        EXPECT_EQ(selectName(*ctx), "-");
+        EXPECT_EQ(std::string(tavOrNull(tavHttpContextGetAffinityBreakReason(ctx.get()))).size(), TS_BREAK_REASON_SIZE - 1);
     }
 }
 
@@ -153,7 +152,7 @@ TEST_F(SelectorTest, ARememberedSessionServerIsNotUsedLongerThanItIsRight) {
     Back &second = *std::next(backs.begin()), &third = *std::next(backs.begin(), 2);
     tsServerApplicationDelete(&second.handle);
     EXPECT_EQ(kept("n1"), "balanced");
-    tsServerApplicationCreate(second.server, second.path.c_str(), &connector, &second.handle);
+    tsServerApplicationCreate(second.server, second.path.c_str(), connector, &second.handle);
     second.state("STARTED");
     EXPECT_EQ(kept("n1"), "n1");
     back("heir", "n2"); // the later of two servers with one clone id has it
@@ -170,31 +169,29 @@ TEST_F(SelectorTest, PartitionIdsStandForCloneIds) {
     TavHashMap *map = tavHashMapCreate2(tavFree);
     tavHashPut(map, "p9", tavStrdup("c2"));
     tavHashPut(map, "c1", tavStrdup("c2"));
-    tav.partitions["/cell/c/cluster/k"] = tsPartitionIDDataCreate(map, "1");
-    tav.partitions["/other"] = tsDefaultPartitionIDData();
+    tavSetPartitionData(tav, "/cell/c/cluster/k", tsPartitionIDDataCreate(map, "1"));
+    tavSetPartitionData(tav, "/other", tsDefaultPartitionIDData());
     for (const char *id : {"s:p9", "s:c1", "s:c2"}) {
         auto ctx = request(id);
         EXPECT_EQ(selectName(*ctx), "b") << id;
-        finish(*ctx);
     }
-    tsPartitionIDDataDelete(tav.partitions["/cell/c/cluster/k"]);
-    tav.partitions.clear();
 }
 
 TEST_F(SelectorTest, AFullServerBreaksAffinityAndIsNotBalancedTo) {
     Back &a = back("a", "c1");
     back("b", "c2");
-    std::vector<std::unique_ptr<TavHttpContext>> open;
-    tav.setTraceSpec(":NOTICE,http.request.select.affinity.break:DEBUG");
+    std::vector<RequestPtr> open;
+    traceOn(":NOTICE,http.request.select.affinity.break:DEBUG");
     for (const auto &[max, expected] : {std::pair(2, "a"), {2, "a"}, {2, "b"}, {-1, "a"}, {0, "b"}}) {
         tsServerSetPropInt(a.server, "maxConnections", max);
         open.push_back(request("s:c1"));
         EXPECT_EQ(selectName(*open.back()), expected);
-        EXPECT_EQ(open.back()->brokenAffinity, *expected == 'b');
-        EXPECT_EQ(open.back()->breakReason.find("number of outstanding requests '") == 0, *expected == 'b');
+        EXPECT_EQ(brokeAffinity(open.back()), *expected == 'b');
+        const std::string reason = tavOrNull(tavHttpContextGetAffinityBreakReason(open.back().get()));
+        EXPECT_EQ(reason.starts_with("number of outstanding requests '"), *expected == 'b');
         EXPECT_EQ(open.back()->performedLoadBalancing, *expected == 'b');
     }
-    EXPECT_TRUE(tav.traced("number of outstanding requests '2' exceeded maximum connections '2' for the server /cell/c/node/n/server/a"));
+    EXPECT_TRUE(traced("number of outstanding requests '2' exceeded maximum connections '2' for the server /cell/c/node/n/server/a"));
     for (auto &ctx : open) finish(*ctx);
     EXPECT_EQ(a.server->outstandingRequestCount, 0);
 }
@@ -245,7 +242,7 @@ TEST_F(SelectorTest, CookieNamesComeFromTheFirstSourceThatHasThem) {
 TEST_F(SelectorTest, TheDefaultPolicyComesFromTheLibrarysProperties) {
     tsLinkVirtualClusterToCluster(vc, cluster, FALSE);
     const auto policy = [&](const char *property, const char *value) {
-        tav.properties[property] = value;
+        set(property, value);
         wmSetHttpAffinityPolicy(module, nullptr);
         tsVirtualClusterCreate(ts, module, moduleName);
         return names(tsVirtualClusterGetAffinityPolicy(vc));
@@ -261,11 +258,10 @@ TEST_F(SelectorTest, OddPoliciesNeitherHangNorMatchEverything) {
     tsClusterSetCloneIdSeparator(cluster, "");
     tsClusterSetSessionAffinityCookies(cluster, ",JSESSIONID");
     auto ctx = request("s:c1");
-    ctx->request.cookies[""] = "s:c1";
+    hosts.back().cookies[""] = "s:c1";
     EXPECT_EQ(selectName(*ctx), "a") << "by load";
     EXPECT_TRUE(ctx->performedLoadBalancing);
     EXPECT_NE(ctx->policy, nullptr);
-    finish(*ctx);
 }
 
 // ---- load balancing ----
@@ -320,12 +316,13 @@ TEST_F(SelectorTest, EverySkippedServerIsToldWithItsReason) {
     tsServerSetPropInt(full.server, "maxConnections", 0);
     tsEndPointSetPropInt(portless.http, "port", -1);
     tsLinkClusterServer(cluster, clusterless.server, FALSE);
-    tav.setTraceSpec(":NOTICE,http.request.select.balance:DEBUG");
+    traceOn(":NOTICE,http.request.select.balance:DEBUG");
     auto ctx = request();
-    ctx->failedServerApps.insert(failed.sapp);
+    tavListAddTail(ctx->failedServerApps, failed.sapp);
     EXPECT_EQ(selectName(*ctx), "good");
+    EXPECT_TRUE(traced("wlor: finished - shop, /cell/c/node/n/server/good\n"));
     std::vector<std::string> reasons;
-    for (const std::string &line : tav.trace) {
+    for (const std::string &line : takeLines()) {
         const size_t at = line.find(", reason=");
         if (at != std::string::npos) reasons.push_back(line.substr(at + 9));
     }
@@ -334,8 +331,6 @@ TEST_F(SelectorTest, EverySkippedServerIsToldWithItsReason) {
                   "not STARTED\n", "server weight is 0\n", "connect failure\n", "previously failed to route this request to this server\n",
                   "number of outstanding requests '0' exceeded maximum connections '0' for the server /cell/c/node/n/server/full\n",
                   "transport is not valid\n", "no cluster associated with the server\n"}));
-    EXPECT_TRUE(tav.traced("wlor: finished - shop, /cell/c/node/n/server/good\n"));
-    finish(*ctx);
 }
 
 TEST_F(SelectorTest, ConnectFailuresBackOffTenfoldUpToAMinute) {
@@ -365,12 +360,12 @@ TEST_F(SelectorTest, ARetryGivesUpTheEarlierTarget) {
     auto ctx = request();
     EXPECT_EQ(selectName(*ctx), "a");
     EXPECT_EQ(a.server->refcnt, 2);
-    tsServerApplicationDecrementOutstandingRequestCount(ctx.get(), ctx->sapp, 0, 0, FALSE);
-    ctx->failedServerApps.insert(ctx->sapp);
+    tsServerApplicationDecrementOutstandingRequestCount(ctx.get(), a.sapp, 0, 0, FALSE);
+    tavListAddTail(ctx->failedServerApps, a.sapp);
     EXPECT_EQ(selectName(*ctx), "b");
     EXPECT_EQ(a.server->refcnt, 1);
     EXPECT_EQ(b.server->refcnt, 2);
-    EXPECT_EQ(ctx->sapp, b.sapp);
+    EXPECT_EQ(ctx->targetServerApplication, b.sapp);
     finish(*ctx);
     tsTargetInfoDecrementRefCnt(ctx.get()); // nothing left to let go
     EXPECT_EQ(b.server->refcnt, 1);
@@ -398,38 +393,33 @@ TEST_F(SelectorTest, TheFirstLevelWithAMapModeChoosesTheProtocol) {
     for (const auto &row : rows) {
         SCOPED_TRACE(i++);
         auto ctx = request();
-        ctx->request.protocol = row.protocol;
+        hosts.back().protocol = row.protocol;
         ctx->sslMapMode = row.request;
-        tav.sslMapMode = row.ofInstance;
+        tav->sslMapMode = row.ofInstance;
         rmWebModuleSetPropStr(module, "protocolMap", row.module);
         EXPECT_STREQ(tavTargetEndpointGetProtocol(tsSelect(ts, ctx.get())), row.expected);
-        finish(*ctx);
     }
     tsEndPointDelete(b.http);
     auto ctx = request();
     ctx->sslMapMode = SSLOffLoad;
     EXPECT_STREQ(tavTargetEndpointGetProtocol(tsSelect(ts, ctx.get())), "https") << "the other protocol's when there is none";
-    finish(*ctx);
 }
 
 TEST_F(SelectorTest, TheMatchedVirtualHostGroupMayChooseTheEndpoint) {
     Back &b = back("a");
     endpoint(b.server, "tp2", "http", "second", 81);
     endpoint(b.server, "tp3", "http", "third", 82);
-    VHostMatcher *group = createVHostMatcher(&ri, "group");
+    VHostMatcher *group = createVHostMatcher(ri, "group");
     putVHost(group, "third", 82);
     ASSERT_TRUE(rmAddVHostMatcher(rm, group));
     const struct {
         bool on;
-        Text group;
-        const char *expected;
-    } rows[] = {{false, "group", "a.example"}, {true, "group", "third"}, {true, "unknown", "a.example"}, {true, std::nullopt, "a.example"}};
+        const char *group, *expected;
+    } rows[] = {{false, "group", "a.example"}, {true, "group", "third"}, {true, "unknown", "a.example"}, {true, nullptr, "a.example"}};
     for (const auto &row : rows) {
-        tav.properties.clear();
-        if (row.on) tav.properties["enableEndpointSelectionBasedOnMatchedVHost"] = "TRUE";
+        tav->selectEndpointByVHost = row.on;
         auto ctx = request();
-        ctx->vHostName = row.group;
+        tavHttpContextSetMatchedVHostName(ctx.get(), row.group);
         EXPECT_STREQ(tavTargetEndpointGetHostName(tsSelect(ts, ctx.get())), row.expected);
-        finish(*ctx);
     }
 }

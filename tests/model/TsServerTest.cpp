@@ -1,5 +1,5 @@
 // Servers and server applications: properties, selectability, clone ids, what the connector hears.
-#include "FakesForSelector.h"
+#include "SelectorTest.h"
 #include "tavHealthMonitor/tavHealthMonitor.h"
 
 using Routes = std::vector<std::string>;
@@ -77,9 +77,8 @@ TEST_F(SelectorTest, TheLastServerOfACloneIdIsFoundUntilItIsDeleted) {
     tsServerDelete(b.server); // gone from the map at once, though the request holds it
     auto late = request("s:c1");
     EXPECT_EQ(selectName(*late), "-");
-    EXPECT_EQ(late->brokenAffinity, 1);
-    EXPECT_STREQ(tavTargetEndpointGetCloneId(ctx->endpoint), "c1");
-    finish(*ctx);
+    EXPECT_TRUE(brokeAffinity(late));
+    EXPECT_STREQ(tavTargetEndpointGetCloneId(ctx->targetEndpoint), "c1");
 }
 
 TEST_F(SelectorTest, ConnectorHearsOncePerChangeAndAfterTheLastRequest) {
@@ -113,7 +112,7 @@ TEST_F(SelectorTest, DeletingARoutableServerApplicationEndsItsRouteOnceItsReques
     auto sticky = request("s:c1");
     EXPECT_EQ(selectName(*sticky), "-") << "neither by affinity nor by load";
     TavServerApplication again{};
-    EXPECT_TRUE(tsServerApplicationCreate(b.server, b.path.c_str(), &connector, &again));
+    EXPECT_TRUE(tsServerApplicationCreate(b.server, b.path.c_str(), connector, &again));
     finish(*ctx);
     EXPECT_EQ(world.routes, ended);
     EXPECT_EQ(tsServerGetTavServerApplication(b.server, "shop"), &again);
@@ -126,7 +125,7 @@ TEST_F(SelectorTest, DeletingARoutableServerApplicationEndsItsRouteOnceItsReques
 
 TEST_F(SelectorTest, AServersApplicationsAreFoundByNameHoweverMany) {
     for (const size_t count : {2, 7, 30}) {
-        TargetServer *server = tsServerCreate(node, "/many", &connector);
+        TargetServer *server = tsServerCreate(node, "/many", connector);
         std::vector<TavServerApplication> handles(count * 2);
         const auto name = [count](size_t i) { return "app" + std::to_string(i % count); };
         const auto create = [&](size_t i) { tsServerApplicationCreate(server, ("/many/" + name(i)).c_str(), nullptr, &handles[i]); };
@@ -146,16 +145,15 @@ TEST_F(SelectorTest, AServersApplicationsAreFoundByNameHoweverMany) {
 
 TEST_F(SelectorTest, HealthIsCheckedWhenAServerStopsAndWhenAnIntervalEnds) {
     Back &b = back("a");
-    world.healthMonitor = hmCreate(&tav);
-    HealthPolicy *policy = hmHealthPolicyCreate(ts, "/cell/c/healthPolicy/slow", &connector);
+    HealthPolicy *policy = hmHealthPolicyCreate(ts, "/cell/c/healthPolicy/slow", connector);
     EXPECT_TRUE(tsLinkServerToHealthPolicy(b.server, policy, TRUE));
-    tav.setTraceSpec(":NOTICE,control.health:DEBUG");
+    traceOn(":NOTICE,control.health:DEBUG");
     // What the health monitor was asked since the last call: "mean percent" each.
-    const auto checks = [this] {
+    const auto checks = [] {
         std::string all;
         unsigned long mean;
         int percent;
-        for (const std::string &line : std::exchange(tav.trace, {}))
+        for (const std::string &line : takeLines())
             if (sscanf(line.c_str(), "hmCheckHealthPolicies: Server='/cell/c/node/n/server/a' avgRT=%lu timeoutPct=%d", &mean, &percent) ==
                 2)
                 all += std::to_string(static_cast<int>(mean)) + " " + std::to_string(percent) + ";";
@@ -183,6 +181,4 @@ TEST_F(SelectorTest, HealthIsCheckedWhenAServerStopsAndWhenAnIntervalEnds) {
     tsLinkServerToHealthPolicy(b.server, policy, FALSE);
     EXPECT_EQ(tavListGetCount(b.server->healthPolicies), 0);
     hmHealthPolicyDelete(policy);
-    hmDelete(world.healthMonitor);
-    world.healthMonitor = nullptr;
 }

@@ -1,7 +1,7 @@
 // Links, virtual clusters, endpoints, deletion while requests are under way.
 #include <jansson.h>
 
-#include "FakesForSelector.h"
+#include "SelectorTest.h"
 
 using Lines = std::vector<std::string>;
 
@@ -40,9 +40,9 @@ TEST_F(SelectorTest, ALinkWaitsUntilItsServerApplicationBecomesRoutable) {
     tsServerApplicationDelete(&b.handle);
     for (int i = 0; i < 2; i++) EXPECT_TRUE(tsLinkServerToWebModule(b.server, module, TRUE));
     TavServerApplication other{};
-    tsServerApplicationCreate(b.server, "/a/b/shopping", &connector, &other); // another name
+    tsServerApplicationCreate(b.server, "/a/b/shopping", connector, &other); // another name
     tsServerApplicationSetPropStr(&other, "state", "STARTED");
-    tsServerApplicationCreate(b.server, b.path.c_str(), &connector, &b.handle);
+    tsServerApplicationCreate(b.server, b.path.c_str(), connector, &b.handle);
     EXPECT_EQ(tavListGetCount(vc->sappList), 0);
     b.state("AFFINITY");
     EXPECT_EQ(tavListGetCount(vc->sappList), 1) << "once, however often it was asked";
@@ -158,7 +158,7 @@ TEST_F(SelectorTest, ARequestHoldsExactlyWhatItWasGiven) {
     EXPECT_EQ(cluster->refcnt, 3); // configuration, server, request
     tsLinkClusterServer(other, b.server, TRUE);
     EXPECT_EQ(cluster->refcnt, 2);
-    const char *name = tavTargetEndpointGetClusterName(ctx->endpoint);
+    const char *name = tavTargetEndpointGetClusterName(ctx->targetEndpoint);
     tsLinkClusterServer(other, b.server, FALSE);
     tsClusterDelete(other);
     EXPECT_STREQ(name, "/o"); // a former cluster's name outlives the requests that may read it
@@ -183,10 +183,9 @@ TEST_F(SelectorTest, ADeletedEndpointIsNotChosenAndStaysForItsRequest) {
     EXPECT_EQ(tavListGetCount(b.server->endPoints[0]), 2);
     auto next = request();
     selectName(*next);
-    EXPECT_STREQ(tavTargetEndpointGetHostName(next->endpoint), "new");
+    EXPECT_STREQ(tavTargetEndpointGetHostName(next->targetEndpoint), "new");
     finish(*ctx);
     EXPECT_EQ(tavListGetCount(b.server->endPoints[0]), 1);
-    finish(*next);
 }
 
 // ---- dump ----

@@ -44,24 +44,6 @@ static int sendRequest(EnvConnectorClient *client, const char *method, const cha
 static void freeResponse(TavHttpResponse *response) { (void)response; }
 static void closeClient(EnvConnectorClient *client) { (void)client; }
 
-static const char document[] =
-    "{\"version\": 7, \"restVersion\": 1, \"add\": {\"objects\": ["
-    "{\"type\": \"cell\", \"name\": \"/cell/c\", \"objects\": ["
-    "{\"type\": \"cluster\", \"name\": \"/cell/c/cluster/k\", \"props\": {\"serverType\": \"APPLICATION_SERVER\"}},"
-    "{\"type\": \"node\", \"name\": \"/cell/c/node/n\", \"objects\": ["
-    "{\"type\": \"server\", \"name\": \"/cell/c/node/n/server/s\", \"props\": {\"state\": \"STARTED\", \"weight\": 1, \"id\": \"clone1\"}, \"objects\": ["
-    "{\"type\": \"serverApplication\", \"name\": \"/cell/c/node/n/server/s/serverApplication/shop\", \"props\": {\"state\": \"STARTED\"}},"
-    "{\"type\": \"transport\", \"name\": \"/cell/c/node/n/server/s/transport/t\", \"props\": {\"protocol\": \"http\", \"host\": \"127.0.0.1\", \"port\": 9080}}]}]},"
-    "{\"type\": \"vHostGroup\", \"name\": \"/cell/c/vHostGroup/v\", \"objects\": [{\"type\": \"vHost\", \"name\": \"/cell/c/vHostGroup/v/vHost/1\", \"props\": {\"host\": \"*\", \"port\": 80}}]},"
-    "{\"type\": \"application\", \"name\": \"/cell/c/application/shop\", \"objects\": ["
-    "{\"type\": \"webModule\", \"name\": \"/cell/c/application/shop/webModule/m\", \"props\": {\"contextRoot\": \"/shop\"}, \"objects\": ["
-    "{\"type\": \"uri\", \"name\": \"/cell/c/application/shop/webModule/m/uri/\\\\/*\"}]}]}]}],"
-    "\"relationships\": {"
-    "\"cluster:server\": [{\"cluster\": \"/cell/c/cluster/k\", \"server\": \"/cell/c/node/n/server/s\"}],"
-    "\"cluster:webModule\": [{\"cluster\": \"/cell/c/cluster/k\", \"webModule\": \"/cell/c/application/shop/webModule/m\"}],"
-    "\"server:webModule\": [{\"server\": \"/cell/c/node/n/server/s\", \"webModule\": \"/cell/c/application/shop/webModule/m\"}],"
-    "\"vHostGroup:webModule\": [{\"vHostGroup\": \"/cell/c/vHostGroup/v\", \"webModule\": \"/cell/c/application/shop/webModule/m\"}]}}}";
-
 #define CHECK(condition) \
     do { \
         if (!(condition)) { \
@@ -70,18 +52,27 @@ static const char document[] =
         } \
     } while (0)
 
+/* The text of a file; the caller frees it. */
+static char *contentOf(const char *name) {
+    FILE *file = fopen(name, "r");
+    char *content = calloc(1, 1 << 20);
+    CHECK(file && content && fread(content, 1, (1 << 20) - 1, file) > 0);
+    fclose(file);
+    return content;
+}
+
 static void routeOne(Tav *tav) {
-    EnvHttpContext request = {"shop.example", "/shop/cart", "0000abc:clone1", "", 0};
+    EnvHttpContext request = {"shop.example", "/shop/cart", "0000abc:w1", "", 0};
     TavHttpContext *ctx = tavHttpContextObtain(tav, &request);
     TavTargetEndpoint *endpoint;
     CHECK(ctx);
     CHECK(tavHttpContextShouldHandle(ctx) == 1);
     CHECK(tavHttpContextGetAction(ctx) == PERMIT);
-    CHECK(strcmp(tavHttpContextGetApplicationName(ctx), "shop") == 0);
+    CHECK(strcmp(tavHttpContextGetApplicationName(ctx), "shop-edition1.0") == 0);
     endpoint = tavHttpContextGetTargetEndpoint(ctx);
     CHECK(endpoint);
     CHECK(tavTargetEndpointGetPort(endpoint) == 9080);
-    CHECK(strcmp(tavTargetEndpointGetCloneId(endpoint), "clone1") == 0);
+    CHECK(strcmp(tavTargetEndpointGetCloneId(endpoint), "w1") == 0);
     CHECK(!tavHttpContextGetPerformedLoadBalancing(ctx));
     CHECK(request.headersSet > 10);
     tavHttpContextSetState(ctx, CONNECT_SUCCESS, 0, NULL);
@@ -104,8 +95,9 @@ int main(int argc, char **argv) {
     EnvCallBacks env;
     Tav *tav;
     TavConnector *connector;
-    char *dump;
-    CHECK(argc == 2);
+    char *document, *dump;
+    CHECK(argc == 3);
+    document = contentOf(argv[2]);
     memset(&env, 0, sizeof env);
     env.version = TAV_ENV_VERSION;
     env.http.connector.open = openClient;
@@ -132,13 +124,14 @@ int main(int argc, char **argv) {
     connector = tavConnectorCreate(tavConnectorGroupCreate(tav, "main"), "http://controller.invalid:80/");
     CHECK(connector);
     CHECK(tavStart(tav, -1) == 0);
-    CHECK(tavHandleJsonFromRestService(document, connector) == 7);
+    CHECK(tavHandleJsonFromRestService(document, connector) == 1);
     CHECK(tavHandleJsonFromRestService("not JSON", connector) == -1);
-    CHECK(tavGetConfigVersion(tav) == 7);
+    CHECK(tavGetConfigVersion(tav) == 1);
+    free(document);
     routeOne(tav);
     refuseOne(tav);
     dump = tavToJSONString(tav);
-    CHECK(dump && strstr(dump, "clone1"));
+    CHECK(dump && strstr(dump, "w1"));
     tavMemFree(tav, dump);
     CHECK(tavStop(tav) == 0);
     tavDestroy(tav);

@@ -15,7 +15,8 @@ echo "== C11 through pkg-config"
 catalogue=$(pkg-config --variable=catalogue tavlib)
 read -ra flags <<<"$(pkg-config --define-variable=prefix="$prefix" --cflags --libs tavlib)"
 cc -std=c11 -Wall -Wextra -Wpedantic -Werror "$source_dir/tests/public/consumer.c" -o "$work/consumer" "${flags[@]}"
-"$work/consumer" "${catalogue/#$(pkg-config --variable=prefix tavlib)/$prefix}"
+document=$source_dir/examples/shop/shop.json
+"$work/consumer" "${catalogue/#$(pkg-config --variable=prefix tavlib)/$prefix}" "$document"
 
 echo "== the CMake package"
 mkdir "$work/cmake"
@@ -29,7 +30,7 @@ file(WRITE \${CMAKE_BINARY_DIR}/catalogue "\${tavlib_CATALOGUE}")
 TEXT
 cmake -S "$work/cmake" -B "$work/cmake/build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$work/cmake/build" >/dev/null
-"$work/cmake/build/consumer" "$(cat "$work/cmake/build/catalogue")"
+"$work/cmake/build/consumer" "$(cat "$work/cmake/build/catalogue")" "$document"
 
 echo "== exports"
 readelf -d "$libdir/libtav.so" | grep -q 'SONAME.*libtav.so.0'

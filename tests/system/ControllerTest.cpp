@@ -4,13 +4,11 @@
 
 #include <array>
 #include <atomic>
-#include <mutex>
 
+#include "core/RecordingTransport.h"
+#include "support/ChildProcess.h"
 #include "system/HeldController.h"
-#include "system/Instance.h"
 #include "system/Shop.h"
-#include "tavUtil/tavMemory.h"
-#include "tr/tr.h"
 
 namespace {
 
@@ -59,46 +57,22 @@ const struct Row {
     {"a byte at a time", DRIPS, counted(delta("6")), TAKEN, "6"},
 };
 
-class ControllerFails : public testing::Test {
+class ControllerFails : public RecordingTransport {
 protected:
-    struct Alarm {
-        void (*fn)(void *);
-        void *arg;
-        int milliseconds;
-    };
-
+    // With the transport that the library brings.
     ControllerFails() {
-        self = this;
-        EnvCallBacks env = fakeHostCallBacks();
-        env.version = TAV_ENV_VERSION;
-        env.trace.printf = [](const TrContext *, va_list) { return 0; };
-        env.alarm = [](void (*fn)(void *), void *arg, int milliseconds) {
-            const std::lock_guard guard(self->mutex);
-            self->alarms.push_back({fn, arg, milliseconds});
-            self->changed.notify_all();
-            return 0;
-        };
-        env.stateChange.tavConnectorGroup = [](TavConnectorGroup *, TavComponentState state, char *reason) {
-            self->note(std::string("group ") + tavState2String(state) + ": " + reason);
-        };
-        env.stateChange.tavConnector = [](TavConnector *, TavComponentState state, char *reason) {
-            self->note(std::string(tavState2String(state)) + ": " + reason);
-        };
-        static char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
-        tav = tavCreate(&env, nullptr, catalogue);
-        group = tavConnectorGroupCreate(tav, "g");
-        connector = tavConnectorCreate(group, controller.url().c_str());
+        env.http.connector = {};
+        url = controller.url();
     }
 
     // Polls, and requests run, until the end of the test.
     void SetUp() override {
-        ASSERT_EQ(tavStart(tav, -1), 0);
+        RecordingTransport::SetUp();
         expectPoll("1");
         EXPECT_TRUE(controller.reported(1));
         for (std::thread &visitor : visitors)
             visitor = std::thread([this] {
-                for (EnvHttpContext request = shop::request("/shop/cart"); !ended; visits++)
-                    misses += shop::decide(tav, request).server.empty();
+                for (; !ended; visits++) misses += shop::serverFor(tav, "/shop/cart").empty();
             });
     }
 
@@ -107,68 +81,44 @@ protected:
         for (std::thread &visitor : visitors) visitor.join();
         EXPECT_EQ(misses, 0);
         EXPECT_GT(visits, 0);
-        tavDestroy(tav);
-        while (!alarms.empty()) fire();
+        RecordingTransport::TearDown();
+    }
+    void answerNone() override {
+        fireAll();
         controller.shut();
         EXPECT_TRUE(systemThreadsBackTo(threads));
-        trDestroy();
     }
 
-    void note(const std::string &state) {
-        const std::lock_guard guard(mutex);
-        states.push_back(state);
-    }
-    std::vector<std::string> takeStates() {
-        const std::lock_guard guard(mutex);
-        return std::exchange(states, {});
-    }
     void expectPoll(const std::string &version) {
         EXPECT_EQ(controller.poll(), "GET /sentinelFabric?name=tavlib&server=tavlib&vid=" + version +
                                          "&wait=" + std::to_string(tavConnectorGroupGetWaitTime(group)) + " HTTP/1.1");
     }
     // Waits until the group wants to be called again.
     int alarm() {
-        std::unique_lock guard(mutex);
-        changed.wait_for(guard, std::chrono::seconds(20), [this] { return !alarms.empty(); });
-        return alarms.empty() ? 0 : alarms.back().milliseconds;
-    }
-    void fire() {
-        Alarm ringing;
-        {
+        const auto latest = [this] {
             const std::lock_guard guard(mutex);
-            ringing = alarms.back();
-            alarms.pop_back();
-        }
-        ringing.fn(ringing.arg);
+            return alarms.empty() ? 0 : alarms.back().milliseconds;
+        };
+        eventually([&] { return latest() != 0; });
+        return latest();
     }
-    void expectRouted() {
-        EnvHttpContext request = shop::request("/shop/cart");
-        EXPECT_FALSE(shop::decide(tav, request).server.empty());
-    }
+    void expectRouted() const { EXPECT_NE(shop::serverFor(tav, "/shop/cart"), ""); }
 
     // The group goes FAILED for this reason of its only connector, and the next interest heals it.
     void expectFailureAndRecovery(const std::string &reason) {
         EXPECT_EQ(alarm(), 60000);
-        EXPECT_THAT(takeStates(), testing::ElementsAre("FAILED: " + reason, "group FAILED: failure on all connectors"));
+        EXPECT_THAT(takeStates(), testing::ElementsAre(url + " FAILED: " + reason, "group FAILED: failure on all connectors"));
         EXPECT_EQ(tavGetState(tav), FAILED);
         expectRouted();
         fire();
         expectPoll("1");
         EXPECT_EQ(tavGetState(tav), STARTED);
-        EXPECT_THAT(takeStates(), testing::ElementsAre("STARTING: starting", "STARTED: started", "group STARTED: started"));
+        EXPECT_THAT(takeStates(), testing::ElementsAre(url + " STARTING: starting", url + " STARTED: started", "group STARTED: started"));
     }
-    std::string noResponse(const char *type) { return "no response was received from " + controller.url() + " for request type " + type; }
+    std::string noResponse(const char *type) { return "no response was received from " + url + " for request type " + type; }
 
-    static inline ControllerFails *self;
     const int threads = systemThreads();
     HeldController controller{shop::document(1, 1)};
-    Tav *tav;
-    TavConnectorGroup *group;
-    TavConnector *connector;
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::vector<Alarm> alarms;
-    std::vector<std::string> states;
     std::array<std::thread, 2> visitors;
     std::atomic<bool> ended = false;
     std::atomic<int> visits = 0, misses = 0;
@@ -192,8 +142,7 @@ TEST_F(ControllerFails, InEveryWayUnderRequests) {
                 expectFailureAndRecovery(noResponse("waitForDelta"));
                 break;
             case BAD_CODE:
-                expectFailureAndRecovery("HTTP response error code 500 was received from " + controller.url() +
-                                         " for request type waitForDelta");
+                expectFailureAndRecovery("HTTP response error code 500 was received from " + url + " for request type waitForDelta");
                 break;
             case UNUSABLE:
                 EXPECT_EQ(alarm(), 1000);
@@ -215,12 +164,13 @@ TEST_F(ControllerFails, ByNotBeingThere) {
     controller.shut();
     EXPECT_EQ(alarm(), 60000);
     // Refused, and a name that does not resolve: one round of both.
-    tavConnectorCreate(group, "http://no such host:80");
+    const std::string other = "http://no such host:80";
+    tavConnectorCreate(group, other.c_str());
     takeStates();
     fire();
     EXPECT_EQ(alarm(), 60000);
-    EXPECT_THAT(takeStates(),
-                testing::ElementsAre("STARTING: starting", "FAILED: open failed", "STARTING: starting", "FAILED: " + noResponse("init")));
+    EXPECT_THAT(takeStates(), testing::ElementsAre(other + " STARTING: starting", other + " FAILED: open failed",
+                                                   url + " STARTING: starting", url + " FAILED: " + noResponse("init")));
     expectRouted();
     controller.open();
     fire();
@@ -238,7 +188,7 @@ TEST_F(ControllerFails, ByNotAnswering) {
     takeStates();
     // Nobody answers: the poll ends after a second.
     EXPECT_EQ(alarm(), 60000);
-    EXPECT_THAT(takeStates(), testing::Contains("FAILED: " + noResponse("waitForDelta")));
+    EXPECT_THAT(takeStates(), testing::Contains(url + " FAILED: " + noResponse("waitForDelta")));
     expectRouted();
     controller.answer(nullptr);
     tavConnectorGroupSetWaitTime(group, 300);
@@ -258,8 +208,7 @@ TEST_F(ControllerFails, ByADeltaToNothing) {
     expectPoll("-1");
     controller.answer([](int fd) { return HeldController::sendText(fd, counted(shop::document(2, 2))); });
     expectPoll("2");
-    EnvHttpContext request = shop::request("/shop/cart");
-    EXPECT_THAT(shop::decide(tav, request).server, testing::EndsWith("-2"));
+    EXPECT_THAT(shop::serverFor(tav, "/shop/cart"), testing::EndsWith("-2"));
 }
 
 } // namespace

@@ -18,8 +18,7 @@ protected:
 
     void give(int version, const std::string &operations) {
         ASSERT_EQ(instance.give(shop::delta(1, version, operations)), version);
-        EnvHttpContext request = shop::request("/shop/cart");
-        if (version % 16 == 0) shop::decide(instance.tav, request);
+        if (version % 16 == 0) shop::serverFor(instance.tav, "/shop/cart");
         systemAnswerReports();
     }
     int blocks() {

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <mutex>
 #include <new>
@@ -78,6 +77,8 @@ int deleteEndpoint(EnvTargetEndpoint *endpoint) {
     return 0;
 }
 
+} // namespace
+
 std::string takeText(json_t *json) {
     char *text = json ? json_dumps(json, JSON_SORT_KEYS | JSON_INDENT(1)) : nullptr;
     std::string result = text ? text : "";
@@ -85,8 +86,6 @@ std::string takeText(json_t *json) {
     json_decref(json);
     return result;
 }
-
-} // namespace
 
 EnvCallBacks systemCallBacks() {
     EnvCallBacks env = fakeHostCallBacks();
@@ -206,7 +205,7 @@ void SystemInstance::settle() const {
     }
 }
 
-std::string SystemInstance::dump() const {
+std::string systemDump(Tav *tav) {
     TavRoutingInfo *ri = tavRoutingInfoObtain(tav);
     if (!ri) return "";
     const std::string text = takeText(rmToJSON(ri->requestMapper)) + takeText(tsToJSON(ri->targetSelector));

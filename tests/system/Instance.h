@@ -3,6 +3,8 @@
 #ifndef SYSTEM_INSTANCE_H
 #define SYSTEM_INSTANCE_H
 
+#include <jansson.h>
+
 #include <string>
 
 #include <tav/tav.h>
@@ -22,6 +24,9 @@ void systemRing();
 void systemAnswerNone();
 // Host endpoint objects that were made and not yet deleted.
 int systemHostEndpoints();
+// The text of `json`, with sorted keys; takes it. And that of the instance's mapper and selector.
+std::string takeText(json_t *json);
+std::string systemDump(Tav *tav);
 // The process's threads; and waits until there are no more than `count`, FALSE when that takes longer than a minute.
 int systemThreads();
 bool systemThreadsBackTo(int count);
@@ -37,8 +42,7 @@ public:
     long long give(const std::string &document) const { return tavHandleJsonFromRestService(document.c_str(), connector); }
     // Waits until what the instance's own thread has to do is done, and answers the reports that came of it.
     void settle() const;
-    // Mapper and selector as text with sorted keys.
-    std::string dump() const;
+    std::string dump() const { return systemDump(tav); }
 
     Tav *tav = nullptr; // null when it could not be created
     TavConnectorGroup *group = nullptr;

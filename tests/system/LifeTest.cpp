@@ -5,6 +5,7 @@
 #include <array>
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <random>
 
 #include "system/HeldController.h"
@@ -38,10 +39,7 @@ protected:
         connector = tavConnectorCreate(group, url.c_str());
         tavConnectorGroupSetProperty(group, "retryInterval", "1");
     }
-    bool isRouted() {
-        EnvHttpContext request = shop::request("/shop/cart");
-        return !shop::decide(tav, request).server.empty();
-    }
+    bool isRouted() const { return !shop::serverFor(tav, "/shop/cart").empty(); }
 
     // What the process has when no instance and no connection is there.
     struct Holdings {
@@ -109,6 +107,17 @@ TEST_F(Life, CyclesLeaveNothing) {
 
 // Everyone holds a reference of its own; the destroy comes in the middle of it all.
 TEST_F(Life, StopsStartsAndDestroysFromAllSides) {
+    const std::function<void(int step)> deeds[] = {
+        [this](int) { tavStop(tav); },
+        [this](int) { tavStart(tav, -1); },
+        [this](int) { tavStart(tav, -1); },
+        [this](int) { tavConnectorGroupStop(group); },
+        [this](int) { tavConnectorGroupStart(group); },
+        [this](int step) { tavHandleJsonFromRestService(shop::document(step, step).c_str(), connector); },
+        [this](int) { tavMemFree(tav, tavToJSONString(tav)); },
+        [this](int step) { tavConnectorPostRoutingChange(connector, "/a", step % 2, FALSE); },
+        [this](int) { isRouted(); },
+    };
     const Holdings before = holdings(threads);
     for (int round = 0; round < ROUNDS; round++) {
         SCOPED_TRACE(round);
@@ -124,33 +133,7 @@ TEST_F(Life, StopsStartsAndDestroysFromAllSides) {
                 std::mt19937 random(static_cast<unsigned>(seed));
                 for (int step = 0; step < 40 || tavGetState(tav) != DELETED; step++) {
                     if (step == 20) busy++;
-                    EnvHttpContext request = shop::request("/shop/cart");
-                    switch (random() % 9) {
-                        case 0:
-                            tavStop(tav);
-                            break;
-                        case 1:
-                        case 2:
-                            tavStart(tav, -1);
-                            break;
-                        case 3:
-                            tavConnectorGroupStop(group);
-                            break;
-                        case 4:
-                            tavConnectorGroupStart(group);
-                            break;
-                        case 5:
-                            tavHandleJsonFromRestService(shop::document(step, step).c_str(), connector);
-                            break;
-                        case 6:
-                            tavMemFree(tav, tavToJSONString(tav));
-                            break;
-                        case 7:
-                            tavConnectorPostRoutingChange(connector, "/a", step % 2, FALSE);
-                            break;
-                        default:
-                            shop::decide(tav, request);
-                    }
+                    deeds[random() % std::size(deeds)](step);
                 }
                 tavConnectorReleaseRef(connector, "test");
                 tavReleaseRef(tav, "test");

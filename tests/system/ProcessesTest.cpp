@@ -1,30 +1,21 @@
 // A daemon and eight workers as processes of their own, a controller in this one; daemon and workers are killed, the controller is
 // restarted. TAV_PROCESS_ROUNDS sets how often.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <jansson.h>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
-#include <functional>
 #include <map>
 #include <memory>
 
+#include "support/ChildProcess.h"
 #include "support/LoopbackServer.h"
 #include "system/Shop.h"
-
-extern char **environ;
 
 namespace {
 
 using testing::HasSubstr;
 
-constexpr int PATIENCE = 60000; // ms; only ends a broken run
 constexpr size_t WORKERS = 8;
 
 // A controller with a script of versions: every version of the shop comes as a complete document, the odd ones also as a delta for who has
@@ -91,52 +82,11 @@ private:
 };
 
 // A child that is told what to do.
-class Child {
+class Child : public ChildProcess {
 public:
-    Child(const char *role, const std::string &path, const std::string &url) {
-        int in[2], out[2];
-        if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) abort();
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, in[0], 0);
-        posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-        std::string program = TAV_PROCESS_MEMBER, role_ = role, path_ = path, url_ = url;
-        char *arguments[] = {program.data(), role_.data(), path_.data(), url_.data(), nullptr};
-        EXPECT_EQ(posix_spawn(&pid_, program.c_str(), &actions, nullptr, arguments, environ), 0);
-        posix_spawn_file_actions_destroy(&actions);
-        close(in[0]);
-        close(out[1]);
-        to_ = in[1];
-        from_ = out[0];
-    }
-    ~Child() {
-        if (pid_ > 0) kill();
-        close(to_);
-        close(from_);
-    }
-    Child(const Child &) = delete;
-    Child &operator=(const Child &) = delete;
-
-    void tell(const std::string &line) {
-        const std::string text = line + "\n";
-        EXPECT_EQ(write(to_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    }
-    // The answer to a line told; empty when none comes.
-    std::string hear() {
-        for (size_t end; (end = heard_.find('\n')) == std::string::npos;) {
-            pollfd fd{from_, POLLIN, 0};
-            char buffer[1024];
-            const ssize_t got = poll(&fd, 1, PATIENCE) == 1 ? read(from_, buffer, sizeof buffer) : 0;
-            if (got < 1) return "";
-            heard_.append(buffer, static_cast<size_t>(got));
-        }
-        const size_t end = heard_.find('\n');
-        const std::string line = heard_.substr(0, end);
-        heard_.erase(0, end + 1);
-        return line;
-    }
+    Child(const char *role, const std::string &path, const std::string &url) : ChildProcess({TAV_PROCESS_MEMBER, role, path, url}) {}
     std::string ask(const std::string &line) {
-        tell(line);
+        EXPECT_TRUE(tell(line));
         return hear();
     }
     // A number of the "stat" answer.
@@ -146,33 +96,9 @@ public:
         EXPECT_NE(at, std::string::npos) << name << " in" << text;
         return at == std::string::npos ? -1 : strtoll(text.c_str() + at + name.size() + 2, nullptr, 10);
     }
-    void kill() {
-        ::kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-        pid_ = -1;
-    }
-    int wait() {
-        int status = -1;
-        waitpid(pid_, &status, 0);
-        pid_ = -1;
-        return status;
-    }
-
-private:
-    pid_t pid_ = -1;
-    int to_, from_;
-    std::string heard_;
 };
 
 using ChildPtr = std::unique_ptr<Child>;
-
-bool eventually(const std::function<bool()> &condition) {
-    for (int i = 0; i < PATIENCE / 5; i++) {
-        if (condition()) return true;
-        usleep(5000);
-    }
-    return false;
-}
 
 class RealProcesses : public testing::Test {
 protected:
@@ -213,7 +139,7 @@ protected:
     }
     void restartWorker(size_t index) {
         audit(*workers[index]);
-        workers[index]->kill();
+        workers[index]->end(SIGKILL);
         workers[index] = spawn("worker");
         ASSERT_THAT(workers[index]->ask("start"), HasSubstr("done "));
         workers[index]->ask("serve");
@@ -223,13 +149,13 @@ protected:
         workers.push_back(std::move(daemon));
         for (const ChildPtr &child : workers) {
             EXPECT_EQ(child->ask("end"), "left 0 threads 0");
-            EXPECT_EQ(child->wait(), 0);
+            EXPECT_EQ(child->end(0), 0);
         }
         workers.clear();
     }
     // One round: a daemon that dies, a worker that dies, now and then a controller that does.
     void round(int number) {
-        daemon->kill();
+        daemon->end(SIGKILL);
         int version = controller.publish(); // while nobody is there to pass it on
         controller.clearReports();
         const long long back = startDaemon();

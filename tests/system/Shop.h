@@ -11,6 +11,8 @@
 
 namespace shop {
 
+// A file of the source folder.
+std::string contentOf(const std::string &path);
 // Single quotes become double ones, "`" a single quote, "@" the generation.
 std::string fill(const std::string &text, int generation);
 // The complete document that brings `version`.
@@ -50,6 +52,8 @@ struct Decision {
 
 // Decides for the request and ends it, with no report of progress in between.
 Decision decide(Tav *tav, EnvHttpContext &request);
+// The server that is chosen for a GET of the path; empty when there is none.
+std::string serverFor(Tav *tav, const std::string &path);
 // Reads what `ctx` has decided, endpoint included.
 Decision decisionOf(TavHttpContext *ctx);
 

@@ -258,14 +258,14 @@ TEST_F(Threads, EveryChangeUnderRequestsOfAWorker) {
     SystemInstance daemon(systemCallBacks(), [](Tav *tav) { ASSERT_EQ(tavMarkAsServerProcess(tav, path.data(), getuid()), 0); });
     ASSERT_EQ(daemon.give(shop::document(1)), 1);
     SystemInstance worker(systemCallBacks(), [](Tav *tav) { ASSERT_EQ(tavMarkAsClientProcess(tav, path.data()), 0); });
-    EnvHttpContext request = shop::request("/shop/cart");
-    for (int i = 0; i < 20000 && shop::decide(worker.tav, request).server.empty(); i++) usleep(1000);
+    const auto server = [&] { return shop::serverFor(worker.tav, "/shop/cart"); };
+    for (int i = 0; i < 20000 && server().empty(); i++) usleep(1000);
     visitWhile(worker.tav, [&] {
         Operator operator_(daemon, 11);
         for (int i = 0; i < STEPS / 4; i++) operator_.step(i);
         // What the daemon sent last arrives last.
         daemon.give(shop::document(9999, 100000));
-        const auto arrived = [&] { return generationOf(shop::decide(worker.tav, request).server) == 9999; };
+        const auto arrived = [&] { return generationOf(server()) == 9999; };
         for (int i = 0; i < 20000 && !arrived(); i++) usleep(1000);
         EXPECT_TRUE(arrived());
     });

@@ -1,7 +1,6 @@
 // Documents as the controller serves them: a library that follows the deltas comes to where one comes that starts with the newest document.
 #include <fmt/format.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <fstream>
@@ -26,54 +25,52 @@ namespace {
 
 // ---- what a library has ----
 
-// The same with its arrays sorted, without the holes of deleted entries.
-Json sorted(const json_t *json) {
-    if (json_is_object(json)) {
-        Json copy(json_object());
-        const char *key;
-        json_t *value;
-        json_object_foreach(const_cast<json_t *>(json), key, value) json_object_set_new(copy.get(), key, sorted(value).release());
-        return copy;
-    }
-    if (!json_is_array(json)) return Json(json_deep_copy(json));
-    std::map<std::string, Json> elements;
-    for (size_t i = 0; i < json_array_size(json); i++) {
-        Json element = sorted(json_array_get(json, i));
-        char *text = json_dumps(element.get(), JSON_SORT_KEYS | JSON_ENCODE_ANY);
-        if (!json_is_null(element.get())) elements.emplace(fmt::format("{} {}", text, i), std::move(element));
-        free(text);
-    }
-    Json copy(json_array());
-    for (auto &[text, element] : elements) json_array_append_new(copy.get(), element.release());
-    return copy;
-}
-
-std::string sortedText(Json json) {
-    char *text = json_dumps(sorted(json.get()).get(), JSON_SORT_KEYS | JSON_INDENT(1));
-    std::string result = text;
+std::string textOf(const json_t *json) {
+    char *text = json_dumps(json, JSON_SORT_KEYS | JSON_ENCODE_ANY);
+    const std::string result = text;
     free(text);
     return result;
 }
 
+using Lines = std::multiset<std::string>;
+
+// A line for each object, text and number by its path; in an array by its name or as a whole, wherever it stands.
+void list(const json_t *json, const std::string &path, Lines &lines) {
+    const char *key;
+    json_t *value;
+    size_t i;
+    lines.insert(path);
+    json_object_foreach(const_cast<json_t *>(json), key, value) {
+        if (json_is_object(value) || json_is_array(value))
+            list(value, path + "/" + key, lines);
+        else
+            lines.insert(path + "/" + key + " " + textOf(value));
+    }
+    json_array_foreach(json, i, value) {
+        if (const char *name = json_string_value(json_object_get(value, "name")))
+            list(value, path + "/" + name, lines);
+        else if (!json_is_null(value))
+            lines.insert(path + " " + textOf(value));
+    }
+}
+
 // The stored document, object by object and pair by pair, and the state that requests see.
 std::string stateOf(Engine &engine) {
-    std::set<std::string> lines;
+    Lines lines;
     const json_t *stored = tavctl::storedDocument(engine.connector());
     tavctl::forEachObject(stored, [&](const tavctl::ObjectEntry &entry) {
-        const Json props(entry.props && json_object_size(entry.props) ? json_deep_copy(entry.props) : json_object());
-        char *text = json_dumps(props.get(), JSON_SORT_KEYS);
-        lines.insert(fmt::format("{} {} {}", entry.name, entry.type, text));
-        free(text);
+        lines.insert(fmt::format("{} {}", entry.name, entry.type));
+        if (json_object_size(entry.props)) list(entry.props, entry.name, lines);
     });
     for (const char *kind : {"cluster:server", "cluster:webModule", "vHostGroup:webModule", "server:healthPolicy"})
         for (const auto &[first, second] : tavctl::relationshipPairs(stored, kind)) {
             if (!first.empty()) lines.insert(fmt::format("{} {} {}", kind, first, second));
         }
     TavRoutingInfo *ri = tavRoutingInfoObtain(engine.tav());
-    std::string state = fmt::format("{}\n{}{}", fmt::join(lines, "\n"), sortedText(Json(rmToJSON(ri->requestMapper))),
-                                    sortedText(Json(tsToJSON(ri->targetSelector))));
+    list(Json(rmToJSON(ri->requestMapper)).get(), "mapper", lines);
+    list(Json(tsToJSON(ri->targetSelector)).get(), "selector", lines);
     tavRoutingInfoRelease(ri);
-    return state;
+    return fmt::format("{}", fmt::join(lines, "\n"));
 }
 
 // ---- a world that changes ----
@@ -247,60 +244,67 @@ constexpr const char *SMALL = R"({"version": 1, "restVersion": 1, "add": {"objec
  {"name": "/cell/c/cluster/k", "type": "cluster"}],
  "relationships": {"cluster:server": [{"cluster": "/cell/c/cluster/k", "server": "/cell/c/node/n/server/s"}]}}})";
 
+std::string quoted(std::string text) {
+    std::replace(text.begin(), text.end(), '\'', '"');
+    return text;
+}
+
+// SMALL with one text replaced; single quotes stand for double ones.
+std::string edited(const std::string &find, const std::string &put) {
+    std::string text = SMALL;
+    return text.replace(text.find(quoted(find)), find.size(), quoted(put));
+}
+
 TEST(ControllerDocument, anEditIsToldByWhatItChanges) {
+    using enum LoadOutcome;
     const struct {
         const char *name, *find, *put;
         LoadOutcome outcome;
         bool piece, delta;
         const char *text; // in the delta or in the first complaint
     } cases[] = {
-        {"a value", "\"weight\": 1, ", "\"weight\": 12, ", LoadOutcome::Accepted, true, true, R"("props":{"weight":12})"},
-        {"a value with its version", "\"version\": 1", "\"version\": 22", LoadOutcome::Unchanged, false, false, ""},
-        {"a brace in a text", "}\\\"]", "{[", LoadOutcome::Accepted, true, true, R"("id":"{[")"},
-        {"blanks", "\"weight\": 1}", "\"weight\":  1 }", LoadOutcome::Unchanged, true, false, ""},
-        {"a new property", "\"weight\": 1}", "\"weight\": 1, \"id\": \"x\"}", LoadOutcome::Accepted, true, true, R"("props":{"id":"x"})"},
-        {"a new object between two", "\n   {\"name\": \"/cell/c/node/n/server/t\"",
-         "\n   {\"name\": \"/cell/c/node/n/server/u\", \"type\": \"server\"},\n   {\"name\": \"/cell/c/node/n/server/t\"",
-         LoadOutcome::Accepted, true, true, R"("add":{"objects":[{"name":"/cell/c/node/n/server/u","type":"server"}]})"},
-        {"a property less", ", \"state\": \"STARTED\"", "", LoadOutcome::Accepted, false, true,
-         R"("del":{"objects":[{"name":"/cell/c/node/n/server/s","type":"server"}],"relationships":{"cluster:server")"},
-        {"another name", "n/server/t\"", "n/server/v\"", LoadOutcome::Accepted, false, true, "server/v"},
-        {"a pair less", R"({"cluster": "/cell/c/cluster/k", "server": "/cell/c/node/n/server/s"})", "", LoadOutcome::Accepted, false, true,
-         R"("del":{"relationships":)"},
-        {"another place", "]}]},\n {\"name\": \"/cell/c/cluster/k\", \"type\": \"cluster\"}],",
-         "]}, {\"name\": \"/cell/c/cluster/k\", \"type\": \"cluster\"}]}],", LoadOutcome::Accepted, false, false, ""},
-        {"other escapes of names", "\"restVersion\": 1", "\"restVersion\": -1", LoadOutcome::Accepted, false, false, ""},
-        {"another restVersion", "\"restVersion\": 1", "\"restVersion\": 2", LoadOutcome::Accepted, false, true,
-         R"("restVersion":2,"delta":true})"},
-        {"half a file", "]}]},", "]}", LoadOutcome::Refused, false, false, "world.json:"},
-        {"a bad value", "\"weight\": 1}", "\"weight\": 1.5}", LoadOutcome::Refused, true, false, "unknown type for property weight"},
-        {"a type that is none", "\"type\": \"cluster\"", "\"type\": \"clusters\"", LoadOutcome::Refused, false, false, "no object handler"},
-        {"a name that is there already", "n/server/t\"", "n/server/s\"", LoadOutcome::Refused, false, false, "already exists"},
-        {"a property twice", "\"weight\": 1}", "\"weight\": 1, \"weight\": 7}", LoadOutcome::Accepted, false, true, R"("weight":7)"},
-        {"a delta", "\"version\": 1", "\"delta\": true", LoadOutcome::Refused, false, false, ""},
+        {"a value", "'weight': 1, ", "'weight': 12, ", Accepted, true, true, "'props':{'weight':12}"},
+        {"a value with its version", "'version': 1", "'version': 22", Unchanged, false, false, ""},
+        {"a brace in a text", "}\\']", "{[", Accepted, true, true, "'id':'{['"},
+        {"blanks", "'weight': 1}", "'weight':  1 }", Unchanged, true, false, ""},
+        {"a new property", "'weight': 1}", "'weight': 1, 'id': 'x'}", Accepted, true, true, "'props':{'id':'x'}"},
+        {"a new object between two", "\n   {'name': '/cell/c/node/n/server/t'",
+         "\n   {'name': '/cell/c/node/n/server/u', 'type': 'server'},\n   {'name': '/cell/c/node/n/server/t'", Accepted, true, true,
+         "'add':{'objects':[{'name':'/cell/c/node/n/server/u','type':'server'}]}"},
+        {"a property less", ", 'state': 'STARTED'", "", Accepted, false, true,
+         "'del':{'objects':[{'name':'/cell/c/node/n/server/s','type':'server'}],'relationships':{'cluster:server'"},
+        {"another name", "n/server/t'", "n/server/v'", Accepted, false, true, "server/v"},
+        {"a pair less", "{'cluster': '/cell/c/cluster/k', 'server': '/cell/c/node/n/server/s'}", "", Accepted, false, true,
+         "'del':{'relationships':"},
+        {"another place", "]}]},\n {'name': '/cell/c/cluster/k', 'type': 'cluster'}],",
+         "]}, {'name': '/cell/c/cluster/k', 'type': 'cluster'}]}],", Accepted, false, false, ""},
+        {"other escapes of names", "'restVersion': 1", "'restVersion': -1", Accepted, false, false, ""},
+        {"another restVersion", "'restVersion': 1", "'restVersion': 2", Accepted, false, true, "'restVersion':2,'delta':true}"},
+        {"half a file", "]}]},", "]}", Refused, false, false, "world.json:"},
+        {"a bad value", "'weight': 1}", "'weight': 1.5}", Refused, true, false, "unknown type for property weight"},
+        {"a type that is none", "'type': 'cluster'", "'type': 'clusters'", Refused, false, false, "no object handler"},
+        {"a name that is there already", "n/server/t'", "n/server/s'", Refused, false, false, "already exists"},
+        {"a property twice", "'weight': 1}", "'weight': 1, 'weight': 7}", Accepted, false, true, "'weight':7"},
+        {"a delta", "'version': 1", "'delta': true", Refused, false, false, ""},
     };
     for (const auto &each : cases) {
         SCOPED_TRACE(each.name);
         Document document("world", "world.json", false);
-        ASSERT_EQ(document.prepare(SMALL, 1).outcome, LoadOutcome::Accepted);
+        ASSERT_EQ(document.prepare(SMALL, 1).outcome, Accepted);
         document.publish();
-        std::string text = SMALL;
-        text.replace(text.find(each.find), strlen(each.find), each.put);
-        const LoadResult result = document.prepare(text, 2);
+        const LoadResult result = document.prepare(edited(each.find, each.put), 2);
         EXPECT_EQ(result.outcome, each.outcome);
         EXPECT_EQ(result.piece, each.piece);
         EXPECT_EQ(result.delta, each.delta);
-        if (result.outcome == LoadOutcome::Refused) {
+        if (result.outcome == Refused) {
             EXPECT_THAT(refusal(result), HasSubstr(each.text));
-        } else if (result.outcome == LoadOutcome::Accepted) {
+        } else if (result.outcome == Accepted) {
             document.publish();
-            EXPECT_THAT(document.since(1)->body(), HasSubstr(each.delta ? each.text : "\"version\": 2"));
+            EXPECT_THAT(document.since(1)->body(), HasSubstr(quoted(each.delta ? each.text : "'version': 2")));
             EXPECT_EQ(document.since(0), document.whole()) << "a version that never was";
         }
         // Whatever came of it, the next good edit is told from what is served.
-        text = SMALL;
-        text.replace(text.find("\"STARTED\""), 9, "\"STOPPED\"");
-        ASSERT_EQ(document.prepare(text, 3).outcome, LoadOutcome::Accepted);
+        ASSERT_EQ(document.prepare(edited("'STARTED'", "'STOPPED'"), 3).outcome, Accepted);
         document.publish();
         Engine fresh;
         fresh.apply(document.whole()->body());
@@ -321,9 +325,7 @@ TEST(ControllerDocument, whatIsNeverUsedBlocksOnlyWhenStrict) {
 TEST(ControllerDocument, whoIsTooFarBehindGetsTheCompleteDocument) {
     Document document("world", "world.json", false);
     for (int64_t version = 1; version <= 80; version++) {
-        std::string text = SMALL;
-        text.replace(text.find("1, \"state\""), 1, std::to_string(version));
-        ASSERT_EQ(document.prepare(text, version).outcome, LoadOutcome::Accepted);
+        ASSERT_EQ(document.prepare(edited("1, 'state'", std::to_string(version) + ", 'state'"), version).outcome, LoadOutcome::Accepted);
         document.publish();
     }
     EXPECT_EQ(document.since(1), document.whole());

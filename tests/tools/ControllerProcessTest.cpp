@@ -1,29 +1,21 @@
 // The controller as a process: a real library polls it, and so do thousands of plain sockets.
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <tav/tav.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 
+#include "../support/ChildProcess.h"
 #include "Tool.h"
 #include "engine/ScenarioHost.h"
 #include "support/Json.h"
 #include "tavHttpClient/tavHttpClient.h"
-
-extern char **environ;
 
 using tavctl::Json;
 using testing::HasSubstr;
@@ -31,58 +23,18 @@ using testing::Not;
 
 namespace {
 
-// Looks until it is so; FALSE after a minute.
-template <typename Condition>
-bool eventually(Condition condition) {
-    for (int i = 0; i < 12000; i++) {
-        if (condition()) return true;
-        poll(nullptr, 0, 5);
-    }
-    return false;
-}
-
-class ControllerProcess {
+class ControllerProcess : public ChildProcess {
 public:
-    explicit ControllerProcess(const std::string &directory, const std::string &listen = "127.0.0.1:0") {
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-        const char *argv[] = {"tavctl", "controller", "--dir", directory.c_str(), "--listen", listen.c_str(), nullptr};
-        if (posix_spawn(&pid_, TAVCTL, &actions, nullptr, const_cast<char **>(argv), environ) != 0) pid_ = -1;
-        posix_spawn_file_actions_destroy(&actions);
-        close(ends[1]);
-        output_ = fdopen(ends[0], "r");
-        const std::string line = lineWith("listening on ");
+    explicit ControllerProcess(const std::string &directory, const std::string &listen = "127.0.0.1:0")
+        : ChildProcess({TAVCTL, "controller", "--dir", directory, "--listen", listen}) {
+        const std::string line = hear("listening on ");
         const size_t start = line.find("http");
         url = line.substr(start, line.find(',') - start);
     }
-    ~ControllerProcess() {
-        stop();
-        fclose(output_);
-    }
-    // Reads on until a line holds the text; empty: the output ended.
-    std::string lineWith(const std::string &text) {
-        char line[4096];
-        while (fgets(line, sizeof line, output_)) {
-            if (strstr(line, text.c_str())) return line;
-        }
-        return "";
-    }
-    int stop() {
-        if (pid_ < 0) return -1;
-        kill(pid_, SIGTERM);
-        int status = -1;
-        waitpid(std::exchange(pid_, -1), &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
+    ~ControllerProcess() { stop(); }
+    int stop() { return end(SIGTERM); }
 
     std::string url;
-
-private:
-    pid_t pid_ = -1;
-    FILE *output_ = nullptr;
 };
 
 const char *jsonOr(const json_t *text) { return json_is_string(text) ? json_string_value(text) : ""; }
@@ -161,12 +113,12 @@ TEST_F(Controller, aLibraryFollowsItsFileThroughEditsMistakesAndARestart) {
     const auto held = [&] { return ask(url, "GET", "/status").at("held") == 1; };
     ASSERT_TRUE(eventually(held));
     edit("reject:405", "reject:409");
-    EXPECT_THAT(controller->lineWith("serving shop: version"), HasSubstr("delta of"));
+    EXPECT_THAT(controller->hear("serving shop: version"), HasSubstr("delta of"));
     EXPECT_TRUE(instance.decides(409));
     edit("reject:405", "rejct:411");
-    EXPECT_THAT(controller->lineWith("refused"), HasSubstr("refused shop"));
+    EXPECT_THAT(controller->hear("refused"), HasSubstr("refused shop"));
     std::ofstream(directory() + "/shop.json") << "{"; // in place, and cut
-    EXPECT_THAT(controller->lineWith("refused"), HasSubstr("shop"));
+    EXPECT_THAT(controller->hear("refused"), HasSubstr("shop"));
     EXPECT_EQ(instance.decision(), 409);
     ASSERT_TRUE(eventually(held));
     const std::string status = ask(url, "GET", "/status").body;
@@ -220,13 +172,13 @@ TEST_F(Controller, everyRequestHasItsAnswer) {
 TEST_F(Controller, severalDocumentsAreToldApartByTheirPaths) {
     ControllerProcess controller(directory());
     std::filesystem::copy(TAV_SOURCE_DIR "/examples/tenants/tenants.json", directory() + "/tenants.json");
-    EXPECT_THAT(controller.lineWith("serving"), HasSubstr("tenants"));
+    EXPECT_THAT(controller.hear("serving"), HasSubstr("tenants"));
     EXPECT_THAT(ask(controller.url, "GET", "/tenants").body, HasSubstr("/cell/hosting"));
     EXPECT_THAT(ask(controller.url, "GET", "/sentinelFabric").body, HasSubstr("shop")) << "who was there first stays the default";
     const int64_t others = ask(controller.url, "GET", "/tenants").at("version");
     EXPECT_THAT(ask(controller.url, "GET", fmt::format("/shop?vid={}&wait=60", others)).body, HasSubstr("TrustedProxyList"));
     std::filesystem::remove(file_.path());
-    EXPECT_THAT(controller.lineWith("refused"), HasSubstr("shop"));
+    EXPECT_THAT(controller.hear("refused"), HasSubstr("shop"));
     EXPECT_EQ(ask(controller.url, "GET", "/shop").code, 200);
     controller.stop();
     std::filesystem::copy(directory() + "/tenants.json", file_.path());

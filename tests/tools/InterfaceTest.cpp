@@ -1,6 +1,5 @@
 // What every command shares: help, the man page and the completions tell the same options; faults end with status 2.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <regex>
 #include <set>

@@ -1,6 +1,5 @@
 // tavctl route and dump: whole outputs against golden files, and what decides between them.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "Tool.h"
 

@@ -1,6 +1,5 @@
 // tavctl rule: values, trees, carets, and files of rules.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "Tool.h"
 

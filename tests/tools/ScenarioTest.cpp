@@ -1,6 +1,5 @@
 // tavctl test: the kinds of lines, misses, errors and coverage.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "Tool.h"
 

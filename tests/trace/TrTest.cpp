@@ -1,7 +1,6 @@
 // Groups, records, specifications, contexts and the death row.
 #include <array>
 #include <string>
-#include <vector>
 
 #include "TraceFixture.h"
 

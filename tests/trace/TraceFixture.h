@@ -3,7 +3,6 @@
 #define TRACE_TRACEFIXTURE_H
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <string>
 
