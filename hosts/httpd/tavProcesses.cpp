@@ -301,7 +301,10 @@ int postConfig(apr_pool_t *pool, apr_pool_t *, apr_pool_t *, server_rec *server)
     const tavhost::HostOptions &options = serverConfig(server)->host;
     stem = options.socketPath + ".status";
     if (ap_state_query(AP_SQ_CONFIG_GEN) == 0) unlink((stem + ".kept").c_str()); // counts last over restarts
-    if (!needsDaemon(options)) return OK;
+    if (!needsDaemon(options)) {
+        unlink(options.socketPath.c_str()); // the daemon before the restart, if there was one, is needed no more
+        return OK;
+    }
     auto *daemon = static_cast<Daemon *>(apr_pcalloc(pool, sizeof(Daemon)));
     daemon->pool = pool;
     daemon->server = server;
