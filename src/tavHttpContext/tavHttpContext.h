@@ -72,7 +72,7 @@ struct _TavHttpContext {
     long long configVersion;  // of the snapshot, when the request was mapped; -1: it is not
     int portOfText;           // the port that portText spells; -1: none yet
     char portText[12];
-    Boolean trial;            // only tried: counted nowhere
+    Boolean trial; // only tried: counted nowhere
     size_t arenaUsed;
     Boolean textsOutside; // a text of this request did not fit into the arena
     char arena[TAV_HTTP_CONTEXT_ARENA];

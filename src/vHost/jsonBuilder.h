@@ -6,23 +6,10 @@
 
 #include "vHost/vHost.h"
 
-class JsonObject {
+class JsonBuilder {
 public:
-    JsonObject() noexcept : json_(json_object()) {}
-    ~JsonObject() noexcept { json_decref(json_); }
-    JsonObject(const JsonObject &) = delete;
-    JsonObject &operator=(const JsonObject &) = delete;
-
-    // Takes `value`; null: it could not be made.
-    void set(const char *key, json_t *value) noexcept {
-        if (json_object_set_new(json_, key, value) != 0) failed_ = true;
-    }
-    void text(const char *key, const char *value) noexcept { set(key, vhostJsonText(value)); } // any bytes; null: ""
-    void textIfAny(const char *key, const char *value) noexcept {
-        if (value && *value) text(key, value);
-    }
-    void number(const char *key, json_int_t value) noexcept { set(key, json_integer(value)); }
-    void flag(const char *key, bool value) noexcept { set(key, json_boolean(value)); }
+    JsonBuilder(const JsonBuilder &) = delete;
+    JsonBuilder &operator=(const JsonBuilder &) = delete;
     // New; null when something is missing.
     json_t *release() noexcept {
         json_t *json = failed_ ? nullptr : json_;
@@ -30,30 +17,45 @@ public:
         return json;
     }
 
+protected:
+    explicit JsonBuilder(json_t *json) noexcept : json_(json) {}
+    ~JsonBuilder() noexcept { json_decref(json_); }
+    void note(int result) noexcept { failed_ = failed_ || result != 0; }
+
+    json_t *json_; // owned
+
 private:
-    json_t *json_;
     bool failed_ = false;
 };
 
-class JsonArray {
+class JsonObject : public JsonBuilder {
 public:
-    JsonArray() noexcept : json_(json_array()) {}
-    ~JsonArray() noexcept { json_decref(json_); }
-    JsonArray(const JsonArray &) = delete;
-    JsonArray &operator=(const JsonArray &) = delete;
+    JsonObject() noexcept : JsonBuilder(json_object()) {}
 
-    void add(json_t *value) noexcept { // as JsonObject::set
-        if (json_array_append_new(json_, value) != 0) failed_ = true;
+    // Takes `value`; null: it could not be made.
+    void set(const char *key, json_t *value) noexcept { note(json_object_set_new(json_, key, value)); }
+    // The same with a key of any bytes.
+    void setNamed(const char *name, json_t *value) noexcept {
+        json_t *key = vhostJsonText(name);
+        if (!key) json_decref(value);
+        note(key ? json_object_set_new(json_, json_string_value(key), value) : -1);
+        json_decref(key);
     }
-    json_t *release() noexcept {
-        json_t *json = failed_ ? nullptr : json_;
-        if (json) json_ = nullptr;
-        return json;
+    void text(const char *key, const char *value) noexcept { set(key, vhostJsonText(value)); } // any bytes; null: ""
+    void textUnlessNull(const char *key, const char *value) noexcept {
+        if (value) text(key, value);
     }
+    void textIfAny(const char *key, const char *value) noexcept {
+        if (value && *value) text(key, value);
+    }
+    void number(const char *key, json_int_t value) noexcept { set(key, json_integer(value)); }
+    void flag(const char *key, bool value) noexcept { set(key, json_boolean(value)); }
+};
 
-private:
-    json_t *json_;
-    bool failed_ = false;
+class JsonArray : public JsonBuilder {
+public:
+    JsonArray() noexcept : JsonBuilder(json_array()) {}
+    void add(json_t *value) noexcept { note(json_array_append_new(json_, value)); } // as JsonObject::set
 };
 
 #endif

@@ -74,7 +74,8 @@ TraceLines traceOf(const json_t *trace) {
 
 // Takes what explains the decision out of the answer.
 Decision decisionOf(Json answer, int number) {
-    Decision decision{nullptr, Json(json_incref(answer.get())), mappingOf(json_object_get(answer.get(), "mapping")), traceOf(json_object_get(answer.get(), "trace"))};
+    Decision decision{nullptr, Json(json_incref(answer.get())), mappingOf(json_object_get(answer.get(), "mapping")),
+                      traceOf(json_object_get(answer.get(), "trace"))};
     for (const char *member : {"mapping", "trace"}) json_object_del(answer.get(), member);
     decision.json.reset(json_object());
     json_object_set_new(decision.json.get(), "id", jsonText(std::to_string(number).c_str()));
