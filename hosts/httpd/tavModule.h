@@ -2,7 +2,8 @@
 //
 //   mod_tav.cpp          the module record and the hooks
 //   tavDirectives.cpp    directives and merged configuration
-//   tavProcesses.cpp     the daemon's process and the library in the children
+//   tavProcesses.cpp     the library in the server's processes: tried at the start, running in the children
+//   tavDaemon.cpp        the process that feeds the children
 //   tavRequest.cpp       a request and its decision, from translation to logging
 //   tavCallBacks.cpp     the request as the library sees it
 //   tavPrivateHeaders.cpp the headers that the library adds
