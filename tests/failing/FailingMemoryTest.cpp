@@ -140,7 +140,7 @@ protected:
                 ASSERT_NO_FATAL_FAILURE(check(step, done, length, before, after)) << where();
                 ASSERT_TRUE(reset()) << where();
                 ASSERT_EQ(decisions(instance.tav), before) << where();
-                ASSERT_EQ(blocksAtRest(atRest), atRest) << where();
+                ASSERT_LE(blocksAtRest(atRest), atRest) << where(); // fewer: what waited for its grace period is gone
             }
         }
     }
