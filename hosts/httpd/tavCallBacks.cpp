@@ -28,9 +28,9 @@ char *getProtocol(EnvHttpContext *env) { return text(env->told ? env->told->sche
 char *getMethod(EnvHttpContext *env) { return text(env->r->method); }
 char *getQueryString(EnvHttpContext *env) { return env->r->args; }
 
-// A session that is hidden stands in the path as ";jsessionid=...".
+// The library looks for a session behind "jsessionid", whatever stands before it.
 char *getPath(EnvHttpContext *env) {
-    const char *session = env->sessionHidden ? strcasestr(env->r->uri, ";jsessionid=") : nullptr;
+    const char *session = env->sessionHidden ? strcasestr(env->r->uri, "jsessionid") : nullptr;
     return session ? apr_pstrmemdup(env->r->pool, env->r->uri, static_cast<size_t>(session - env->r->uri)) : env->r->uri;
 }
 

@@ -117,6 +117,10 @@ def failed_answer_comes_from_another_server():
         check(answer.status == expected, request, "gave", answer.status)
         check(expected != 200 or answer.server == "w2", request, "came from", answer.server)
         check(sum(b.ids[request] for b in backends.values()) == (0 if expected == 405 else 2 if expected == 200 else 1), request, "not sent once")
+    for path in ("/shop/x;jsessionid=0000abc:w1", "/shop/x/JSESSIONID=0000abc:w1", "/shop/x/jsessionid=0000abc:w1"):
+        answer = ask(f"{path}?at=w1&reset=start", X_Id=path)
+        tries = sum(b.ids[path] for b in backends.values())
+        check((answer.status, answer.server) == (200, "w2") and tries <= 3, path, "gave", answer.status, "from", answer.server, "after", tries)
     try:
         ask("/shop/x?at=w1&reset=body&size=10000000", session="w1")
         raise Failed("a torn answer looks whole")
