@@ -8,6 +8,7 @@
 #include <cstring>
 #include <new>
 
+#include "DecisionJson.h"
 #include "tavModule.h"
 
 void EnvHttpContext::report(TavHttpContextState state, const char *msg) { tavHttpContextSetState(ctx, state, 0, const_cast<char *>(msg)); }
@@ -111,11 +112,6 @@ int fixups(request_rec *r) {
 
 namespace {
 
-const char *actionName(TavAction action) {
-    static const char *const names[] = {"NONE", "SUSPEND", "REJECT", "REDIRECT", "PERMIT"};
-    return static_cast<unsigned>(action) < std::size(names) ? names[action] : "NONE";
-}
-
 // A reason is one word of the log line: its blanks, line ends and quotes become "_".
 const char *asWord(apr_pool_t *pool, const char *text) {
     char *word = apr_pstrdup(pool, text);
@@ -147,7 +143,7 @@ void setVariables(const EnvHttpContext *env, request_rec *answered) {
     const auto set = [=](const char *name, const char *value) {
         if (value && *value) put(answered->subprocess_env, name, apr_pstrdup(pool, value));
     };
-    set("TAV_ACTION", actionName(tavHttpContextGetAction(env->ctx)));
+    set("TAV_ACTION", tavhost::actionName(tavHttpContextGetAction(env->ctx)));
     set("TAV_APPLICATION", tavHttpContextGetApplicationName(env->ctx));
     set("TAV_EDITION", tavHttpContextGetApplicationEditionName(env->ctx));
     set("TAV_MODULE", tavHttpContextGetModuleName(env->ctx));
