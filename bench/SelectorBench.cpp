@@ -6,83 +6,51 @@
 
 #include <ctime>
 #include <string>
-#include <vector>
 
-#include "selectorFakes.h"
+#include "benchSite.h"
+#include "tavHttpContext/tavHttpContext.h"
+#include "tavInstance/tavInstance.h"
+#include "tavLock/tavLock.h"
+#include "tavTargetSelector/tavTargetSelector.h"
+#include "tavTargetSelector/tsTypes.h"
 
 namespace {
 
-class Site {
+char kPath[] = "/app0/cart/items";
+
+// One application on so many servers, and a request of it that is mapped already.
+class Selection {
 public:
-    explicit Site(int servers) {
-        tav.mgr = trMgrCreate(fopen(TAV_SOURCE_DIR "/share/tav-trace.xml", "r"), TRUE);
-        trContextSetSpec(trMgrGetDefaultContext(tav.mgr), trSpecCreate(tav.mgr, ":NOTICE"));
-        tav.env.http.request.getCookieValue = [](EnvHttpContext *env, char *) {
-            return const_cast<char *>(reinterpret_cast<TavHttpContext *>(env)->cookie);
-        };
-        tav.env.http.request.getPath = [](EnvHttpContext *) { return const_cast<char *>("/shop/cart/items"); };
-        module.name = moduleName;
-        ts = tsCreate(&ri);
-        cluster = tsClusterCreate(ts, "/cell/main/cluster/web");
-        node = tsNodeCreate(ts, "/cell/main/node/alpha");
-        tsLinkVirtualClusterToCluster(tsVirtualClusterCreate(ts, nullptr, module.name), cluster, TRUE);
-        handles = std::vector<TavServerApplication>(static_cast<size_t>(servers));
-        for (int i = 0; i < servers; i++) addServer(i);
+    Selection(int64_t servers, const char *cloneId)
+        : site_(siteDocument({1, 1, static_cast<int>(servers)})),
+          cookie_(std::string("0000AbCdEfGhIjKlMnOpQrStUvW:") + (cloneId ? cloneId : "")),
+          request_{kPath, cloneId ? cookie_.data() : nullptr},
+          ctx(tavHttpContextObtain(site_.tav, &request_)) {
+        if (tavHttpContextShouldHandle(ctx) != 1) abort();
     }
-    ~Site() {
-        tsDelete(ts);
-        trMgrDelete(tav.mgr);
-    }
-    Site(const Site &) = delete;
-    Site &operator=(const Site &) = delete;
+    ~Selection() { tavHttpContextRelease(ctx); }
+    Selection(const Selection &) = delete;
+    Selection &operator=(const Selection &) = delete;
 
-    TavHttpContext request(const char *cookie) {
-        TavHttpContext ctx;
-        ctx.tav = &tav;
-        ctx.moduleName = module.name;
-        ctx.applicationName = benchApplication;
-        ctx.cookie = cookie;
-        return ctx;
+    TargetSelector *selector() const { return tavRoutingInfoGetTargetSelector(ctx->routingInfo); }
+    void makeBusy() const {
+        const auto busy = [](const TsVisit *visit, void *) { const_cast<TargetServer *>(visit->server)->outstandingRequestCount = 1000; };
+        tsForEachServerApplication(selector(), busy, nullptr);
     }
-    void makeBusy() {
-        for (TavServerApplication &handle : handles) handle.serverApplication->server->outstandingRequestCount = 1000;
+    void select() const {
+        benchmark::DoNotOptimize(tsSelect(selector(), ctx));
+        tsServerApplicationDecrementOutstandingRequestCount(ctx, ctx->targetServerApplication, 0, 0, FALSE);
+        tsTargetInfoDecrementRefCnt(ctx);
     }
-
-    Tav tav{};
-    TavRoutingInfo ri{&tav};
-    char moduleName[64] = "/cell/main/application/shop-edition1.0/webModule/shop.war";
-    WebModule module{};
-    TargetSelector *ts;
-    Cluster *cluster;
-    TargetNode *node;
-    std::vector<TavServerApplication> handles;
 
 private:
-    void addServer(int i) {
-        const std::string name = "/cell/main/node/alpha/server/web" + std::to_string(i);
-        TargetServer *server = tsServerCreate(node, name.c_str(), nullptr);
-        TavTargetEndpoint *endpoint = tsEndPointCreate(server, (name + "/transport/http").c_str());
-        tsEndPointSetPropStr(endpoint, "protocol", "http");
-        tsEndPointSetPropStr(endpoint, "host", "10.0.0.1");
-        tsEndPointSetPropInt(endpoint, "port", 9080);
-        tsEndPointInit(endpoint);
-        tsServerSetPropStr(server, "id", ("clone" + std::to_string(i)).c_str());
-        tsServerSetPropInt(server, "weight", 1 + i % 20);
-        tsServerInit(server);
-        tsServerSetPropStr(server, "state", "STARTED");
-        tsLinkClusterServer(cluster, server, TRUE);
-        TavServerApplication *handle = &handles[static_cast<size_t>(i)];
-        tsServerApplicationCreate(server, (name + "/serverApplication/" + benchApplication).c_str(), nullptr, handle);
-        tsServerApplicationSetPropStr(handle, "state", "STARTED");
-        tsLinkServerToWebModule(server, &module, TRUE);
-    }
-};
+    BenchSite site_;
+    std::string cookie_;
+    EnvHttpContext request_;
 
-void oneRequest(Site &site, TavHttpContext &ctx) {
-    benchmark::DoNotOptimize(tsSelect(site.ts, &ctx));
-    tsServerApplicationDecrementOutstandingRequestCount(&ctx, ctx.sapp, 0, 0, FALSE);
-    tsTargetInfoDecrementRefCnt(&ctx);
-}
+public:
+    TavHttpContext *ctx;
+};
 
 double cpuNanoseconds() {
     timespec now{};
@@ -105,27 +73,23 @@ BENCHMARK(threeLocks);
 
 // The whole round: select, end of request, release.
 void affinityHit(benchmark::State &state) {
-    Site site(static_cast<int>(state.range(0)));
-    const std::string cookie = "0000AbCdEfGhIjKlMnOpQrStUvW:clone" + std::to_string(state.range(0) / 2);
-    TavHttpContext ctx = site.request(cookie.c_str());
-    for (auto _ : state) oneRequest(site, ctx);
-    if (ctx.loadBalanced) state.SkipWithError("not an affinity hit");
+    const Selection selection(state.range(0), ("c0x" + std::to_string(state.range(0) / 2)).c_str());
+    for (auto _ : state) selection.select();
+    if (selection.ctx->performedLoadBalancing) state.SkipWithError("not an affinity hit");
 }
 BENCHMARK(affinityHit)->Arg(10)->Arg(1000);
 
 void balanceIdle(benchmark::State &state) {
-    Site site(static_cast<int>(state.range(0)));
-    TavHttpContext ctx = site.request(nullptr);
-    for (auto _ : state) oneRequest(site, ctx);
+    const Selection selection(state.range(0), nullptr);
+    for (auto _ : state) selection.select();
 }
 BENCHMARK(balanceIdle)->Arg(10)->Arg(1000);
 
 void balanceBusy(benchmark::State &state) {
-    Site site(static_cast<int>(state.range(0)));
-    site.makeBusy();
-    TavHttpContext ctx = site.request(nullptr);
+    const Selection selection(state.range(0), nullptr);
+    selection.makeBusy();
     const double start = cpuNanoseconds();
-    for (auto _ : state) oneRequest(site, ctx);
+    for (auto _ : state) selection.select();
     state.counters["ns/server"] = (cpuNanoseconds() - start) / static_cast<double>(state.iterations() * state.range(0));
 }
 BENCHMARK(balanceBusy)->Arg(10)->Arg(100)->Arg(1000)->Arg(10000);
