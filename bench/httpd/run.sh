@@ -49,7 +49,10 @@ http {
 }
 TEXT
 
-# common NAME PORT: what both servers have
+# What both servers have: the modules and the access log of Debian's httpd as it is installed, and the proxy.
+usual='mpm_event access_compat alias auth_basic authn_core authn_file authz_core authz_host authz_user autoindex deflate dir env filter mime
+    negotiation reqtimeout setenvif status proxy proxy_http'
+# common NAME PORT
 common() {
     cat <<TEXT
 ServerRoot $work
@@ -58,12 +61,13 @@ DefaultRuntimeDir $1
 Listen 127.0.0.1:$2
 ServerName localhost
 $([ "$(id -u)" -ne 0 ] || printf 'User www-data\nGroup www-data')
-LoadModule mpm_event_module $modules/mod_mpm_event.so
-LoadModule authz_core_module $modules/mod_authz_core.so
-LoadModule proxy_module $modules/mod_proxy.so
-LoadModule proxy_http_module $modules/mod_proxy_http.so
+$(for module in $usual; do echo "LoadModule ${module}_module $modules/mod_$module.so"; done)
 ErrorLog $1.log
 LogLevel warn
+LogFormat "%v:%p %h %l %u %t \"%r\" %>s %O \"%{Referer}i\" \"%{User-Agent}i\"" combined
+CustomLog /dev/null combined
+TypesConfig /etc/mime.types
+RequestReadTimeout header=20-40,minrate=500 body=10,minrate=500
 StartServers 2
 ServerLimit 2
 ThreadsPerChild 25

@@ -121,9 +121,11 @@ int setResponseCookie(EnvHttpContext *env, char *name, char *value) {
 } // namespace
 
 char *cookieOf(request_rec *r, const char *name) {
-    char **headers = valuesOf(r->pool, r->headers_in, "Cookie");
-    for (; headers && *headers; ++headers) {
-        if (char *value = findCookie(r->pool, *headers, name)) return value;
+    const apr_array_header_t *headers = apr_table_elts(r->headers_in);
+    const auto *entries = reinterpret_cast<const apr_table_entry_t *>(headers->elts);
+    for (int i = 0; i < headers->nelts; i++) {
+        if ((*entries[i].key | 0x20) != 'c' || ap_cstr_casecmp(entries[i].key, "Cookie") != 0) continue;
+        if (char *value = findCookie(r->pool, entries[i].val, name)) return value;
     }
     return nullptr;
 }

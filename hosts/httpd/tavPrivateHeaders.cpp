@@ -51,7 +51,11 @@ void addLine(apr_pool_t *pool, PrivateHeaders &headers, const char *name, size_t
     at += nameLength;
     *at++ = ':';
     *at++ = ' ';
-    for (const char *from = value; *from; ++from) *at++ = *from == '\r' || *from == '\n' ? ' ' : *from;
+    memcpy(at, value, valueLength);
+    for (char line : {'\r', '\n'}) {
+        if (memchr(at, line, valueLength)) std::replace(at, at + valueLength, line, ' ');
+    }
+    at += valueLength;
     *at++ = '\r';
     *at++ = '\n';
     headers.length = static_cast<size_t>(at - headers.text);

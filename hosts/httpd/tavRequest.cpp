@@ -141,12 +141,13 @@ void setVariables(const EnvHttpContext *env, request_rec *answered) {
     apr_pool_t *pool = env->r->pool;
     const auto put = answered == env->r && !answered->prev ? apr_table_addn : apr_table_setn;
     const auto set = [=](const char *name, const char *value) {
-        if (value && *value) put(answered->subprocess_env, name, apr_pstrdup(pool, value));
+        if (value && *value) put(answered->subprocess_env, name, value);
     };
+    const auto setCopy = [=](const char *name, const char *value) { set(name, apr_pstrdup(pool, value)); };
     set("TAV_ACTION", tavhost::actionName(tavHttpContextGetAction(env->ctx)));
-    set("TAV_APPLICATION", tavHttpContextGetApplicationName(env->ctx));
-    set("TAV_EDITION", tavHttpContextGetApplicationEditionName(env->ctx));
-    set("TAV_MODULE", tavHttpContextGetModuleName(env->ctx));
+    setCopy("TAV_APPLICATION", tavHttpContextGetApplicationName(env->ctx));
+    setCopy("TAV_EDITION", tavHttpContextGetApplicationEditionName(env->ctx));
+    setCopy("TAV_MODULE", tavHttpContextGetModuleName(env->ctx));
     set("TAV_RULE", ruleOf(env));
     set("TAV_CONFIG_VERSION", apr_ltoa(pool, static_cast<long>(tavHttpContextGetConfigVersion(env->ctx))));
     set("TAV_AFFINITY", affinityOf(env));

@@ -262,11 +262,13 @@ constexpr CommonOperator commonOperators[] = {
     {.name = "NOT", .pattern = {word("NOT"), BOOLEAN_}, .combine = negate, .logic = LOGIC_NOT},
     {.name = "STRING_IN_LIST",
      .pattern = {STRING_, word("IN"), LIST_},
-     .combine = textInList<SameText, "EXIT: operatorEvaluate_STRINGINLIST: %s IN (list) --> %s">},
+     .combine = textInList<SameText, "EXIT: operatorEvaluate_STRINGINLIST: %s IN (list) --> %s">,
+     .test = testTexts<SameText>},
     {.name = "STRING_LIKE_IN_LIST",
      .pattern = {STRING_, word("LIKEIN"), LIST_},
-     .combine = textInList<LikeText<true>, "EXIT: operatorEvaluate_STRINGLIKEINLIST: %s LIKEIN (list) --> %s">},
-    {.name = "INT_IN_LIST", .pattern = {INT_, word("IN"), LIST_}, .combine = intInList},
+     .combine = textInList<LikeText<true>, "EXIT: operatorEvaluate_STRINGLIKEINLIST: %s LIKEIN (list) --> %s">,
+     .test = testTexts<LikeText<true>>},
+    {.name = "INT_IN_LIST", .pattern = {INT_, word("IN"), LIST_}, .combine = intInList, .test = testInts<std::equal_to<>>},
     {.name = "StringConcatString", .pattern = {STRING_, word("+"), STRING_}, .combine = concatenate, .result = EXPR_STRING},
     {.name = "IsNull", .pattern = {STRING_, word("IS"), word("NULL")}, .combine = testNull<true, "operatorEvaluate_IsNull: '%s'">},
     {.name = "IsNullList", .pattern = {LIST_, word("IS"), word("NULL")}, .combine = testNull<true, "operatorEvaluate_IsNullList: '%s'">},
@@ -309,7 +311,7 @@ Operator *createOperator(const CommonOperator &row, const NamedFunctions &named)
     }
     Operator *op = operatorCreateFromArray(row.name, row.result, named.create, named.destroy, named.evaluate, count, elements);
     operatorSetCombine(op, row.combine);
-    operatorSetTest(op, row.test, row.pattern[0].type == EXPR_STRING);
+    operatorSetTest(op, row.test, row.pattern[0].type == EXPR_STRING, row.pattern[2].type == EXPR_LIST);
     operatorSetLogic(op, row.logic);
     return op;
 }

@@ -16,16 +16,25 @@
 
 namespace {
 
-enum class StepKind : uint8_t { Test, Constant, And, Or, Not, Tree };
+enum class StepKind : uint8_t {
+    Test,
+    Value,  // a test of an operand that makes its value and cannot just show it
+    Member, // one more test of the same value: holds when either does
+    Constant,
+    And,
+    Or,
+    Not,
+    Tree
+};
 
 struct Step {
     union {
         OperandPeekFcn peek; // Test
-        Expression *expr;    // Tree
+        Expression *expr;    // Value: the operand; Tree
     };
-    OperatorTestFcn test;
-    intptr_t constant; // a number, a truth, or the offset of a text
-    uint32_t argument; // offset of the operand's argument
+    OperatorTestFcn test; // Test, Value, Member
+    intptr_t constant;    // a number, a truth, or the offset of a text
+    uint32_t argument;    // offset of the operand's argument
     StepKind kind;
     bool constantIsText;
     bool last; // of its expression
@@ -61,14 +70,34 @@ const OperandContext *operandOf(const Expression *expr) noexcept {
     return ctx->operand && ctx->operand->base.evaluate == expr->base.evaluate ? ctx : nullptr;
 }
 
-// An operand beside a constant of the kind that it shows.
+bool isConstant(const Expression *expr) noexcept { return expr && expr->base.evaluate == constantExpressionEvaluate; }
+
+// The members of a list that its operator looks at.
+bool isCompared(const OperatorContext *ctx, const Expression *member) noexcept {
+    return expressionGetType(member) == (ctx->operator_->testsTexts ? EXPR_STRING : EXPR_INT);
+}
+
+// A list of constants, at least one of which is looked at.
+bool isConstantList(const OperatorContext *ctx, const Expression *list) noexcept {
+    bool any = false;
+    if (!expressionIsList(list)) return false;
+    for (const Expression *member : TavListRange<Expression>(expressionGetListValue(list))) {
+        if (!isCompared(ctx, member)) continue;
+        if (!isConstant(member)) return false;
+        any = true;
+    }
+    return any;
+}
+
+// An operand beside a constant of its kind, or beside a list of them.
 bool isTest(const OperatorContext *ctx) noexcept {
     if (!ctx->operator_->test || ctx->numInputs != 2) return false;
     const Expression *left = ctx->inputs[0], *right = ctx->inputs[1];
     const OperandContext *operand = operandOf(left);
-    if (!operand || !operand->operand->peek || right->base.evaluate != constantExpressionEvaluate) return false;
+    if (!operand || !isConstant(right)) return false;
     const ExpressionValueKind kind = ctx->operator_->testsTexts ? VALUE_TEXT : VALUE_WORD;
-    return expressionGetValueKind(left) == kind && expressionGetValueKind(right) == kind;
+    if (expressionGetValueKind(left) != kind) return false;
+    return ctx->operator_->testsMembers ? isConstantList(ctx, right) : expressionGetValueKind(right) == kind;
 }
 
 bool isCompilable(const Expression *expr) noexcept;
@@ -145,16 +174,28 @@ private:
         return static_cast<uint32_t>(at);
     }
 
-    void addTest(const OperatorContext *ctx) noexcept {
-        const OperandContext *operand = operandOf(ctx->inputs[0]);
+    void addTestOf(const OperatorContext *ctx, const Expression *constant, StepKind kind) noexcept {
         const bool text = ctx->operator_->testsTexts;
-        const uint32_t argument = addText(operandContextGetArgument(operand, 0));
-        emit({.peek = operand->operand->peek,
-              .test = ctx->operator_->test,
-              .constant = text ? addText(expressionGetStringValue(ctx->inputs[1])) : wordOf(ctx->inputs[1]),
-              .argument = argument,
-              .kind = StepKind::Test,
-              .constantIsText = text});
+        Step step{.test = ctx->operator_->test, .kind = kind, .constantIsText = text};
+        if (kind == StepKind::Test) {
+            const OperandContext *operand = operandOf(ctx->inputs[0]);
+            step.peek = operand->operand->peek;
+            step.argument = addText(operandContextGetArgument(operand, 0));
+        } else {
+            step.expr = ctx->inputs[0];
+        }
+        step.constant = text ? addText(expressionGetStringValue(constant)) : wordOf(constant);
+        emit(step);
+    }
+
+    void addTest(const OperatorContext *ctx) noexcept {
+        StepKind kind = operandOf(ctx->inputs[0])->operand->peek ? StepKind::Test : StepKind::Value;
+        if (!ctx->operator_->testsMembers) return addTestOf(ctx, ctx->inputs[1], kind);
+        for (const Expression *member : TavListRange<Expression>(expressionGetListValue(ctx->inputs[1]))) {
+            if (!isCompared(ctx, member)) continue;
+            addTestOf(ctx, member, kind);
+            kind = StepKind::Member;
+        }
     }
 
     void addTruth(const Expression *expr) noexcept {
@@ -199,39 +240,77 @@ int conditionProgramTreeSteps(const ConditionProgram *program) noexcept { return
 
 namespace {
 
-bool testHolds(const ConditionProgram *program, const Step &step, EvaluationContext *evalCtx) noexcept {
-    intptr_t word;
-    if (!step.peek(program->text(step.argument), evalCtx, &word)) return false;
-    const auto offset = static_cast<size_t>(step.constant);
-    return step.test(word, step.constantIsText ? reinterpret_cast<intptr_t>(program->text(offset)) : step.constant);
-}
+class Run {
+public:
+    Run(const ConditionProgram *program, EvaluationContext *evalCtx) noexcept
+        : program_(program), evalCtx_(evalCtx), scratchBefore_(evalCtx->scratchUsed) {}
+    ~Run() { dropValue(); }
+    Run(const Run &) = delete;
+    Run &operator=(const Run &) = delete;
 
-// The truths after the step: it pushes one, or replaces those on top.
-uint64_t perform(const ConditionProgram *program, const Step &step, uint64_t truths, EvaluationContext *evalCtx) noexcept {
-    switch (step.kind) {
-        case StepKind::Test:
-            return truths << 1 | testHolds(program, step, evalCtx);
-        case StepKind::Constant:
-            return truths << 1 | static_cast<uint64_t>(step.constant);
-        case StepKind::Tree:
-            return truths << 1 | (expressionIsTrue(step.expr, evalCtx) ? 1U : 0U);
-        case StepKind::Not:
-            return truths ^ 1;
-        case StepKind::And:
-            return (truths >> 1) & (truths | ~uint64_t{1});
-        case StepKind::Or:
-            return (truths >> 1) | (truths & 1);
+    // The truths after the step: it pushes one, or replaces those on top.
+    uint64_t perform(const Step &step, uint64_t truths) noexcept {
+        switch (step.kind) {
+            case StepKind::Test:
+                present_ = step.peek(program_->text(step.argument), evalCtx_, &word_);
+                return truths << 1 | testHolds(step);
+            case StepKind::Value:
+                makeValue(step);
+                return truths << 1 | testHolds(step);
+            case StepKind::Member:
+                return truths | testHolds(step);
+            case StepKind::Constant:
+                return truths << 1 | static_cast<uint64_t>(step.constant);
+            case StepKind::Tree:
+                return truths << 1 | (expressionIsTrue(step.expr, evalCtx_) ? 1U : 0U);
+            case StepKind::Not:
+                return truths ^ 1;
+            case StepKind::And:
+                return (truths >> 1) & (truths | ~uint64_t{1});
+            case StepKind::Or:
+                return (truths >> 1) | (truths & 1);
+        }
+        return truths;
     }
-    return truths;
-}
+
+private:
+    void dropValue() noexcept {
+        if (!valueMade_) return;
+        expressionValueClear(&value_);
+        evalCtx_->scratchUsed = scratchBefore_;
+        valueMade_ = false;
+    }
+
+    void makeValue(const Step &step) noexcept {
+        dropValue();
+        expressionEvaluateInto(step.expr, evalCtx_, &value_);
+        valueMade_ = true;
+        present_ = value_.kind != VALUE_MISSING;
+        word_ = step.constantIsText ? reinterpret_cast<intptr_t>(expressionValueGetText(&value_)) : value_.word;
+    }
+
+    uint64_t testHolds(const Step &step) const noexcept {
+        if (!present_) return 0;
+        const auto offset = static_cast<size_t>(step.constant);
+        return step.test(word_, step.constantIsText ? reinterpret_cast<intptr_t>(program_->text(offset)) : step.constant) ? 1 : 0;
+    }
+
+    const ConditionProgram *program_;
+    EvaluationContext *evalCtx_;
+    const size_t scratchBefore_;
+    ExpressionValue value_; // of the last operand that made one, while `valueMade_`
+    intptr_t word_ = 0;     // what the last test was shown
+    bool present_ = false, valueMade_ = false;
+};
 
 } // namespace
 
 int conditionProgramFirst(const ConditionProgram *program, EvaluationContext *evalCtx) noexcept {
+    Run run(program, evalCtx);
     uint64_t truths = 0;
     int index = 0;
     for (const Step *step = program->steps(), *end = step + program->numSteps; step < end; ++step) {
-        truths = perform(program, *step, truths, evalCtx);
+        truths = run.perform(*step, truths);
         if (!step->last) continue;
         if (truths & 1) return index;
         truths = 0;

@@ -137,10 +137,11 @@ void operatorSetCombine(Operator *op, OperatorCombineFcn combine) noexcept {
     if (op) op->combine = combine;
 }
 
-void operatorSetTest(Operator *op, OperatorTestFcn test, bool testsTexts) noexcept {
+void operatorSetTest(Operator *op, OperatorTestFcn test, bool testsTexts, bool testsMembers) noexcept {
     if (!op) return;
     op->test = test;
     op->testsTexts = testsTexts;
+    op->testsMembers = testsMembers;
 }
 
 void operatorSetLogic(Operator *op, OperatorLogic logic) noexcept {

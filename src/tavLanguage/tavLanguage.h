@@ -55,6 +55,7 @@ struct _Operator {
     OperatorCombineFcn combine;                // null: evaluated through `base.evaluate` alone
     OperatorTestFcn test;                      // short form of a comparison; may be null
     bool testsTexts;                           // its inputs are texts
+    bool testsMembers;                         // `test` is asked for each member of a list, of its input's type, until one holds
     OperatorLogic logic;                       // short form of AND, OR, NOT
 };
 
@@ -72,7 +73,7 @@ Operator *operatorCreateFromArray(const char *name, ExpressionType resultType, O
 // Lets the operator be computed without cells. `evaluate` should then be expressionEvaluateAsCell or do the same.
 void operatorSetCombine(Operator *op, OperatorCombineFcn combine) noexcept;
 // Short forms: each must compute what `combine` does. An operator has one of them or none.
-void operatorSetTest(Operator *op, OperatorTestFcn test, bool testsTexts) noexcept;
+void operatorSetTest(Operator *op, OperatorTestFcn test, bool testsTexts, bool testsMembers) noexcept;
 void operatorSetLogic(Operator *op, OperatorLogic logic) noexcept;
 void operatorFree(Operator *op) noexcept; // null ignored
 
