@@ -42,16 +42,24 @@ void store(apr_interval_time_t &timeout, int seconds) {
     if (seconds > 0 && shared.load(std::memory_order_relaxed) != wanted) shared.store(wanted, std::memory_order_relaxed);
 }
 
+// A body is sent when the server has said that it wants it; mod_proxy calls that a ping.
+void followWaitForContinue(proxy_worker_shared *worker, TavTargetEndpoint *endpoint) {
+    const unsigned wanted = tavTargetEndpointGetWaitForContinue(endpoint) ? 1 : 0;
+    store(worker->ping_timeout, tavTargetEndpointGetIOTimeout(endpoint));
+    if (worker->ping_timeout_set != wanted) worker->ping_timeout_set = wanted; // its neighbours in the word never change
+}
+
 // The server's properties change without its endpoints being made anew.
-void followTimeouts(proxy_worker_shared *worker, TavTargetEndpoint *endpoint) {
+void followProperties(proxy_worker_shared *worker, TavTargetEndpoint *endpoint) {
     store(worker->conn_timeout, tavTargetEndpointGetConnectTimeout(endpoint));
     store(worker->timeout, tavTargetEndpointGetIOTimeout(endpoint));
+    followWaitForContinue(worker, endpoint);
 }
 
 void setTimeouts(proxy_worker_shared *worker, TavTargetEndpoint *endpoint) {
     worker->conn_timeout = worker->timeout = workerServer->timeout;
     worker->conn_timeout_set = worker->timeout_set = 1;
-    followTimeouts(worker, endpoint);
+    followProperties(worker, endpoint);
     if (const int idle = tavTargetEndpointGetPersistentTimeout(endpoint); idle > 0) worker->ttl = apr_time_from_sec(idle);
 }
 
@@ -125,7 +133,7 @@ const char *urlOf(apr_pool_t *pool, TavTargetEndpoint *endpoint) {
 int proxyTo(request_rec *r, TavTargetEndpoint *endpoint) {
     const EnvTargetEndpoint *backend = tavTargetEndpointGetEnvTargetEndpoint(endpoint);
     if (!backend) return HTTP_SERVICE_UNAVAILABLE;
-    followTimeouts(backend->worker->s, endpoint);
+    followProperties(backend->worker->s, endpoint);
     r->proxyreq = PROXYREQ_REVERSE;
     const int canonical = proxy_run_canon_handler(r, apr_pstrcat(r->pool, backend->base, r->uri, nullptr));
     if (canonical != OK) return canonical == DECLINED ? HTTP_INTERNAL_SERVER_ERROR : canonical;

@@ -100,7 +100,7 @@ class Backend:
             await asyncio.sleep(float(query["wait"]))
         if "sec-websocket-key" in headers:
             return await self.websocket(reader, writer, headers)
-        if "100-continue" in headers.get("expect", "") and "status" not in query:
+        if "100-continue" in headers.get("expect", "").lower() and "status" not in query:
             writer.write(b"HTTP/1.1 100 Continue\r\n\r\n")
         reset = query.get("reset")
         if reset == "start":

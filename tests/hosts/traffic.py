@@ -201,6 +201,12 @@ def continue_is_asked_for():
     check(json.loads(connection.recv(9999))["length"] == 5, "the body did not follow")
     status, head = read_head(raw(text % "?status=403"))
     check(status == 403, "a refusal before the body:", head)
+    asked = lambda: "Expect" in dict(ask("/shop/x", "POST", b"x", "w1").account["headers"])
+    check(not asked(), "a server is asked whether it wants the body")
+    change({"server/web1": {"waitForContinue": True}})
+    eventually(asked, "a server that is asked whether it wants the body")
+    check(ask("/shop/x?status=403", "POST", 1000000 * b"x", "w1").status == 403, "a refusal of a body")
+    change({"server/web1": {"waitForContinue": False}})
 
 
 def connections_of_clients_end():
