@@ -3,7 +3,8 @@
 #
 # Four loads take turns: the balancer, mod_tav, mod_tav while its configuration changes ten times a second, and, to tell what they cost, mod_tav
 # without the private headers, which the balancer has nothing like. A figure is the median over the rounds of a round's ratio, so that what slows
-# the machine for a while slows both sides. httpd has a core of its own, where there are two. ROUNDS and SECONDS_EACH are how often and how long.
+# the machine for a while slows both sides. Both servers have the modules and the access log of Debian's httpd. They have a core of their own,
+# where there are two. ROUNDS and SECONDS_EACH are how often and how long.
 set -euo pipefail
 build=$(cd "$1" && pwd)
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -49,9 +50,10 @@ http {
 }
 TEXT
 
-# What both servers have: the modules and the access log of Debian's httpd as it is installed, and the proxy.
+# What both servers have: the modules and the access log that Debian's httpd is installed with, and the proxy.
 usual='mpm_event access_compat alias auth_basic authn_core authn_file authz_core authz_host authz_user autoindex deflate dir env filter mime
     negotiation reqtimeout setenvif status proxy proxy_http'
+echo 'text/html html' >"$work/types"
 # common NAME PORT
 common() {
     cat <<TEXT
@@ -66,7 +68,7 @@ ErrorLog $1.log
 LogLevel warn
 LogFormat "%v:%p %h %l %u %t \"%r\" %>s %O \"%{Referer}i\" \"%{User-Agent}i\"" combined
 CustomLog /dev/null combined
-TypesConfig /etc/mime.types
+TypesConfig $work/types
 RequestReadTimeout header=20-40,minrate=500 body=10,minrate=500
 StartServers 2
 ServerLimit 2
