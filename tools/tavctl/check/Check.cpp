@@ -42,6 +42,9 @@ void Check::addText(const std::string &path, std::string text) {
     const Json document = parseJson(text, path);
     paths_.push_back(path);
     texts_.push_back(std::move(text));
+    const bool isDelta = json_is_true(json_object_get(document.get(), "delta"));
+    if (isDelta && !storedDocument(engine_.connector()))
+        return add({.file = current(), .kind = "document", .text = "a delta without a complete document before it"});
     forEachObject(document.get(), [this](const ObjectEntry &entry) { addEntry(entry); });
     std::vector<DocumentFinding> refused;
     const long long version = engine_.apply(texts_.back(), &refused);
@@ -49,7 +52,6 @@ void Check::addText(const std::string &path, std::string text) {
     const bool told =
         std::any_of(refused.begin(), refused.end(), [](const DocumentFinding &finding) { return finding.kind == "document"; });
     if (version == -1 && !told) add({.file = current(), .kind = "document", .text = engine_.refusal()});
-    const bool isDelta = json_is_true(json_object_get(document.get(), "delta"));
     if (version != -1 && current() > 0 && !isDelta)
         add({.file = current(), .kind = "document", .text = "a complete document (no \"delta\": true) replaces the ones before it"});
 }

@@ -40,10 +40,10 @@ std::string refusalText(const TraceLines &lines) {
 
 Tav *createInstance(EnvCallBacks &env) {
     FILE *catalogue = fmemopen(const_cast<unsigned char *>(tavctlCatalogue), tavctlCatalogueSize, "r");
-    if (!catalogue) throw Fault("the trace catalogue cannot be opened");
+    if (!catalogue) throw InternalFault("the trace catalogue cannot be opened");
     Tav *tav = tavCreate(&env, catalogue, nullptr);
     fclose(catalogue);
-    if (!tav) throw Fault("the library could not be started");
+    if (!tav) throw InternalFault("the library could not be started");
     return tav;
 }
 
@@ -54,7 +54,7 @@ Engine::Engine() {
     connector_ = group_ ? tavConnectorCreate(group_, "http://scenario.invalid/") : nullptr;
     if (connector_ && tavStart(tav_, -1) == 0) return;
     tavDestroy(tav_);
-    throw Fault("the library could not be started");
+    throw InternalFault("the library could not be started");
 }
 
 Engine::~Engine() { tavhost::endInstance(tav_, tavConnectorGroupGetName(group_)); }

@@ -155,7 +155,7 @@ LiveInstance::LiveInstance(const LiveOptions &options, EventLog &log) {
     const tavhost::HostOptions host = hostOptions(options);
     traceAll = !options.trace.empty();
     documentEvent = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (documentEvent < 0) throw Fault("no event descriptor is left");
+    if (documentEvent < 0) throw InternalFault("no event descriptor is left");
     EnvCallBacks env = callBacks();
     tavhost::chooseTransport(env, host, processOf(options));
     tav_ = createInstance(env);
