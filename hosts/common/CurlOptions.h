@@ -4,6 +4,8 @@
 
 #include <curl/curl.h>
 
+#include <string>
+
 #include "HostOptions.h"
 
 namespace tavhost {
@@ -12,6 +14,8 @@ namespace tavhost {
 void startCurl();
 // Protocols, TLS, proxy and the time to connect; no signals.
 void setCurlOptions(CURL *easy, const TransportOptions &options);
+// For a write function: appends a part of a body. 0, which ends the request: the body would grow over `largest` bytes, or finds no memory.
+size_t takePart(std::string &body, const char *data, size_t size, size_t largest) noexcept;
 
 } // namespace tavhost
 

@@ -51,6 +51,8 @@ bool needsCurl(const HostOptions &options) {
 }
 
 void markProcess(Tav *tav, const HostOptions &options, Process process) {
+    if (process != Process::Standalone && options.socketPath.size() > LONGEST_SOCKET_PATH)
+        throw HostFault("the socket's path '" + options.socketPath + "' is longer than " + std::to_string(LONGEST_SOCKET_PATH) + " bytes");
     std::string socket = options.socketPath;
     if (process == Process::Daemon && tavMarkAsServerProcess(tav, socket.data(), options.socketUid) != 0)
         throw HostFault("the daemon cannot be set up");
@@ -60,7 +62,9 @@ void markProcess(Tav *tav, const HostOptions &options, Process process) {
 std::string readFile(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
     std::ostringstream text;
-    if (!file || !(text << file.rdbuf())) throw HostFault("the configuration file '" + path + "' cannot be read");
+    const bool empty = file.peek() == std::ifstream::traits_type::eof(); // of which nothing can be copied
+    if (file.bad() || !file.is_open() || (!empty && !(text << file.rdbuf())))
+        throw HostFault("the configuration file '" + path + "' cannot be read");
     return text.str();
 }
 
