@@ -23,8 +23,6 @@ std::string placeKey(size_t file, const std::string &pointer) { return fmt::form
 
 const char *textProperty(const ObjectEntry &entry, const char *name) { return json_string_value(json_object_get(entry.props, name)); }
 
-bool isEditionRule(const ObjectEntry &entry) { return entry.name.find("/ruleSet/") == std::string::npos; }
-
 } // namespace
 
 // An object of this type that stands in no pair of these kinds is never used.
@@ -71,7 +69,7 @@ void Check::addEntry(const ObjectEntry &entry) {
 void Check::addRule(const ObjectEntry &entry) {
     addExpression(entry);
     const char *action = textProperty(entry, "action");
-    if (action && isEditionRule(entry)) {
+    if (action && isRoutingRule(entry)) {
         const std::string problem = actionProblem(action);
         const std::string pointer = entry.pointer + "/props/action";
         if (!problem.empty())

@@ -114,9 +114,7 @@ void addLiveOptions(CLI::App &command, LiveOptions &live) {
     command.add_option("--wait", live.wait, "Seconds that the controller may hold a poll (default 300)")
         ->type_name("SECONDS")
         ->check(CLI::Range(1, 86400));
-    command.add_option("--ca", live.transport.authorities, "CA certificates that a controller's must be signed by")->type_name("FILE");
-    command.add_option("--cert", live.transport.certificate, "Client certificate for https")->type_name("FILE");
-    command.add_option("--key", live.transport.key, "Its private key")->type_name("FILE");
+    addTlsOptions(command, live.transport, "a controller's");
     command.add_option("--proxy", live.transport.proxy, "Proxy on the way to the controller")->type_name("URL");
     CLI::Option *daemon = command.add_option("--daemon", live.daemon, "Be the daemon that feeds workers over this Unix socket");
     daemon->type_name("SOCKET");
