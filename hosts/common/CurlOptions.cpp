@@ -1,5 +1,6 @@
 #include "CurlOptions.h"
 
+#include <memory>
 #include <new>
 
 #include "HostFault.h"
@@ -17,6 +18,11 @@ void setText(CURL *easy, CURLoption option, const std::string &text) {
 void startCurl() {
     static const CURLcode started = curl_global_init(CURL_GLOBAL_DEFAULT);
     if (started != CURLE_OK) throw HostFault("libcurl cannot be started");
+}
+
+bool isProxyUrl(const std::string &text) {
+    const std::unique_ptr<CURLU, void (*)(CURLU *)> url(curl_url(), curl_url_cleanup);
+    return url && curl_url_set(url.get(), CURLUPART_URL, text.c_str(), CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME) == CURLUE_OK;
 }
 
 void setCurlOptions(CURL *easy, const TransportOptions &options) {

@@ -6,8 +6,18 @@ source "$(dirname "$0")/server.sh" "$@"
 mkdir "$work/pages"
 echo sorry >"$work/pages/denied"
 httpd_config "${2:-event}" "DocumentRoot $work/pages" 'ErrorDocument 403 /denied'
-sed 's/TavController main .*/TavController main nonsense/' "$work/httpd.conf" >"$work/bad.conf"
-[[ $(httpd -f "$work/bad.conf" -t 2>&1 || true) == *"'nonsense' is no URL"* ]] || fail "a wrong directive passes the configuration test"
+while IFS='|' read -r directive told; do
+    { cat "$work/httpd.conf" && echo "$directive"; } >"$work/bad.conf"
+    [[ $(httpd -f "$work/bad.conf" -t 2>&1 || true) == *"$told"* ]] || fail "the configuration test does not tell what is wrong: $directive"
+done <<'TEXT'
+TavController main nonsense|'nonsense' is no URL
+TavControllerProperty main wait 10s|from 1 to 86400
+TavControllerProperty main retryInterval soon|takes a number, not 'soon'
+TavControllerProxy http://proxy:port|is no URL
+TavProperty unknown 1|'unknown' is not known
+TavConfigFile /dev/null|exclude each other
+TavSocket /run/a-folder-whose-name/is-so-long-that-the-sockets-of-the-processes/cannot-have-their-names/in-it/daemon.sock|longer than
+TEXT
 
 start_nginx "${back[0]}:w1" "${back[1]}:w2"
 start_controller
