@@ -121,7 +121,7 @@ void addExplainCommand(CLI::App &app, Run &result) {
     command->footer(
         "Examples:\n"
         "  tavctl explain --status http://localhost/tav-status http://shop.example/shop/cart\n"
-        "  tavctl explain --status http://localhost/tav-status -b 'JSESSIONID=abc:c1' --json http://shop.example/shop/");
+        "  tavctl explain --status http://localhost/tav-status -b 'JSESSIONID=0000abc:w1' --json http://shop.example/shop/");
     command->callback([options, &result] { result = [options] { return run(*options); }; });
 }
 

@@ -121,9 +121,9 @@ void addRouteCommand(CLI::App &app, Run &result) {
     command->footer(
         "Examples:\n"
         "  tavctl route -c shop.json http://shop.example/shop/cart\n"
-        "  tavctl route -c shop.json -d maintenance.json --explain -b 'JSESSIONID=abc:c1' /shop/\n"
-        "  tavctl route -c shop.json --repeat 1000 /shop/\n"
-        "  tavctl route -c shop.json --json /shop/ /nowhere");
+        "  tavctl route -c shop.json -d maintenance.json --explain -b 'JSESSIONID=0000abc:w1' http://shop.example/shop/\n"
+        "  tavctl route -c shop.json --repeat 1000 http://shop.example/shop/\n"
+        "  tavctl route -c shop.json --json http://shop.example/shop/ /nowhere");
     command->callback([options, &result] { result = [options] { return run(*options); }; });
 }
 

@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char *FOOTER = R"(Examples:
   tavctl route --config shop.json http://shop.example/shop/cart
-  tavctl route --config shop.json --explain -b 'JSESSIONID=abc:c1' http://shop.example/shop/
+  tavctl route --config shop.json --explain -b 'JSESSIONID=0000abc:w1' http://shop.example/shop/
   tavctl explain --status http://localhost/tav-status http://shop.example/shop/cart
   tavctl check shop.json maintenance.json
   tavctl test --coverage shop.jsonl
