@@ -1,8 +1,7 @@
-# cmake --install: library, headers, catalogue, pkg-config file and the CMake package tavlib (targets tavlib::tav, tavlib::tav_static).
+# cmake --install: library, headers, catalogue, pkg-config file and the CMake package tavlib (target tavlib::tav). libtav.a is for
+# `pkg-config --static`.
 include(CMakePackageConfigHelpers)
 
-set_target_properties(tav_static PROPERTIES EXPORT_NAME tav_static)
-target_include_directories(tav_static PUBLIC $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 install(TARGETS tav EXPORT tavlibTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_COMPONENT dev)
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/include/tav DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})

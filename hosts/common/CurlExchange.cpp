@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "CurlOptions.h"
-#include "HostInstance.h"
+#include "HostFault.h"
 
 namespace tavhost {
 
@@ -12,34 +12,10 @@ namespace {
 constexpr size_t LARGEST_ANSWER = 64u << 20; // bytes
 
 size_t collect(char *data, size_t, size_t size, void *passback) {
-    auto *body = static_cast<std::string *>(passback);
-    if (size > LARGEST_ANSWER - body->size()) return 0;
-    body->append(data, size);
-    return size;
-}
-
-void setText(CURL *easy, CURLoption option, const std::string &text) {
-    if (!text.empty()) curl_easy_setopt(easy, option, text.c_str());
+    return takePart(*static_cast<std::string *>(passback), data, size, LARGEST_ANSWER);
 }
 
 } // namespace
-
-void startCurl() {
-    static const CURLcode started = curl_global_init(CURL_GLOBAL_DEFAULT);
-    if (started != CURLE_OK) throw HostFault("libcurl cannot be started");
-}
-
-void setCurlOptions(CURL *easy, const TransportOptions &options) {
-    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, static_cast<long>(options.connectTimeout));
-    setText(easy, CURLOPT_CAINFO, options.authorities);
-    setText(easy, CURLOPT_SSLCERT, options.certificate);
-    setText(easy, CURLOPT_SSLKEY, options.key);
-    setText(easy, CURLOPT_PROXY, options.proxy);
-    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, options.verifyServer ? 1L : 0L);
-    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, options.verifyServer ? 2L : 0L);
-}
 
 HttpAnswer postJson(const std::string &url, const std::string &body, const TransportOptions &options, int timeout) {
     startCurl();

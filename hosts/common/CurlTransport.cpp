@@ -8,15 +8,13 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <thread>
-#include <vector>
+#include <utility>
 
+#include "ConnectorClient.h"
 #include "CurlOptions.h"
-#include "HostInstance.h"
-
-struct EnvConnectorClient {
-    std::string url;
-};
+#include "HostFault.h"
 
 namespace tavhost {
 
@@ -44,10 +42,7 @@ struct Response : TavHttpResponse {
 };
 
 size_t collect(char *data, size_t, size_t size, void *passback) {
-    auto *request = static_cast<Request *>(passback);
-    if (size > LARGEST_BODY - request->response.size()) return 0;
-    request->response.append(data, size);
-    return size;
+    return takePart(static_cast<Request *>(passback)->response, data, size, LARGEST_BODY);
 }
 
 // On standard error, which is the server's error log: the library tells only that there was no response.
@@ -64,9 +59,8 @@ void finish(RequestPtr request, CURLcode result) {
         curl_easy_getinfo(request->easy, CURLINFO_RESPONSE_CODE, &status);
     else if (result != CURLE_ABORTED_BY_CALLBACK)
         tellFault(request->easy, result);
-    Response *response = nullptr;
-    if (status != 0) {
-        response = new Response{};
+    Response *response = status != 0 ? new (std::nothrow) Response{} : nullptr;
+    if (response) {
         response->responseCode = static_cast<int>(status);
         response->text = std::move(request->response);
         response->body = response->text.data();
@@ -81,31 +75,39 @@ public:
         thread_ = std::thread([this] { run(); });
     }
     ~Transport() {
-        ending_ = true;
-        curl_multi_wakeup(multi_);
-        thread_.join();
-        endAll(); // and what the thread's own end brought: clients that were given up
+        endAll(); // and what came meanwhile: clients that were given up
         curl_multi_cleanup(multi_);
     }
     Transport(const Transport &) = delete;
     Transport &operator=(const Transport &) = delete;
 
+    // Ends every request. The last call but for those that are under way in other threads.
+    void end() {
+        ending_ = true;
+        curl_multi_wakeup(multi_);
+        thread_.join();
+    }
+
+    // Throws std::bad_alloc.
     int send(const EnvConnectorClient *client, const char *method, const char *uri, const char *body, int timeout,
              TavHttpResponseCallBack callback, TavHttpResponseContext *passback) {
         auto request = std::make_unique<Request>(Request{client, callback, passback});
         if (!(request->easy = curl_easy_init())) return -1;
         if (body) request->body = body;
         prepare(*request, client->url + uri, method, timeout);
+        std::list<RequestPtr> sent;
+        sent.push_back(std::move(request));
         const std::lock_guard<std::mutex> lock(mutex_);
-        arrived_.push_back(std::move(request));
+        arrived_.splice(arrived_.end(), sent);
         curl_multi_wakeup(multi_); // should it fail: the thread looks every second
         return 0;
     }
 
-    // The client's requests end without a response, from the transport's thread.
-    void forget(const EnvConnectorClient *client) {
+    // Takes the client. Its requests end without a response, from the transport's thread.
+    void forget(EnvConnectorClient *client) {
         const std::lock_guard<std::mutex> lock(mutex_);
-        forgotten_.push_back(client);
+        client->next = forgotten_;
+        forgotten_ = client;
         curl_multi_wakeup(multi_);
     }
 
@@ -122,9 +124,9 @@ private:
     CURLM *multi_;
     std::atomic<bool> ending_{false};
     std::mutex mutex_;
-    std::vector<RequestPtr> arrived_;                   // guarded by mutex_
-    std::vector<const EnvConnectorClient *> forgotten_; // guarded by mutex_
-    std::list<RequestPtr> running_;                     // the thread's
+    std::list<RequestPtr> arrived_;           // guarded by mutex_
+    EnvConnectorClient *forgotten_ = nullptr; // guarded by mutex_
+    std::list<RequestPtr> running_;           // the thread's
     std::thread thread_;
 };
 
@@ -164,20 +166,22 @@ void Transport::endAll() {
 
 // Both under one lock: the requests of a forgotten client are among the running ones then.
 void Transport::takeChanges() {
-    std::vector<RequestPtr> arrived;
-    std::vector<const EnvConnectorClient *> forgotten;
+    std::list<RequestPtr> arrived;
+    EnvConnectorClient *forgotten = nullptr;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         arrived.swap(arrived_);
-        forgotten.swap(forgotten_);
+        std::swap(forgotten, forgotten_);
     }
-    for (RequestPtr &request : arrived) {
-        curl_multi_add_handle(multi_, request->easy);
-        running_.push_back(std::move(request));
+    for (auto at = arrived.begin(); at != arrived.end();) {
+        const auto next = std::next(at);
+        if (curl_multi_add_handle(multi_, (*at)->easy) == CURLM_OK) running_.splice(running_.end(), arrived, at);
+        at = next;
     }
-    for (const EnvConnectorClient *client : forgotten) {
-        drop([client](const Request &request) { return request.client == client; });
-        delete client;
+    for (RequestPtr &refused : arrived) finish(std::move(refused), CURLE_OUT_OF_MEMORY);
+    while (forgotten) {
+        const std::unique_ptr<EnvConnectorClient> client(std::exchange(forgotten, forgotten->next));
+        drop([&client](const Request &request) { return request.client == client.get(); });
     }
 }
 
@@ -211,16 +215,28 @@ void Transport::takeCompleted() {
     }
 }
 
-std::unique_ptr<Transport> transport; // of the process; replaced while no instance runs
+// Of the process. Who has got it may go on with it while it is taken away.
+std::mutex transportMutex;
+std::shared_ptr<Transport> transport; // guarded by transportMutex
+
+std::shared_ptr<Transport> currentTransport() {
+    const std::lock_guard<std::mutex> lock(transportMutex);
+    return transport;
+}
+
+// ---- the library calls these: nothing is thrown through it ----
 
 int sendRequest(EnvConnectorClient *client, const char *method, const char *uri, const char *body, int timeout,
-                TavHttpResponseCallBack callback, TavHttpResponseContext *passback) {
-    return transport ? transport->send(client, method, uri, body, timeout, callback, passback) : -1;
+                TavHttpResponseCallBack callback, TavHttpResponseContext *passback) try {
+    const std::shared_ptr<Transport> current = currentTransport();
+    return current ? current->send(client, method, uri, body, timeout, callback, passback) : -1;
+} catch (const std::bad_alloc &) {
+    return -1;
 }
 
 void closeClient(EnvConnectorClient *client) {
-    if (transport)
-        transport->forget(client);
+    if (const std::shared_ptr<Transport> current = currentTransport())
+        current->forget(client);
     else
         delete client;
 }
@@ -229,13 +245,25 @@ void closeClient(EnvConnectorClient *client) {
 
 void useCurlTransport(EnvCallBacks &env, const TransportOptions &options) {
     startCurl();
-    transport = std::make_unique<Transport>(options);
-    env.http.connector.open = [](TavConnector *connector) { return new EnvConnectorClient{tavConnectorGetURL(connector)}; };
+    endCurlRequests();
+    const auto started = std::make_shared<Transport>(options);
+    {
+        const std::lock_guard<std::mutex> lock(transportMutex);
+        transport = started;
+    }
+    env.http.connector.open = openClient;
     env.http.connector.sendRequest = sendRequest;
     env.http.connector.freeResponse = [](TavHttpResponse *response) { delete static_cast<Response *>(response); };
     env.http.connector.close = closeClient;
 }
 
-void endCurlRequests() { transport.reset(); }
+void endCurlRequests() {
+    std::shared_ptr<Transport> ended;
+    {
+        const std::lock_guard<std::mutex> lock(transportMutex);
+        ended.swap(transport);
+    }
+    if (ended) ended->end();
+}
 
 } // namespace tavhost

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "CurlOptions.h"
 #include "CurlTransport.h"
 #include "SilentTransport.h"
 
@@ -32,9 +33,19 @@ void addController(TavConnectorGroup *group, const std::string &url) {
     if (!tavConnectorCreate(group, url.c_str())) throw HostFault("the controller '" + url + "' cannot be added");
 }
 
+// The library takes the number that a text begins with, and 0 for none.
+void requireNumber(const std::string &name, const std::string &value) {
+    for (const char *number : {"maxRetries", "retryInterval", "maxWaitOffset"}) {
+        if (strcasecmp(name.c_str(), number) != 0) continue;
+        if (value.empty() || value.size() > 9 || value.find_first_not_of("0123456789") != std::string::npos)
+            throw HostFault("'" + name + "' of a controller group takes a number, not '" + value + "'");
+    }
+}
+
 void addGroup(Tav *tav, const ControllerGroup &configured) {
     TavConnectorGroup *group = createGroup(tav, configured.name);
     for (const auto &[name, value] : configured.properties) {
+        requireNumber(name, value);
         if (!tavConnectorGroupSetProperty(group, name.c_str(), value.c_str()))
             throw HostFault("'" + name + "' is no property of a controller group");
     }
@@ -51,6 +62,8 @@ bool needsCurl(const HostOptions &options) {
 }
 
 void markProcess(Tav *tav, const HostOptions &options, Process process) {
+    if (process != Process::Standalone && options.socketPath.size() > LONGEST_SOCKET_PATH)
+        throw HostFault("the socket's path '" + options.socketPath + "' is longer than " + std::to_string(LONGEST_SOCKET_PATH) + " bytes");
     std::string socket = options.socketPath;
     if (process == Process::Daemon && tavMarkAsServerProcess(tav, socket.data(), options.socketUid) != 0)
         throw HostFault("the daemon cannot be set up");
@@ -60,7 +73,9 @@ void markProcess(Tav *tav, const HostOptions &options, Process process) {
 std::string readFile(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
     std::ostringstream text;
-    if (!file || !(text << file.rdbuf())) throw HostFault("the configuration file '" + path + "' cannot be read");
+    const bool empty = file.peek() == std::ifstream::traits_type::eof(); // of which nothing can be copied
+    if (file.bad() || !file.is_open() || (!empty && !(text << file.rdbuf())))
+        throw HostFault("the configuration file '" + path + "' cannot be read");
     return text.str();
 }
 
@@ -76,6 +91,8 @@ void applyFile(Tav *tav, const HostOptions &options) {
 void configureInstance(Tav *tav, const HostOptions &options, Process process) {
     if (!options.traceSpec.empty() && tavSetTraceSpec(tav, options.traceSpec.c_str()) != 0)
         throw HostFault("the trace specification '" + options.traceSpec + "' does not parse");
+    if (!options.transport.proxy.empty() && !isProxyUrl(options.transport.proxy))
+        throw HostFault("the proxy '" + options.transport.proxy + "' is no URL such as http://proxy.example:3128");
     applyProperties(tav, options);
     for (const ControllerGroup &group : options.groups) addGroup(tav, group);
     if (!options.configFile.empty()) addController(createGroup(tav, FILE_GROUP), FILE_URL);

@@ -4,18 +4,12 @@
 
 #include <tav/tav.h>
 
-#include <stdexcept>
-
+#include "HostFault.h"
 #include "HostOptions.h"
 
 namespace tavhost {
 
 inline constexpr const char *FILE_GROUP = "file"; // of a configuration file
-
-// Why an instance cannot be set up, in words for the person who wrote the configuration.
-class HostFault : public std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
 
 // Sets the transport that the options ask for; createInstance() does it by itself. Throws HostFault.
 void chooseTransport(EnvCallBacks &env, const HostOptions &options, Process process);

@@ -31,6 +31,8 @@ struct TransportOptions {
     bool verifyServer = true; // its certificate and its name
 };
 
+inline constexpr size_t LONGEST_SOCKET_PATH = 107; // bytes; of a Unix socket's address
+
 enum class Process { Standalone, Daemon, Worker };
 
 struct HostOptions {

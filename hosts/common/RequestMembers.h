@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "JsonValue.h"
+
 namespace tavhost {
 
 using Text = std::optional<std::string>; // none: the request has none
@@ -47,12 +49,6 @@ json_t *requestToJson(const RequestMembers &request);
 int integerOf(std::string_view member, const json_t *value);
 // Each value one text or a list of texts; null: the header is absent. Throws RequestFault.
 void readHeaders(const json_t *headers, Headers &result);
-
-// A text, or null for none. Bytes that are no UTF-8 become "?". Returns new.
-json_t *textJson(const char *text);
-inline json_t *textJson(const Text &text) { return textJson(text ? text->c_str() : nullptr); }
-// "a text", "an integer", ...: for messages.
-const char *jsonTypeName(const json_t *json);
 
 } // namespace tavhost
 

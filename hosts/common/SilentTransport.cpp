@@ -1,14 +1,11 @@
 #include "SilentTransport.h"
 
-#include <tav/connector.h>
-
 #include <algorithm>
 #include <mutex>
+#include <new>
 #include <vector>
 
-struct EnvConnectorClient {
-    const TavConnectorGroup *group;
-};
+#include "ConnectorClient.h"
 
 namespace tavhost {
 
@@ -27,14 +24,18 @@ int acceptRequest(EnvConnectorClient *client, const char *, const char *, const 
                   TavHttpResponseContext *passback) {
     if (body && body[0] == '{' && body[1] != '\'') return -1;
     const std::lock_guard<std::mutex> lock(pendingMutex);
-    pendingRequests.push_back({client->group, callback, passback});
+    try {
+        pendingRequests.push_back({client->group, callback, passback});
+    } catch (const std::bad_alloc &) {
+        return -1;
+    }
     return 0;
 }
 
 } // namespace
 
 void useSilentTransport(EnvCallBacks &env) {
-    env.http.connector.open = [](TavConnector *connector) { return new EnvConnectorClient{tavConnectorGetGroup(connector)}; };
+    env.http.connector.open = openClient;
     env.http.connector.sendRequest = acceptRequest;
     env.http.connector.freeResponse = [](TavHttpResponse *) {};
     env.http.connector.close = [](EnvConnectorClient *client) { delete client; };

@@ -11,18 +11,13 @@
 
 #include <jansson.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "JsonValue.h"
 #include "StatusService.h"
 
 namespace tavhost {
-
-struct JsonFree {
-    void operator()(json_t *json) const { json_decref(json); }
-};
-using Json = std::unique_ptr<json_t, JsonFree>;
 
 // Without an answer: a document without clusters whose problem is `whyNone`. Throws std::bad_alloc.
 Json mergeStatus(const StatusAnswers &answers, const char *whyNone);
@@ -38,10 +33,6 @@ std::string statusPage(const std::string &nonce);
 
 // ---- reading ----
 
-inline const char *textOf(const json_t *object, const char *key) {
-    const char *text = json_string_value(json_object_get(object, key));
-    return text ? text : "";
-}
 inline double numberOf(const json_t *object, const char *key) { return json_number_value(json_object_get(object, key)); }
 inline bool flagOf(const json_t *object, const char *key) { return json_is_true(json_object_get(object, key)); }
 

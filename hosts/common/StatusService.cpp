@@ -18,7 +18,7 @@
 #include <thread>
 #include <utility>
 
-#include "HostInstance.h"
+#include "HostFault.h"
 
 namespace tavhost {
 

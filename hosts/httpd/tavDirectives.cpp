@@ -1,6 +1,7 @@
 // The directives and what they say together.
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -26,6 +27,13 @@ bool anyServerEnabled(server_rec *mainServer) {
         if (serverConfig(server)->enabled == 1) return true;
     }
     return false;
+}
+
+const char *socketFault(apr_pool_t *pool, const std::string &path) {
+    constexpr size_t room = sizeof ".status.4194304.new" - 1; // the longest name that a process makes of it
+    if (path.size() + room <= tavhost::LONGEST_SOCKET_PATH) return nullptr;
+    return apr_psprintf(pool, "the path of the socket, '%s', is longer than %d bytes", path.c_str(),
+                        static_cast<int>(tavhost::LONGEST_SOCKET_PATH - room));
 }
 
 namespace {
@@ -57,6 +65,13 @@ const char *addController(cmd_parms *cmd, void *, const char *name, const char *
     return nullptr;
 }
 
+// A number of seconds in the range; -1: it is none.
+int secondsOf(const char *text, int least, int most) {
+    char *end = nullptr;
+    const long seconds = strtol(text, &end, 10);
+    return end == text || *end || seconds < least || seconds > most ? -1 : static_cast<int>(seconds);
+}
+
 const char *setGroupProperty(cmd_parms *cmd, void *, const char *name, const char *property, const char *value) {
     if (const char *fault = inMainServer(cmd)) return fault;
     tavhost::ControllerGroup *group = findGroup(cmd, name);
@@ -65,8 +80,8 @@ const char *setGroupProperty(cmd_parms *cmd, void *, const char *name, const cha
         group->properties.push_back({property, value});
         return nullptr;
     }
-    group->wait = atoi(value);
-    return group->wait > 0 ? nullptr : "TavControllerProperty: wait takes a number of seconds above 0";
+    group->wait = secondsOf(value, 1, 86400);
+    return group->wait != -1 ? nullptr : "TavControllerProperty: wait takes a number of seconds from 1 to 86400";
 }
 
 const char *setProperty(cmd_parms *cmd, void *, const char *name, const char *value) {
@@ -119,6 +134,11 @@ const char *setReadableFile(cmd_parms *cmd, void *dir, const char *name) {
     return checkReadable(cmd, serverConfig(cmd->server)->host.*MEMBER);
 }
 
+const char *setSocket(cmd_parms *cmd, void *dir, const char *name) {
+    if (const char *fault = setFile<&tavhost::HostOptions::socketPath>(cmd, dir, name)) return fault;
+    return socketFault(cmd->pool, serverConfig(cmd->server)->host.socketPath);
+}
+
 const char *setTraceSpec(cmd_parms *cmd, void *, const char *spec) {
     if (const char *fault = inMainServer(cmd)) return fault;
     serverConfig(cmd->server)->host.traceSpec = spec;
@@ -127,11 +147,9 @@ const char *setTraceSpec(cmd_parms *cmd, void *, const char *spec) {
 
 const char *setStartTimeout(cmd_parms *cmd, void *, const char *text) {
     if (const char *fault = inMainServer(cmd)) return fault;
-    char *end = nullptr;
-    const long seconds = strtol(text, &end, 10);
-    if (end == text || *end || seconds < 0 || seconds > 3600) return "TavStartTimeout takes a number of seconds from 0 to 3600";
-    serverConfig(cmd->server)->startTimeout = static_cast<int>(seconds);
-    return nullptr;
+    const int seconds = secondsOf(text, 0, 3600);
+    serverConfig(cmd->server)->startTimeout = seconds;
+    return seconds != -1 ? nullptr : "TavStartTimeout takes a number of seconds from 0 to 3600";
 }
 
 using tavhost::HostOptions;
@@ -157,7 +175,7 @@ const command_rec directives[] = {
     AP_INIT_TAKE1("TavTraceCatalogue", setReadableFile<&HostOptions::catalogue>, nullptr, RSRC_CONF, "file of trace messages"),
     AP_INIT_TAKE1("TavTraceSpec", setTraceSpec, nullptr, RSRC_CONF,
                   "trace specification, such as :NOTICE,control:DEBUG (default: what LogLevel asks for)"),
-    AP_INIT_TAKE1("TavSocket", setFile<&HostOptions::socketPath>, nullptr, RSRC_CONF, "socket between the daemon and the children"),
+    AP_INIT_TAKE1("TavSocket", setSocket, nullptr, RSRC_CONF, "socket between the daemon and the children"),
     AP_INIT_TAKE1("TavConfigFile", setReadableFile<&HostOptions::configFile>, nullptr, RSRC_CONF,
                   "a fixed configuration document instead of a controller"),
     AP_INIT_TAKE1("TavStartTimeout", setStartTimeout, nullptr, RSRC_CONF,

@@ -1,4 +1,6 @@
 // The library's messages in the error log.
+#include <new>
+
 #include "TraceRecording.h"
 #include "TraceText.h"
 #include "tavModule.h"
@@ -21,13 +23,15 @@ void traceTo(server_rec *server, int lowest) {
     lowestLevel = lowest;
 }
 
-int traceHook(const TrContext *ctx, va_list args) {
+int traceHook(const TrContext *ctx, va_list args) try {
     if (!logServer || !trContextGetFormat(ctx) || tavhost::recordTrace(ctx, args)) return 0;
     const tavhost::TraceText message = tavhost::traceText(ctx, args);
     const int level = message.level >= 0 ? LOG_LEVELS[message.level] : APLOG_DEBUG;
     if (level > lowestLevel) return 0;
     ap_log_error(APLOG_MARK, level | APLOG_NOERRNO, 0, logServer, "%s%s%s", message.id.c_str(), message.id.empty() ? "" : ": ",
                  message.text.c_str());
+    return 0;
+} catch (const std::bad_alloc &) { // nothing is thrown through the library
     return 0;
 }
 

@@ -10,6 +10,7 @@
 //   tavForward.cpp       a decided request on its way to its endpoint
 //   tavBackend.cpp       the proxy worker of an endpoint
 //   tavExplain.cpp       what the library would decide for a request that somebody asks about
+//   tavMadeRequest.cpp   that request, made up as httpd makes one
 //   tavLog.cpp           the library's messages in the error log
 //   tavStatus.cpp        the status of all processes
 #ifndef TAV_HOSTS_HTTPD_TAVMODULE_H
@@ -69,6 +70,8 @@ bool anyServerEnabled(server_rec *mainServer);
 void *createServerConfig(apr_pool_t *pool, server_rec *server);
 void *mergeServerConfig(apr_pool_t *pool, void *base, void *added);
 extern const command_rec directives[];
+// Why the sockets of the processes cannot have their names from this path; null: they can.
+const char *socketFault(apr_pool_t *pool, const std::string &path);
 
 // ---- processes ----
 

@@ -44,6 +44,10 @@ int prepareSockets(apr_pool_t *pool, server_rec *server) {
     if (geteuid() == 0 && chown(folder, ap_unixd_config.user_id, ap_unixd_config.group_id) != 0)
         ap_log_error(APLOG_MARK, APLOG_WARNING, errno, server, "the folder %s cannot be given to the server's user", folder);
     options.socketPath = std::string(folder) + "/daemon.sock";
+    if (const char *fault = socketFault(pool, options.socketPath)) {
+        ap_log_error(APLOG_MARK, APLOG_CRIT | APLOG_NOERRNO, 0, server, "%s: set TavSocket", fault);
+        return HTTP_INTERNAL_SERVER_ERROR;
+    }
     return OK;
 }
 

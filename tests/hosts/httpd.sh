@@ -6,8 +6,32 @@ source "$(dirname "$0")/server.sh" "$@"
 mkdir "$work/pages"
 echo sorry >"$work/pages/denied"
 httpd_config "${2:-event}" "DocumentRoot $work/pages" 'ErrorDocument 403 /denied'
-sed 's/TavController main .*/TavController main nonsense/' "$work/httpd.conf" >"$work/bad.conf"
-[[ $(httpd -f "$work/bad.conf" -t 2>&1 || true) == *"'nonsense' is no URL"* ]] || fail "a wrong directive passes the configuration test"
+while IFS='|' read -r directive told; do
+    { cat "$work/httpd.conf" && echo "$directive"; } >"$work/bad.conf"
+    [[ $(httpd -f "$work/bad.conf" -t 2>&1 || true) == *"$told"* ]] || fail "the configuration test does not tell what is wrong: $directive"
+done <<'TEXT'
+TavController main nonsense|'nonsense' is no URL
+TavControllerProperty main wait 10s|from 1 to 86400
+TavControllerProperty main retryInterval soon|takes a number, not 'soon'
+TavControllerProxy http://proxy:port|is no URL
+TavProperty unknown 1|'unknown' is not known
+TavConfigFile /dev/null|exclude each other
+TavSocket /run/a-folder-whose-name/is-so-long-that-the-sockets-of-the-processes/cannot-have-their-names/in-it/daemon.sock|longer than
+TEXT
+
+# The controller is reached by https, and by nobody without the client's certificate.
+openssl req -x509 -newkey rsa:2048 -nodes -days 2 -keyout "$work/key.pem" -out "$work/cert.pem" -subj /CN=controller \
+    -addext subjectAltName=IP:127.0.0.1 2>"$work/openssl.log"
+chmod 644 "$work/key.pem"
+cat >"$work/tls.conf" <<TEXT
+daemon off; pid $work/tls.pid; error_log $work/tls.log; events {}
+http { access_log off; proxy_temp_path $work/q; client_body_temp_path $work/r;
+    server { listen 127.0.0.1:${ports[7]} ssl; ssl_certificate $work/cert.pem; ssl_certificate_key $work/key.pem; ssl_verify_client on;
+        ssl_client_certificate $work/cert.pem; location / { proxy_pass http://127.0.0.1:$control; proxy_read_timeout 400; } } }
+TEXT
+beside tls nginx -c "$work/tls.conf"
+sed -i "s|TavController main .*|TavController main https://127.0.0.1:${ports[7]}|" "$work/httpd.conf"
+printf 'TavController%s\n' "CA $work/cert.pem" "Certificate $work/cert.pem" "Key $work/key.pem" >>"$work/httpd.conf"
 
 start_nginx "${back[0]}:w1" "${back[1]}:w2"
 start_controller

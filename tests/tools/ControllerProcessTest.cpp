@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <tav/tav.h>
 #include <unistd.h>
 
@@ -171,6 +172,9 @@ TEST_F(Controller, everyRequestHasItsAnswer) {
 
 TEST_F(Controller, severalDocumentsAreToldApartByTheirPaths) {
     ControllerProcess controller(directory());
+    ASSERT_EQ(mkfifo((directory() + "/.pipe").c_str(), 0600), 0);
+    std::filesystem::rename(directory() + "/.pipe", directory() + "/pipe.json");
+    EXPECT_THAT(controller.hear("refused"), HasSubstr("pipe")) << "whoever reads a pipe waits for its writer";
     std::filesystem::copy(TAV_SOURCE_DIR "/examples/tenants/tenants.json", directory() + "/tenants.json");
     EXPECT_THAT(controller.hear("serving"), HasSubstr("tenants"));
     EXPECT_THAT(ask(controller.url, "GET", "/tenants").body, HasSubstr("/cell/hosting"));
@@ -230,6 +234,7 @@ TEST_F(Controller, whatCannotBeServedEndsWithTwo) {
                                                     {"--dir", file_.path()},
                                                     {"--dir", directory(), "--listen", "127.0.0.1"},
                                                     {"--dir", directory(), "--listen", "host:1"},
+                                                    {"--dir", directory(), "--listen", "127.0.0.1:99999"},
                                                     {"--dir", directory(), "--listen", "192.0.2.1:1"},
                                                     {"--dir", directory(), "--wait", "0"}}) {
         std::vector<std::string> args = {"controller"};

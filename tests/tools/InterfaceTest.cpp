@@ -45,8 +45,8 @@ TEST(Interface, whatCannotBeUsedIsToldAndEndsWithTwo) {
     const Arguments route = {"route", "-c", "site.json"};
     const std::pair<Arguments, std::string> cases[] = {
         {{}, "tavctl --help"},
-        {{"rout"}, "tavctl --help"},
-        {{"check", "--jsn", "site.json"}, "tavctl --help"},
+        {{"rout"}, "'rout' is not expected here\n`tavctl --help`"},
+        {{"check", "--jsn"}, "'--jsn' is not expected here"}, // before the file that is missing
         {{"test"}, "tavctl --help"},
         {{"check", cut.path()}, cut.path() + ":3: "},
         {{"check", "site.json", "gone.json"}, "gone.json: No such file or directory"},
@@ -71,6 +71,7 @@ TEST(Interface, whatCannotBeUsedIsToldAndEndsWithTwo) {
         {{"rule", "true", "--request", "{"}, "--request:1: "},
         {{"rule", "true", "--request", "{\"pth\": 1}"}, "--request: unknown request member \"pth\""},
         {{"rule", "true", "/", "--request", "{}"}, "excludes"},
+        {{"watch", "--controller", "http://127.0.0.1:1", "--for", "1e300"}, "--for"},
         {{"rule", "--file", rules.path()}, rules.path() + ":1: unknown rule member \"req\""},
     };
     for (const auto &[args, message] : cases) {

@@ -49,9 +49,9 @@ TEST(Route, theRequestOptionsReachTheLibrary) {
 }
 
 TEST(Route, oneJsonLineForEachRepetition) {
-    const ToolRun run = runTool({"route", "-c", "site.json", "--json", "--repeat", "3", CART});
-    EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 3);
-    EXPECT_THAT(run.out, HasSubstr(R"({"id":"3",)"));
+    const ToolRun run = runTool({"route", "-c", "site.json", "--json", "--repeat", "2", CART, CART});
+    EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 4);
+    EXPECT_THAT(run.out, HasSubstr(R"({"id":"4",)"));
 }
 
 TEST(Dump, showsWhatTheDeltasLeft) {

@@ -2,11 +2,10 @@
 
 #include <fmt/format.h>
 #include <poll.h>
-#include <signal.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
+#include <csignal>
 
 #include "support/Fault.h"
 #include "support/Output.h"
@@ -58,32 +57,25 @@ std::string complaintsText(const LoadResult &result, bool blocking) {
 
 } // namespace
 
-Controller::Signals::Signals() {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    sigaddset(&set, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
-    signal(SIGPIPE, SIG_IGN);
-    descriptor = signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
-}
-
-Controller::Signals::~Signals() { close(descriptor); }
-
 Controller::Controller(const ControllerOptions &options)
     : events_(options.json, options.quiet),
       store_(options.directory, options.strict),
       watch_(options.directory),
-      front_(store_, events_, options.front) {}
+      front_(store_, events_, options.front) {
+    signal(SIGPIPE, SIG_IGN); // a reader of the events that went must not end the service
+}
 
 void Controller::run() {
     loadAll();
     const auto count = static_cast<int64_t>(store_.documents().size());
     events_.tell(Events::Weight::Always, fmt::format("listening on {}, {} document{}", url(), count, count == 1 ? "" : "s"),
                  makeEvent("listening", {{"url", url()}, {"documents", count}}));
-    pollfd waits[] = {{signals_.descriptor, POLLIN, 0}, {watch_.descriptor(), POLLIN, 0}};
+    pollfd waits[] = {{signals_.fd(), POLLIN, 0}, {watch_.descriptor(), POLLIN, 0}};
     while (!(waits[0].revents & POLLIN)) {
-        if (poll(waits, 2, watch_.isLost() ? RESTORE_INTERVAL : -1) < 0) continue;
+        if (poll(waits, 2, watch_.isLost() ? RESTORE_INTERVAL : -1) < 0) {
+            if (errno == EINTR) continue;
+            throw tavctl::InternalFault("waiting failed");
+        }
         takeChanges();
     }
     events_.tell(Events::Weight::Detail, "stopping", makeEvent("stopping"));
@@ -91,8 +83,10 @@ void Controller::run() {
 
 void Controller::takeChanges() {
     if (watch_.isLost()) {
-        if (watch_.restore()) reloadAll();
-        return;
+        if (!watch_.restore()) return;
+        events_.tell(Events::Weight::Always, fmt::format("{} is back", store_.directory()),
+                     makeEvent("directoryBack", {{"directory", store_.directory()}}));
+        return reloadAll();
     }
     const DirectoryWatch::Changes changes = watch_.take();
     if (watch_.isLost())

@@ -8,6 +8,7 @@
 #include "DocumentStore.h"
 #include "Events.h"
 #include "HttpFront.h"
+#include "support/EndSignals.h"
 
 namespace controller {
 
@@ -25,12 +26,6 @@ public:
     const std::string &url() const { return front_.url(); }
 
 private:
-    struct Signals { // both signals, as a descriptor; they reach no handler in any thread started later
-        Signals();
-        ~Signals();
-        int descriptor;
-    };
-
     void loadAll(); // throws Fault
     void reloadAll();
     void load(const std::string &fileName);
@@ -39,7 +34,7 @@ private:
     void tellWarnings(const std::string &name, const LoadResult &result);
     void tellPublished(const std::string &name, const LoadResult &result, size_t pollers, double milliseconds);
 
-    Signals signals_;
+    tavctl::EndSignals signals_; // before any thread
     Events events_;
     DocumentStore store_;
     DirectoryWatch watch_; // before the first load: nothing that is written meanwhile is missed

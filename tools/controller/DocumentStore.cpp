@@ -16,6 +16,14 @@ constexpr std::string_view DEFAULT = "default";
 // Where the library asks when nothing else is set.
 constexpr std::string_view DEFAULT_PATHS[] = {"/", "/sentinelFabric", "/kel/api/dynamicRouting"};
 
+// Throws Fault. Another kind of file could keep its reader waiting for ever.
+std::string readDocument(const std::string &path) {
+    std::error_code none; // what is not there says so when it is opened
+    const std::filesystem::file_status status = std::filesystem::status(path, none);
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) throw tavctl::Fault(path, 0, "not a regular file");
+    return tavctl::readFile(path);
+}
+
 std::string documentName(const std::string &fileName) { return fileName.substr(0, fileName.size() - SUFFIX.size()); }
 
 } // namespace
@@ -62,7 +70,7 @@ LoadResult DocumentStore::load(const std::string &fileName) {
     }
     LoadResult result;
     try {
-        result = document->prepare(tavctl::readFile(path), nextVersion());
+        result = document->prepare(readDocument(path), nextVersion());
     } catch (const tavctl::Fault &unreadable) {
         result.outcome = LoadOutcome::Refused;
         result.complaints = {{path, "document", unreadable.what(), true}};

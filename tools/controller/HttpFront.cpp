@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "ListenSocket.h"
@@ -24,12 +25,13 @@ constexpr unsigned SPARE_DESCRIPTORS = 64;
 
 // Every connection needs a descriptor: as many as the system lets us have.
 unsigned connectionLimit() {
-    rlimit limit{};
-    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return 1024 - SPARE_DESCRIPTORS;
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
-    getrlimit(RLIMIT_NOFILE, &limit);
-    return static_cast<unsigned>(std::min<rlim_t>(limit.rlim_cur, 1 << 20)) - SPARE_DESCRIPTORS;
+    rlimit limit{1024, 1024};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+        getrlimit(RLIMIT_NOFILE, &limit);
+    }
+    return static_cast<unsigned>(std::clamp<rlim_t>(limit.rlim_cur, 2 * SPARE_DESCRIPTORS, 1 << 20)) - SPARE_DESCRIPTORS;
 }
 
 std::string errorBody(const std::string &text) {
@@ -300,7 +302,8 @@ void HttpFront::endWaits(Pollers::Woken &woken) {
 void HttpFront::dropHungUp(Pollers::Woken &woken) {
     const auto hungUp = [](const Poller &poller) {
         char byte;
-        return recv(poller.descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+        const ssize_t count = recv(poller.descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+        return count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR);
     };
     for (Poller *poller : pollers_.heldThat(hungUp)) pollers_.wake(poller, nullptr, 0, woken);
 }

@@ -2,11 +2,14 @@
 
 #include <fmt/format.h>
 #include <netdb.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstring>
+#include <string_view>
 
 #include "support/Fault.h"
 
@@ -16,16 +19,23 @@ namespace {
 
 constexpr int BACKLOG = 4096; // a restart brings every poller back at once
 
+bool isPort(std::string_view text) {
+    uint16_t port = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
 addrinfo *resolve(const std::string &text) {
     const size_t colon = text.rfind(':');
-    if (colon == std::string::npos) throw tavctl::Fault(fmt::format("listen address '{}': write ADDRESS:PORT", text));
+    if (colon == std::string::npos || !isPort(std::string_view(text).substr(colon + 1)))
+        throw tavctl::Fault(fmt::format("listen address '{}': write ADDRESS:PORT, with a port from 0 to 65535", text));
     std::string host = text.substr(0, colon);
     if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
     addrinfo hints{}, *found = nullptr;
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
-    const int error = getaddrinfo(host.empty() ? nullptr : host.c_str(), text.c_str() + colon + 1, &hints, &found);
-    if (error != 0) throw tavctl::Fault(fmt::format("listen address '{}': {}", text, gai_strerror(error)));
+    if (getaddrinfo(host.empty() ? nullptr : host.c_str(), text.c_str() + colon + 1, &hints, &found) != 0)
+        throw tavctl::Fault(fmt::format("listen address '{}': write the address in numbers, like 127.0.0.1:9080 or [::1]:9080", text));
     return found;
 }
 
@@ -41,7 +51,7 @@ bool bindAndListen(int descriptor, const addrinfo *address) {
 
 std::string addressText(const sockaddr *address) {
     char host[NI_MAXHOST], port[NI_MAXSERV];
-    const socklen_t length = address->sa_family == AF_INET6 ? 28 : 16;
+    const socklen_t length = address->sa_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
     if (getnameinfo(address, length, host, sizeof host, port, sizeof port, NI_NUMERICHOST | NI_NUMERICSERV) != 0) return "?";
     return address->sa_family == AF_INET6 ? fmt::format("[{}]:{}", host, port) : fmt::format("{}:{}", host, port);
 }

@@ -19,7 +19,7 @@ using Clock = std::chrono::steady_clock;
 
 // The HTTP thread's; while it is held it is the holder's, under the state lock.
 struct Poller {
-    enum class Phase : uint8_t { Idle, Reading, Held, Woken };
+    enum class Phase : uint8_t { Idle, Held, Woken };
 
     MHD_Connection *connection = nullptr;
     int descriptor = -1;          // its socket
@@ -29,7 +29,7 @@ struct Poller {
     Clock::time_point deadline{};
     std::string server;  // the name it gives
     std::string address; // its own
-    std::string body;    // Reading
+    std::string body;    // of its request, as far as it has come
     size_t place = 0;    // in the list of all
     uint32_t polls = 0;
     uint16_t status = 0;

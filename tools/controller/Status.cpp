@@ -20,15 +20,13 @@ json_t *documentJson(const Document &document, const std::string &defaultName, c
     return json;
 }
 
-const char *stateOf(const Poller &poller) { return poller.phase == Poller::Phase::Held ? "held" : "busy"; }
-
 json_t *pollerJson(const Poller &poller) {
     json_t *json = json_object();
     json_object_set_new(json, "address", tavctl::jsonText(poller.address.c_str()));
     json_object_set_new(json, "server", tavctl::jsonText(poller.server.c_str()));
     json_object_set_new(json, "document", tavctl::jsonText(poller.document->name().c_str()));
     json_object_set_new(json, "version", json_integer(poller.version));
-    json_object_set_new(json, "state", json_string(stateOf(poller)));
+    json_object_set_new(json, "state", json_string(poller.phase == Poller::Phase::Held ? "held" : "idle"));
     json_object_set_new(json, "polls", json_integer(poller.polls));
     if (poller.phase == Poller::Phase::Held) {
         const auto left = std::chrono::duration_cast<std::chrono::seconds>(poller.deadline - Clock::now()).count();

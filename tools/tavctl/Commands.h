@@ -30,6 +30,13 @@ inline void addConfigurationOptions(CLI::App &command, ConfigurationOptions &opt
         ->allow_extra_args(false);
 }
 
+// `whose`: "the server's", "a controller's" certificate.
+inline void addTlsOptions(CLI::App &command, tavhost::TransportOptions &options, const std::string &whose) {
+    command.add_option("--ca", options.authorities, "CA certificates that " + whose + " must be signed by")->type_name("FILE");
+    command.add_option("--cert", options.certificate, "Client certificate for https")->type_name("FILE");
+    command.add_option("--key", options.key, "Its private key")->type_name("FILE");
+}
+
 } // namespace tavctl
 
 #endif

@@ -13,7 +13,7 @@ int dump(const ConfigurationOptions &options, bool status) {
     options.applyTo(engine);
     const Json state(status ? tavStatusToJSON(engine.tav()) : tavToJSON(engine.tav()));
     const std::unique_ptr<char, decltype(&free)> text(json_dumps(state.get(), JSON_INDENT(3)), free);
-    if (!text) throw Fault("the state could not be dumped");
+    if (!text) throw InternalFault("the state could not be dumped");
     out("{}\n", text.get());
     return EXIT_GOOD;
 }
@@ -21,10 +21,10 @@ int dump(const ConfigurationOptions &options, bool status) {
 int interests(bool admin) {
     Engine engine;
     TavConnectorGroup *group = tavConnectorGroupCreate(engine.tav(), "interests"); // the text of a group is built once
-    if (!group) throw Fault("no connector group could be made");
+    if (!group) throw InternalFault("no connector group could be made");
     tavConnectorGroupSetEnableAdminTraffic(group, admin ? TRUE : FALSE);
     const char *text = tavGetInterestSpec(engine.tav(), group);
-    if (!text) throw Fault("the interest specification could not be built");
+    if (!text) throw InternalFault("the interest specification could not be built");
     out("{}", text);
     return EXIT_GOOD;
 }

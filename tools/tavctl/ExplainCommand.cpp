@@ -115,15 +115,13 @@ void addExplainCommand(CLI::App &app, Run &result) {
         ->capture_default_str()
         ->type_name("SECONDS")
         ->check(CLI::Range(1, 3600));
-    command->add_option("--ca", options->transport.authorities, "CA certificates that the server's must be signed by")->type_name("FILE");
-    command->add_option("--cert", options->transport.certificate, "Client certificate for https")->type_name("FILE");
-    command->add_option("--key", options->transport.key, "Its private key")->type_name("FILE");
+    addTlsOptions(*command, options->transport, "the server's");
     command->add_flag("--insecure", options->insecure, "Do not verify the server's certificate and name");
     command->add_option("urls", options->urls, "URLs, or paths on http://localhost")->required()->type_name("URL");
     command->footer(
         "Examples:\n"
         "  tavctl explain --status http://localhost/tav-status http://shop.example/shop/cart\n"
-        "  tavctl explain --status http://localhost/tav-status -b 'JSESSIONID=abc:c1' --json http://shop.example/shop/");
+        "  tavctl explain --status http://localhost/tav-status -b 'JSESSIONID=0000abc:w1' --json http://shop.example/shop/");
     command->callback([options, &result] { result = [options] { return run(*options); }; });
 }
 

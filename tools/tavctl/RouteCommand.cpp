@@ -29,10 +29,10 @@ struct RouteOptions {
     int inFlight = 16;
 };
 
-void routeOnce(Engine &engine, const RouteOptions &options, const RuleNames &names, int number, const std::string &url) {
+void routeOnce(Engine &engine, const RouteOptions &options, const RuleNames &names, int &number, const std::string &url) {
     RoutedRequest request(engine.tav(), options.request.request(url));
     request.decide();
-    const Decision decision = request.decision(std::to_string(number));
+    const Decision decision = request.decision(std::to_string(number++));
     if (!options.json) return printDecision(requestTitle(request.request()), decision, names, options.explain);
     if (options.explain) json_object_set_new(decision.json.get(), "explain", explainJson(decision, names));
     out("{}\n", jsonLine(decision.json.get()));
@@ -52,9 +52,9 @@ void printSpread(const Spread &spread, const RouteOptions &options, const EnvHtt
     constexpr int BAR = 30;
     out("{}\n", paint(Colour::Bold, fmt::format("{}, {} times, {} in flight", requestTitle(request), options.repeat, options.inFlight)));
     for (const auto &[outcome, times] : spread) {
-        const std::string bar(static_cast<size_t>(std::max(1, BAR * times / options.repeat)), '#');
-        out("  {:>7} {:>5.1f}%  {}  {}\n", times, 100.0 * times / options.repeat, paint(Colour::Cyan, fmt::format("{:<{}}", bar, BAR)),
-            outcome);
+        const double share = static_cast<double>(times) / options.repeat;
+        const std::string bar(static_cast<size_t>(std::max(1.0, BAR * share)), '#');
+        out("  {:>7} {:>5.1f}%  {}  {}\n", times, 100 * share, paint(Colour::Cyan, fmt::format("{:<{}}", bar, BAR)), outcome);
     }
 }
 
@@ -88,14 +88,13 @@ int run(const RouteOptions &options) {
     Engine engine;
     options.configuration.applyTo(engine);
     const RuleNames names = ruleNamesOf(storedDocument(engine.connector()));
-    int number = 1;
+    int number = 1; // of the next decision
     for (const std::string &url : options.urls) {
-        if (!options.json && number > 1) out("\n");
+        if (!options.json && &url != &options.urls.front()) out("\n");
         if (options.repeat > 1)
             routeRepeatedly(engine, options, number, url);
         else
             routeOnce(engine, options, names, number, url);
-        number++;
     }
     return EXIT_GOOD;
 }
@@ -122,9 +121,9 @@ void addRouteCommand(CLI::App &app, Run &result) {
     command->footer(
         "Examples:\n"
         "  tavctl route -c shop.json http://shop.example/shop/cart\n"
-        "  tavctl route -c shop.json -d maintenance.json --explain -b 'JSESSIONID=abc:c1' /shop/\n"
-        "  tavctl route -c shop.json --repeat 1000 /shop/\n"
-        "  tavctl route -c shop.json --json /shop/ /nowhere");
+        "  tavctl route -c shop.json -d maintenance.json --explain -b 'JSESSIONID=0000abc:w1' http://shop.example/shop/\n"
+        "  tavctl route -c shop.json --repeat 1000 http://shop.example/shop/\n"
+        "  tavctl route -c shop.json --json http://shop.example/shop/ /nowhere");
     command->callback([options, &result] { result = [options] { return run(*options); }; });
 }
 

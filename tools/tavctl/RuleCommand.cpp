@@ -108,10 +108,13 @@ void addRuleCommand(CLI::App &app, Run &result) {
     command->add_option("expression", options->expression, "The rule's expression")->type_name("EXPR");
     CLI::Option *url = command->add_option("url", options->url, "The request's URL or path")->capture_default_str()->type_name("URL");
     options->request.addTo(*command);
-    command->add_option("--request", options->requestJson, "The request as JSON, with a scenario's request members; @FILE reads it")
-        ->type_name("JSON")
-        ->excludes(url);
-    command->add_option("--file", options->file, "Rules to read instead, one {\"rule\", \"request\"} a line")->type_name("RULES.jsonl");
+    CLI::Option *request =
+        command->add_option("--request", options->requestJson, "The request as JSON, with a scenario's request members; @FILE reads it")
+            ->type_name("JSON");
+    request->excludes(url);
+    command->add_option("--file", options->file, "Rules to read instead, one {\"rule\", \"request\"} a line")
+        ->type_name("RULES.jsonl")
+        ->excludes(request);
     command->add_flag("--json", options->json, "Print {\"parses\", \"value\", \"message\", \"position\", \"indicator\"}, one line a rule");
     command->footer(
         "Exit status 1 when a rule does not parse.\n\nExamples:\n"

@@ -37,7 +37,7 @@ public:
     void held(int) override { heldInFile_++; }
     void missed(const std::string &file, int line, const std::string &title, const std::vector<Difference> &differences) override;
     void stepped() override { progress_.step(); }
-    void finish(const std::string &file);
+    void finish(const std::string &file, bool understood);
     void fault(const char *text) {
         faults_++;
         progress_.clear();
@@ -67,12 +67,13 @@ void Reporter::missed(const std::string &file, int line, const std::string &titl
     }
 }
 
-void Reporter::finish(const std::string &file) {
+// What held before a line that is not understood is no result of the file.
+void Reporter::finish(const std::string &file, bool understood) {
     const size_t all = heldInFile_ + missedInFile_;
     expectations_ += all;
     misses_ += missedInFile_;
     progress_.clear();
-    if (json_) return;
+    if (json_ || !understood) return;
     if (missedInFile_ == 0)
         out("{}: {}\n", file, paint(Colour::Green, fmt::format("{} expectation{} held", all, all == 1 ? "" : "s")));
     else
@@ -92,12 +93,16 @@ int run(const TestOptions &options) {
     const bool covers = options.coverage || options.failUnder >= 0;
     for (const std::string &file : options.files) {
         reporter.start(file);
+        bool understood = true;
         try {
             Scenario(file, reporter, covers ? &coverage : nullptr).run();
+        } catch (const InternalFault &) {
+            throw;
         } catch (const Fault &fault) {
+            understood = false;
             reporter.fault(fault.what());
         }
-        reporter.finish(file);
+        reporter.finish(file, understood);
     }
     reporter.summary(options.files.size());
     if (covers) coverage.print(options.json ? stderr : outStream());

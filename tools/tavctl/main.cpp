@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char *FOOTER = R"(Examples:
   tavctl route --config shop.json http://shop.example/shop/cart
-  tavctl route --config shop.json --explain -b 'JSESSIONID=abc:c1' http://shop.example/shop/
+  tavctl route --config shop.json --explain -b 'JSESSIONID=0000abc:w1' http://shop.example/shop/
   tavctl explain --status http://localhost/tav-status http://shop.example/shop/cart
   tavctl check shop.json maintenance.json
   tavctl test --coverage shop.jsonl
@@ -26,6 +26,8 @@ int runCommand(const tavctl::Run &run) {
     int status = tavctl::EXIT_INTERNAL;
     try {
         status = run();
+    } catch (const tavctl::InternalFault &fault) {
+        tavctl::complain(fault.what());
     } catch (const tavctl::Fault &fault) {
         tavctl::complain(fault.what());
         status = tavctl::EXIT_UNREADABLE;
@@ -67,7 +69,8 @@ int main(int argc, char **argv) {
         tavctl::out("{}", text.str());
         return tavctl::outputFlush() ? tavctl::EXIT_GOOD : tavctl::EXIT_UNREADABLE;
     } catch (const CLI::ParseError &error) {
-        tavctl::complain(error.what());
+        const std::vector<std::string> unknown = app.remaining(true); // CLI11 tells first of what is missing
+        tavctl::complain(unknown.empty() ? error.what() : fmt::format("'{}' is not expected here", unknown.front()));
         fmt::print(stderr, "`tavctl --help` tells how to use it.\n");
         return tavctl::EXIT_UNREADABLE;
     }

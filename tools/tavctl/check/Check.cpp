@@ -23,8 +23,6 @@ std::string placeKey(size_t file, const std::string &pointer) { return fmt::form
 
 const char *textProperty(const ObjectEntry &entry, const char *name) { return json_string_value(json_object_get(entry.props, name)); }
 
-bool isEditionRule(const ObjectEntry &entry) { return entry.name.find("/ruleSet/") == std::string::npos; }
-
 } // namespace
 
 // An object of this type that stands in no pair of these kinds is never used.
@@ -42,6 +40,9 @@ void Check::addText(const std::string &path, std::string text) {
     const Json document = parseJson(text, path);
     paths_.push_back(path);
     texts_.push_back(std::move(text));
+    const bool isDelta = json_is_true(json_object_get(document.get(), "delta"));
+    if (isDelta && !storedDocument(engine_.connector()))
+        return add({.file = current(), .kind = "document", .text = "a delta without a complete document before it"});
     forEachObject(document.get(), [this](const ObjectEntry &entry) { addEntry(entry); });
     std::vector<DocumentFinding> refused;
     const long long version = engine_.apply(texts_.back(), &refused);
@@ -49,7 +50,6 @@ void Check::addText(const std::string &path, std::string text) {
     const bool told =
         std::any_of(refused.begin(), refused.end(), [](const DocumentFinding &finding) { return finding.kind == "document"; });
     if (version == -1 && !told) add({.file = current(), .kind = "document", .text = engine_.refusal()});
-    const bool isDelta = json_is_true(json_object_get(document.get(), "delta"));
     if (version != -1 && current() > 0 && !isDelta)
         add({.file = current(), .kind = "document", .text = "a complete document (no \"delta\": true) replaces the ones before it"});
 }
@@ -69,7 +69,7 @@ void Check::addEntry(const ObjectEntry &entry) {
 void Check::addRule(const ObjectEntry &entry) {
     addExpression(entry);
     const char *action = textProperty(entry, "action");
-    if (action && isEditionRule(entry)) {
+    if (action && isRoutingRule(entry)) {
         const std::string problem = actionProblem(action);
         const std::string pointer = entry.pointer + "/props/action";
         if (!problem.empty())

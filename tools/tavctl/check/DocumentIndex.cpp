@@ -10,17 +10,12 @@ namespace {
 
 using Visit = std::function<void(const ObjectEntry &)>;
 
-std::string textMember(const json_t *object, const char *name) {
-    const char *text = json_string_value(json_object_get(object, name));
-    return text ? text : "";
-}
-
 void walkObjects(const json_t *json, const std::string &operation, const std::string &pointer, const Visit &fn) {
     for (size_t i = 0; i < json_array_size(json); i++)
         walkObjects(json_array_get(json, i), operation, pointer + "/" + std::to_string(i), fn);
     if (!json_is_object(json)) return;
     const json_t *props = json_object_get(json, "props");
-    const ObjectEntry entry{operation, textMember(json, "type"), textMember(json, "name"), pointer,
+    const ObjectEntry entry{operation, memberText(json, "type"), memberText(json, "name"), pointer,
                             json_is_object(props) ? props : nullptr};
     if (!entry.type.empty() && !entry.name.empty()) fn(entry);
     walkObjects(json_object_get(json, "objects"), operation, pointer + "/objects", fn);
@@ -108,6 +103,8 @@ private:
 
 } // namespace
 
+bool isRoutingRule(const ObjectEntry &entry) { return entry.type == "rule" && entry.name.find("/ruleSet/") == std::string::npos; }
+
 void forEachObject(const json_t *document, const Visit &fn) {
     for (const char *operation : {"del", "add", "set"}) {
         const json_t *objects = json_object_get(json_object_get(document, operation), "objects");
@@ -122,7 +119,7 @@ std::vector<std::pair<std::string, std::string>> relationshipPairs(const json_t 
     const json_t *entries = json_object_get(relationships, kind.c_str());
     for (size_t i = 0; i < json_array_size(entries); i++) {
         const json_t *entry = json_array_get(entries, i);
-        pairs.emplace_back(textMember(entry, kind.substr(0, colon).c_str()), textMember(entry, kind.substr(colon + 1).c_str()));
+        pairs.emplace_back(memberText(entry, kind.substr(0, colon).c_str()), memberText(entry, kind.substr(colon + 1).c_str()));
     }
     return pairs;
 }

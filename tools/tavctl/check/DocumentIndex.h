@@ -20,6 +20,9 @@ struct ObjectEntry {
     std::string pointer; // JSON pointer of the entry
     const json_t *props; // null: none
 };
+// Is it a rule of a work class? Those of a rule set choose what is traced.
+bool isRoutingRule(const ObjectEntry &entry);
+
 // Every object entry with type and name, parents before children.
 void forEachObject(const json_t *document, const std::function<void(const ObjectEntry &)> &fn);
 

@@ -34,8 +34,11 @@ _tavctl() {
         compopt -o nospace 2>/dev/null
         return
         ;;
+    --status)
+        [[ $command == explain ]] && return # a URL; a flag of dump
+        ;;
     -H | --header | -b | --cookie | --client | --request | --repeat | --in-flight | --fail-under | --listen | --wait | --controller | \
-        --status | --timeout | --group | --group-property | --proxy | --every | --for | --trace)
+        --timeout | --group | --group-property | --proxy | --every | --for | --trace)
         return
         ;;
     --dir)

@@ -8,7 +8,7 @@ namespace tavctl {
 
 RoutedRequest::RoutedRequest(Tav *tav, EnvHttpContext request)
     : request_(std::make_unique<EnvHttpContext>(std::move(request))), context_(tavHttpContextObtain(tav, request_.get())) {
-    if (!context_) throw Fault("the library gives no request context");
+    if (!context_) throw InternalFault("the library gives no request context");
     traceInFull(context_.get());
 }
 

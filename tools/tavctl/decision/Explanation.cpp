@@ -100,7 +100,7 @@ json_t *explainJson(const Decision &decision, const RuleNames &names) {
     for (const TriedRule &tried : result.tried) json_array_append_new(rules, ruleJson(tried));
     json_t *passedOver = json_array();
     for (const PassedOver &passed : result.story.passedOver)
-        json_array_append_new(passedOver, json_pack("{s:s, s:s}", "server", passed.name.c_str(), "reason", passed.reason.c_str()));
+        json_array_append_new(passedOver, json_pack("{s:o, s:o}", "server", jsonText(passed.name), "reason", jsonText(passed.reason)));
     json_t *json = json_object();
     json_object_set_new(json, "rules", rules);
     json_object_set_new(json, "affinity", jsonText(affinityWords(result).c_str()));

@@ -1,5 +1,6 @@
 // Requests from command-line options.
 #include <fmt/format.h>
+#include <strings.h>
 
 #include <CLI/CLI.hpp>
 #include <charconv>
@@ -71,8 +72,8 @@ void addCookies(std::string_view text, EnvHttpContext &request) {
 
 void addHeader(const std::string &header, EnvHttpContext &request) {
     const size_t colon = header.find(':');
-    if (colon == std::string::npos || colon == 0) throw Fault(fmt::format("header '{}': write 'NAME: VALUE'", header));
     const std::string name(trim(std::string_view(header).substr(0, colon)));
+    if (colon == std::string::npos || name.empty()) throw Fault(fmt::format("header '{}': write 'NAME: VALUE'", header));
     const std::string value(trim(std::string_view(header).substr(colon + 1)));
     request.headers[name].push_back(value);
     if (strcasecmp(name.c_str(), "Cookie") == 0) addCookies(value, request);

@@ -3,7 +3,7 @@
 #define TAVCTL_ROUTEPRINT_H
 
 #include "decision/Decision.h"
-#include "scenario/Coverage.h"
+#include "decision/RuleNames.h"
 
 namespace tavctl {
 

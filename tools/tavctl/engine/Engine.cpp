@@ -40,10 +40,10 @@ std::string refusalText(const TraceLines &lines) {
 
 Tav *createInstance(EnvCallBacks &env) {
     FILE *catalogue = fmemopen(const_cast<unsigned char *>(tavctlCatalogue), tavctlCatalogueSize, "r");
-    if (!catalogue) throw Fault("the trace catalogue cannot be opened");
+    if (!catalogue) throw InternalFault("the trace catalogue cannot be opened");
     Tav *tav = tavCreate(&env, catalogue, nullptr);
     fclose(catalogue);
-    if (!tav) throw Fault("the library could not be started");
+    if (!tav) throw InternalFault("the library could not be started");
     return tav;
 }
 
@@ -54,7 +54,7 @@ Engine::Engine() {
     connector_ = group_ ? tavConnectorCreate(group_, "http://scenario.invalid/") : nullptr;
     if (connector_ && tavStart(tav_, -1) == 0) return;
     tavDestroy(tav_);
-    throw Fault("the library could not be started");
+    throw InternalFault("the library could not be started");
 }
 
 Engine::~Engine() { tavhost::endInstance(tav_, tavConnectorGroupGetName(group_)); }
@@ -80,12 +80,16 @@ void applyFile(Engine &engine, const std::string &path) {
     if (engine.apply(text) == -1) throw Fault(path, 0, engine.refusal());
 }
 
+tavhost::NameValue nameValueOf(const std::string &text) {
+    const size_t equals = text.find('=');
+    if (equals == std::string::npos) throw Fault(fmt::format("property '{}': write NAME=VALUE", text));
+    return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
 void ConfigurationOptions::applyTo(Engine &engine) const {
     for (const std::string &property : properties) {
-        const size_t equals = property.find('=');
-        if (equals == std::string::npos) throw Fault(fmt::format("property '{}': write NAME=VALUE", property));
-        if (engine.setProperty(property.substr(0, equals), property.substr(equals + 1)) == -1)
-            throw Fault(fmt::format("property '{}': the library refused it", property));
+        const auto [name, value] = nameValueOf(property);
+        if (engine.setProperty(name, value) == -1) throw Fault(fmt::format("property '{}': the library refused it", property));
     }
     if (!config.empty()) applyFile(engine, config);
     for (const std::string &delta : deltas) applyFile(engine, delta);

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "HostOptions.h"
+
 namespace tavctl {
 
 // What the library refused, skipped or did not take in a document; `pointer` is a JSON pointer into it.
@@ -48,6 +50,9 @@ private:
     TavConnector *connector_ = nullptr;
     std::string refusal_;
 };
+
+// "NAME=VALUE". Throws Fault.
+tavhost::NameValue nameValueOf(const std::string &text);
 
 // --config, --delta and --property, shared by the commands that need a configuration.
 struct ConfigurationOptions {

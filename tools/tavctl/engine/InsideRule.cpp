@@ -70,14 +70,14 @@ struct RuleReader::Rules {
 };
 
 RuleReader::RuleReader(Tav *tav) : rules_(new Rules{tavRulesCreate(tavGetHttpLanguage(tav), tav)}) {
-    if (!rules_->set) throw Fault("the rule language could not be started");
+    if (!rules_->set) throw InternalFault("the rule language could not be started");
 }
 
 RuleReader::~RuleReader() = default;
 
 RuleOutcome RuleReader::read(const std::string &expression, TavHttpContext *ctx, bool explained) const {
     const std::unique_ptr<TavRule, RuleDeleter> rule(tavRuleCreate(rules_->set));
-    if (!rule || !tavRuleSetExpr(rule.get(), expression.c_str())) throw Fault("no memory for the rule");
+    if (!rule || !tavRuleSetExpr(rule.get(), expression.c_str())) throw InternalFault("no memory for the rule");
     RuleOutcome outcome;
     outcome.parses = !tavRuleIsError(rule.get()) && tavRuleGetExpr(rule.get());
     outcome.position = tavRuleGetErrorPosition(rule.get());

@@ -11,39 +11,11 @@ namespace tavctl {
 
 namespace {
 
-constexpr std::string_view RULE_MARK = "/rule/";
-
-bool isRoutingRule(const ObjectEntry &entry) { return entry.type == "rule" && entry.name.find("/ruleSet/") == std::string::npos; }
-
-std::string ruleKey(const std::string &workClass, int order, const std::string &expression) {
-    return fmt::format("{}\n{}\n{}", workClass, order, expression);
-}
-
 size_t countTouched(const std::map<std::string, bool> &objects) {
     return static_cast<size_t>(std::count_if(objects.begin(), objects.end(), [](const auto &object) { return object.second; }));
 }
 
 } // namespace
-
-void RuleNames::add(const std::string &name, const std::string &expression) {
-    const size_t mark = name.rfind(RULE_MARK);
-    if (mark == std::string::npos) return;
-    names_.emplace(ruleKey(name.substr(0, mark), ruleOrder(name), expression), name);
-}
-
-std::string RuleNames::find(const std::string &workClass, int order, const std::string &expression) const {
-    const auto found = names_.find(ruleKey(workClass, order, expression));
-    return found == names_.end() ? "" : found->second;
-}
-
-RuleNames ruleNamesOf(const json_t *document) {
-    RuleNames names;
-    forEachObject(document, [&](const ObjectEntry &entry) {
-        const char *expression = json_string_value(json_object_get(entry.props, "expression"));
-        if (isRoutingRule(entry) && expression) names.add(entry.name, expression);
-    });
-    return names;
-}
 
 void Coverage::addDocument(const json_t *stored) {
     ruleNames_ = ruleNamesOf(stored);

@@ -7,21 +7,9 @@
 #include <string>
 
 #include "decision/Decision.h"
-#include "engine/Inside.h"
+#include "decision/RuleNames.h"
 
 namespace tavctl {
-
-// Names routing rules by what the library tells of them.
-class RuleNames {
-public:
-    void add(const std::string &name, const std::string &expression);
-    // The full name of a rule; empty when unknown.
-    std::string find(const std::string &workClass, int order, const std::string &expression) const;
-
-private:
-    std::map<std::string, std::string> names_;
-};
-RuleNames ruleNamesOf(const json_t *document); // a stored document; may be null
 
 class Coverage {
 public:

@@ -47,6 +47,8 @@ void Scenario::runLine(int number, const json_t *line) {
         const json_t *expect = json_object_get(line, "expect");
         if (expect && !json_is_object(expect)) throw Fault(fmt::format("\"expect\" must be an object, not {}", jsonTypeName(expect)));
         dispatch(line);
+    } catch (const InternalFault &) {
+        throw;
     } catch (const Fault &fault) {
         throw Fault(file_, number, fault.what());
     }

@@ -1,4 +1,4 @@
-// Input that cannot be used: the command reports it on standard error and the program ends with EXIT_UNREADABLE.
+// What ends a command: it is reported on standard error, and the program ends with EXIT_UNREADABLE or EXIT_INTERNAL.
 #ifndef TAVCTL_FAULT_H
 #define TAVCTL_FAULT_H
 
@@ -15,12 +15,18 @@ inline constexpr int EXIT_FINDINGS = 1;   // a finding, a miss, a rule that does
 inline constexpr int EXIT_UNREADABLE = 2; // a file or a line that is not understood, a wrong command line
 inline constexpr int EXIT_INTERNAL = 3;   // the library could not be started
 
+// Input that cannot be used.
 class Fault : public std::runtime_error {
 public:
     explicit Fault(const std::string &text) : std::runtime_error(text) {}
     // "file:line: text"; a line below 1 is left out.
     Fault(const std::string &file, int line, const std::string &text)
         : std::runtime_error(line > 0 ? fmt::format("{}:{}: {}", file, line, text) : fmt::format("{}: {}", file, text)) {}
+};
+
+// Whatever the input is, the library does not work.
+class InternalFault : public Fault {
+    using Fault::Fault;
 };
 
 } // namespace tavctl

@@ -63,9 +63,4 @@ void forEachJsonLine(std::string_view text, const std::string &source, const std
 std::string jsonLine(const json_t *json) { return dump(json, JSON_COMPACT); }
 std::string jsonPretty(const json_t *json) { return dump(json, JSON_INDENT(3)); }
 
-std::string memberText(const json_t *object, const char *name) {
-    const char *text = json_string_value(json_object_get(object, name));
-    return text ? text : "";
-}
-
 } // namespace tavctl

@@ -5,19 +5,16 @@
 #include <jansson.h>
 
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include "RequestMembers.h"
+#include "JsonValue.h"
 
 namespace tavctl {
 
-struct JsonDeleter {
-    void operator()(json_t *json) const noexcept { json_decref(json); }
-};
-using Json = std::unique_ptr<json_t, JsonDeleter>;
+using tavhost::Json;
+using tavhost::jsonTypeName;
 
 // The file's bytes; "-" is standard input. Throws Fault.
 std::string readFile(const std::string &path);
@@ -30,9 +27,8 @@ void forEachJsonLine(std::string_view text, const std::string &source, const std
 std::string jsonLine(const json_t *json);   // compact, members in order
 std::string jsonPretty(const json_t *json); // indent 3, members in order
 
-using tavhost::jsonTypeName;
 // The text of an object's member; empty: it has none.
-std::string memberText(const json_t *object, const char *name);
+inline std::string memberText(const json_t *object, const char *name) { return tavhost::textOf(object, name); }
 // A text, or null for none. Bytes that are no UTF-8 become "?".
 inline json_t *jsonText(const char *text) { return tavhost::textJson(text); }
 inline json_t *jsonText(const std::optional<std::string> &text) { return tavhost::textJson(text); }

@@ -33,7 +33,7 @@ json_t *eventJson(std::string_view kind, std::initializer_list<EventField> field
     json_object_set_new(json, "time", json_real(secondsSinceEpoch()));
     json_object_set_new(json, "event", json_stringn(kind.data(), kind.size()));
     for (const EventField &field : fields) {
-        json_t *value = field.number ? json_integer(std::stoll(field.value)) : json_stringn(field.value.data(), field.value.size());
+        json_t *value = field.number ? json_integer(std::stoll(field.value)) : jsonText(field.value);
         json_object_set_new(json, std::string(field.name).c_str(), value);
     }
     return json;

@@ -80,17 +80,23 @@ void tellDaemonMessage(int type) {
 
 // ---- the trace hook ----
 
+// TRUE when the message is told as an event of its own.
 bool tellDocuments(const TrContext *ctx, va_list args) {
     const std::string_view id = trContextGetMessageId(ctx);
-    if (id == RECEIVED_ID) return tellReceived(va_arg(args, const char *)), true;
-    const std::string text = tavhost::traceText(ctx, args).text;
-    if (id == SENT_ID) {
-        const size_t body = text.find('{');
-        return body != std::string::npos ? tellSent(text.c_str() + body) : void(), true;
+    if (id == RECEIVED_ID) {
+        tellReceived(va_arg(args, const char *));
+        return true;
     }
+    const std::string text = tavhost::traceText(ctx, args).text;
     int type = 0;
-    if (sscanf(text.c_str(), "tavClientProcessHandleMessage - message type %d", &type) != 1) return false;
-    return tellDaemonMessage(type), true;
+    if (id == SENT_ID) {
+        if (const size_t body = text.find('{'); body != std::string::npos) tellSent(text.c_str() + body);
+    } else if (sscanf(text.c_str(), "tavClientProcessHandleMessage - message type %d", &type) == 1) {
+        tellDaemonMessage(type);
+    } else {
+        return false;
+    }
+    return true;
 }
 
 int tellTrace(const TrContext *ctx, va_list args) {
@@ -130,11 +136,7 @@ tavhost::Process processOf(const LiveOptions &options) {
 
 std::vector<tavhost::NameValue> nameValues(const std::vector<std::string> &properties) {
     std::vector<tavhost::NameValue> result;
-    for (const std::string &property : properties) {
-        const size_t equals = property.find('=');
-        if (equals == std::string::npos) throw Fault(fmt::format("property '{}': write NAME=VALUE", property));
-        result.push_back({property.substr(0, equals), property.substr(equals + 1)});
-    }
+    for (const std::string &property : properties) result.push_back(nameValueOf(property));
     return result;
 }
 
@@ -155,7 +157,7 @@ LiveInstance::LiveInstance(const LiveOptions &options, EventLog &log) {
     const tavhost::HostOptions host = hostOptions(options);
     traceAll = !options.trace.empty();
     documentEvent = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (documentEvent < 0) throw Fault("no event descriptor is left");
+    if (documentEvent < 0) throw InternalFault("no event descriptor is left");
     EnvCallBacks env = callBacks();
     tavhost::chooseTransport(env, host, processOf(options));
     tav_ = createInstance(env);

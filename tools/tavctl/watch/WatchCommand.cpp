@@ -1,12 +1,10 @@
 // tavctl watch: runs the library as a host would and tells what happens in it.
 #include <fmt/format.h>
 #include <poll.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <map>
 #include <optional>
 
@@ -14,6 +12,7 @@
 #include "decision/Decision.h"
 #include "decision/Request.h"
 #include "decision/RoutePrint.h"
+#include "support/EndSignals.h"
 #include "support/Fault.h"
 #include "support/Output.h"
 #include "watch/LiveInstance.h"
@@ -33,27 +32,6 @@ struct WatchOptions {
     std::optional<double> duration; // s
     bool all = false;
     bool json = false;
-};
-
-// SIGINT and SIGTERM as something to wait for: blocked here, and so in every thread that starts later.
-class EndSignals {
-public:
-    EndSignals() {
-        sigset_t signals;
-        sigemptyset(&signals);
-        sigaddset(&signals, SIGINT);
-        sigaddset(&signals, SIGTERM);
-        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-        fd_ = signalfd(-1, &signals, SFD_CLOEXEC);
-        if (fd_ < 0) throw Fault("signals cannot be waited for");
-    }
-    ~EndSignals() { close(fd_); }
-    EndSignals(const EndSignals &) = delete;
-    EndSignals &operator=(const EndSignals &) = delete;
-    int fd() const { return fd_; }
-
-private:
-    int fd_;
 };
 
 // Routes the requests and tells a decision that is not what it was.
@@ -111,7 +89,8 @@ int run(const WatchOptions &options) {
     while (Clock::now() < end) {
         const Clock::time_point wake = std::min(end, next);
         pollfd waited[] = {{signals.fd(), POLLIN, 0}, {instance.documentFd(), POLLIN, 0}};
-        if (poll(waited, 2, wake == Clock::time_point::max() ? -1 : millisecondsUntil(wake)) < 0) throw Fault("waiting failed");
+        if (poll(waited, 2, wake == Clock::time_point::max() ? -1 : millisecondsUntil(wake)) < 0 && errno != EINTR)
+            throw InternalFault("waiting failed");
         if (waited[0].revents) break;
         if (waited[1].revents) tellVersion(instance, log, version);
         if (waited[1].revents || Clock::now() >= next) decisions.makeAll();
@@ -135,9 +114,7 @@ void addLiveOptions(CLI::App &command, LiveOptions &live) {
     command.add_option("--wait", live.wait, "Seconds that the controller may hold a poll (default 300)")
         ->type_name("SECONDS")
         ->check(CLI::Range(1, 86400));
-    command.add_option("--ca", live.transport.authorities, "CA certificates that a controller's must be signed by")->type_name("FILE");
-    command.add_option("--cert", live.transport.certificate, "Client certificate for https")->type_name("FILE");
-    command.add_option("--key", live.transport.key, "Its private key")->type_name("FILE");
+    addTlsOptions(command, live.transport, "a controller's");
     command.add_option("--proxy", live.transport.proxy, "Proxy on the way to the controller")->type_name("URL");
     CLI::Option *daemon = command.add_option("--daemon", live.daemon, "Be the daemon that feeds workers over this Unix socket");
     daemon->type_name("SOCKET");
@@ -161,7 +138,9 @@ void addWatchCommand(CLI::App &app, Run &result) {
         ->type_name("SECONDS")
         ->check(CLI::Range(0.001, 86400.0));
     command->add_flag("--all", options->all, "Tell every decision, changed or not");
-    command->add_option("--for", options->duration, "End after so many seconds (default: at SIGINT or SIGTERM)")->type_name("SECONDS");
+    command->add_option("--for", options->duration, "End after so many seconds (default: at SIGINT or SIGTERM)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, 1e8));
     command->add_flag("--json", options->json, "One JSON object an event");
     command->footer(
         "Examples:\n"

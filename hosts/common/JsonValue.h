@@ -1,0 +1,33 @@
+// JSON values: who owns one, and texts that need not be UTF-8.
+#ifndef TAV_HOSTS_JSONVALUE_H
+#define TAV_HOSTS_JSONVALUE_H
+
+#include <jansson.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace tavhost {
+
+struct JsonRelease {
+    void operator()(json_t *json) const noexcept { json_decref(json); }
+};
+using Json = std::unique_ptr<json_t, JsonRelease>;
+
+// A text, or null for none. Bytes that are no UTF-8 become "?". Returns new; nothing without memory.
+json_t *textJson(const char *text);
+inline json_t *textJson(const std::optional<std::string> &text) { return textJson(text ? text->c_str() : nullptr); }
+
+// The text of an object's member, "" when it has none. Borrowed from the object.
+inline const char *textOf(const json_t *object, const char *key) {
+    const char *text = json_string_value(json_object_get(object, key));
+    return text ? text : "";
+}
+
+// "a text", "an integer", ...: for messages.
+const char *jsonTypeName(const json_t *json);
+
+} // namespace tavhost
+
+#endif
