@@ -75,7 +75,8 @@ public:
         thread_ = std::thread([this] { run(); });
     }
     ~Transport() {
-        endAll(); // and what came meanwhile: clients that were given up
+        if (thread_.joinable()) end(); // the process ends
+        endAll();                      // and what came meanwhile: clients that were given up
         curl_multi_cleanup(multi_);
     }
     Transport(const Transport &) = delete;

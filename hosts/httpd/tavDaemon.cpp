@@ -14,9 +14,11 @@
 #include <unistd.h>
 #include <unixd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
@@ -74,9 +76,11 @@ public:
     void supersede() { successorDue_ = apr_time_now() + apr_time_from_sec(SUCCESSOR_SECONDS); }
     bool isSuperseded() const { return successorDue_ != 0; }
     // Children have nobody else to ask.
-    bool isNeeded() const {
+    bool isNeeded() {
         if (!isSuperseded()) return true;
-        return isOpen() && inodeNow() == inode_ && (apr_time_now() < successorDue_ || successorWaits());
+        if (!isOpen() || inodeNow() != inode_) return false;
+        if (successorWaits()) successorDue_ = apr_time_now() + apr_time_from_sec(SUCCESSOR_SECONDS); // the parent replaces one that dies
+        return apr_time_now() < successorDue_;
     }
 
 private:
@@ -86,10 +90,15 @@ private:
         struct stat info;
         return stat(path_.c_str(), &info) == 0 ? info.st_ino : 0;
     }
+    // One that was killed leaves its hidden socket behind.
     bool successorWaits() const {
         glob_t found;
-        const bool any = glob((path_ + "~*").c_str(), GLOB_NOSORT, nullptr, &found) == 0;
-        if (any) globfree(&found);
+        if (glob((path_ + "~*").c_str(), GLOB_NOSORT, nullptr, &found) != 0) return false;
+        const bool any = std::any_of(found.gl_pathv, found.gl_pathv + found.gl_pathc, [this](const char *hidden) {
+            const auto pid = static_cast<pid_t>(strtol(hidden + path_.size() + 1, nullptr, 10));
+            return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM);
+        });
+        globfree(&found);
         return any;
     }
 
