@@ -225,23 +225,6 @@ TEST_F(Controller, twoThousandHeldPollsAreAnsweredByOneEdit) {
     EXPECT_EQ(controller.stop(), 0);
 }
 
-TEST_F(Controller, whatCannotBeServedEndsWithTwo) {
-    for (const std::vector<std::string> &options : {std::vector<std::string>{"--dir", "gone"},
-                                                    {"--dir", file_.path()},
-                                                    {"--dir", directory(), "--listen", "127.0.0.1"},
-                                                    {"--dir", directory(), "--listen", "host:1"},
-                                                    {"--dir", directory(), "--listen", "192.0.2.1:1"},
-                                                    {"--dir", directory(), "--wait", "0"}}) {
-        std::vector<std::string> args = {"controller"};
-        args.insert(args.end(), options.begin(), options.end());
-        const ToolRun run = runTool(args);
-        EXPECT_EQ(run.status, 2) << run.err;
-        EXPECT_THAT(run.err, HasSubstr("tavctl: "));
-    }
-}
-
-} // namespace
-
 // As programs read it: a line is an object, and the story is told in order.
 TEST_F(Controller, watchTellsWhatHappensToALibrary) {
     ControllerProcess controller(directory());
@@ -260,5 +243,6 @@ TEST_F(Controller, watchTellsWhatHappensToALibrary) {
     }
     EXPECT_THAT(story, testing::StartsWith("STARTING STARTED complete REJECT with 405")) << run.out;
     EXPECT_THAT(run.out, HasSubstr("addRoutes"));
-    EXPECT_EQ(runTool({"watch", "--controller", controller.url, "--for", "1", "--group-property", "colour=red"}).status, 2);
 }
+
+} // namespace

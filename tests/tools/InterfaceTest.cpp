@@ -66,6 +66,13 @@ TEST(Interface, whatCannotBeUsedIsToldAndEndsWithTwo) {
         {{"explain", "--status", "http://127.0.0.1:1/s", "shop.example"}, "'shop.example': write http://HOST"},
         {{"explain", "--status", "ftp://127.0.0.1:1/s", "/"}, "ftp://127.0.0.1:1/s: "},
         {{"explain", "--status", "http://127.0.0.1:1/s", "/"}, "http://127.0.0.1:1/s: "},
+        {{"controller", "--dir", "gone"}, "tavctl: "},
+        {{"controller", "--dir", cut.path()}, "tavctl: "}, // no folder
+        {{"controller", "--dir", ".", "--listen", "127.0.0.1"}, "tavctl: "},
+        {{"controller", "--dir", ".", "--listen", "host:1"}, "tavctl: "},
+        {{"controller", "--dir", ".", "--listen", "192.0.2.1:1"}, "tavctl: "},
+        {{"controller", "--dir", ".", "--wait", "0"}, "--wait"},
+        {{"watch", "--controller", "http://127.0.0.1:1", "--for", "1", "--group-property", "colour=red"}, "colour"},
         {{"rule"}, "give either an expression or --file"},
         {{"rule", "true", "--file", rules.path()}, "give either an expression or --file"},
         {{"rule", "true", "--request", "{"}, "--request:1: "},
