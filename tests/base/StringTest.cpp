@@ -106,21 +106,6 @@ TEST_F(StringTest, SplitsAndTokenizes) {
     EXPECT_EQ(tavStrtok(nullptr, ", ", &last), nullptr) << "stays at the end";
 }
 
-TEST_F(StringTest, ReadsNumbers) {
-    const std::pair<const char *, int> cases[] = {
-        {" -7x", -7},
-        {"+3", 3},
-        {"x1", 0},
-        {nullptr, 0},
-        {"010", 10},
-        {"0x10", 0},
-        {"2147483648", INT_MAX},
-        {"-2147483649", INT_MIN},
-        {"-99999999999999999999999", INT_MIN},
-    };
-    for (const auto &[text, expected] : cases) EXPECT_EQ(tavParseInt(text), expected) << tavOrNull(text);
-}
-
 TEST_F(StringTest, TakesTheLastPairApart) {
     const struct {
         const char *name, *parent, *type, *value, *asis;
