@@ -45,21 +45,6 @@ TEST_F(PrivateHeaders, TellTheBackEndAboutTheClient) {
     EXPECT_EQ(host.lastSet("$ZVRA"), REMOVED);
 }
 
-TEST_F(PrivateHeaders, SchemeAndPort) {
-    host.port = -2147483647 - 1;
-    const std::pair<Text, const char *> cases[] = {{"https", "TRUE"}, {"HTTPS", "FALSE"}, {"https ", "FALSE"}, {REMOVED, "FALSE"}};
-    for (const auto &[protocol, secure] : cases) {
-        host.protocol = protocol;
-        TavHttpContext *ctx = obtain();
-        tavHttpContextSetMyTargetInfo(ctx, first().http, nullptr); // the selector refuses some of these requests
-        EXPECT_EQ(host.lastSet("$ZVSC"), protocol);
-        EXPECT_EQ(host.lastSet("$ZVIS"), secure);
-        EXPECT_EQ(host.lastSet("$ZVSP"), "-2147483648");
-        tavHttpContextResetMyTargetInfo(ctx);
-        tavHttpContextRelease(ctx);
-    }
-}
-
 TEST_F(PrivateHeaders, ATrustedProxyKeepsWhatItSent) {
     host.headers = {{"$ZVRA", {"10.1.1.1"}}, {"$zvru", {"mallory"}}, {"_ZV_HAPRT_WLMVERSION", {"9"}}};
     const Headers sent = host.headers;

@@ -1,6 +1,4 @@
 // Mapping, selection, progress reports and the rollout wait, against a real mapper and selector.
-#include <jansson.h>
-
 #include <atomic>
 #include <thread>
 
@@ -134,30 +132,6 @@ TEST_F(HttpContextState, ATrialIsDecidedAndCountedNowhere) {
     EXPECT_EQ(tav->requestsPerDaemon, 4);
     tav->processType = StandaloneProcess;
     EXPECT_EQ(tavHttpContextObtainTrial(tav, &host, "no.such.record"), nullptr);
-
-    const struct {
-        Text host, path;
-        const char *module, *rules;
-    } mappings[] = {
-        {"localhost", "/shop;x=1", "\"/cell/c/application/shop/webModule/shop.war\"",
-         "[{\"order\":7,\"expression\":\"HTTPMethod = 'GET'\",\"action\":"
-         "\"permit the base edition, sticky\",\"parses\":true,\"steps\":1}]"},
-        {"localhost", "/elsewhere", "null", "[]"},
-        {{}, "/shop", "null", "[]"},
-    };
-    for (const auto &m : mappings) {
-        host.host = m.host, host.path = m.path;
-        TavHttpContext *ctx = obtain();
-        tavHttpContextGetTargetEndpoint(ctx);
-        const std::unique_ptr<json_t, void (*)(json_t *)> json(tavHttpContextMappingToJSON(ctx), json_decref);
-        using JsonText = std::unique_ptr<char, void (*)(void *)>;
-        const JsonText module(json_dumps(json_object_get(json.get(), "module"), JSON_ENCODE_ANY), free);
-        const JsonText rules(json_dumps(json_object_get(json.get(), "rules"), JSON_COMPACT), free);
-        EXPECT_STREQ(module.get(), m.module);
-        EXPECT_STREQ(rules.get(), m.rules);
-        EXPECT_EQ(json_object_size(json_object_get(json.get(), "servers")), m.rules[1] == ']' ? 0u : 3u);
-        tavHttpContextRelease(ctx);
-    }
 }
 
 // What was decided stays told while the configuration goes on.

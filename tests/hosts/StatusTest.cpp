@@ -1,4 +1,3 @@
-#include <dirent.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,6 +7,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <set>
 
 #include "HostInstance.h"
 #include "StatusReport.h"
@@ -31,18 +32,10 @@ protected:
     }();
     std::string stem = folder + "/daemon.sock.status";
 
-    ~Status() override {
-        for (const std::string &name : files()) unlink((folder + "/" + name).c_str());
-        rmdir(folder.c_str());
-    }
-    std::vector<std::string> files() const {
-        std::vector<std::string> names;
-        DIR *listing = opendir(folder.c_str());
-        while (const dirent *entry = readdir(listing)) {
-            if (entry->d_name[0] != '.') names.emplace_back(entry->d_name);
-        }
-        closedir(listing);
-        std::sort(names.begin(), names.end());
+    ~Status() override { std::filesystem::remove_all(folder); }
+    std::set<std::string> files() const {
+        std::set<std::string> names;
+        for (const auto &entry : std::filesystem::directory_iterator(folder)) names.insert(entry.path().filename());
         return names;
     }
     // A socket as another process would have it; it takes connections and says nothing, or is dead.
