@@ -96,6 +96,7 @@ TEST(TokenizerTest, PassesItsOwnCheck) {
     EXPECT_EQ(testTokenizer(), 0);
     const std::string printed = testing::internal::GetCapturedStdout();
     EXPECT_NE(printed.find("SYNTAX ERROR: Literal has no terminating character.\nA='no end\n         ^\n"), std::string::npos);
+    EXPECT_NE(printed.find("\n*********  TOKENIZER TESTS FINISHED WITH 0 ERRORS ***********\n"), std::string::npos);
 }
 
 } // namespace
