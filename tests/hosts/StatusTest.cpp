@@ -197,10 +197,11 @@ TEST(StatusReport, metricsEscapeNamesAndLeaveOutWhatIsNotWhole) {
         "'requests': 4, 'responseTime': 1500, 'maintenance': 'affinity', 'endpoints': [{'protocol': 'http', 'host': "
         "'a\\\"b\\\\c\\nd', 'port': 80, 'available': true}]";
     const std::string kept =
-        keepCounts("{", keepCounts(keepCounts("", quoted(worker(1, "'requests': 30"))), "[]")); // half a text, no document
+        keepCounts(keepCounts("{", keepCounts(keepCounts("", quoted(worker(1, "'requests': 30"))), "[]")), // half a text, no document
+                   quoted(worker(2, "'requests': 2")));
     StatusAnswers answers{{answer(1, worker(2, server)), answer(2, worker(2, server))}, kept};
     const std::string whole = metricsText(mergeStatus(answers, "").get());
-    EXPECT_THAT(whole, HasSubstr("tav_server_requests_total{cluster=\"/c\",server=\"/s\"} 38\n"));
+    EXPECT_THAT(whole, HasSubstr("tav_server_requests_total{cluster=\"/c\",server=\"/s\"} 40\n"));
     EXPECT_THAT(whole, HasSubstr("tav_server_response_time_seconds{cluster=\"/c\",server=\"/s\"} 1.5\n"));
     EXPECT_THAT(whole, HasSubstr("tav_server_maintenance{cluster=\"/c\",server=\"/s\"} 1\n"));
     EXPECT_THAT(whole, HasSubstr("endpoint=\"http://a\\\"b\\\\c\\nd:80\"} 1\n"));

@@ -68,7 +68,7 @@ TEST(Interface, whatCannotBeUsedIsToldAndEndsWithTwo) {
         {{"explain", "--status", "http://127.0.0.1:1/s", "/"}, "http://127.0.0.1:1/s: "},
         {{"controller", "--dir", "gone"}, "tavctl: "},
         {{"controller", "--dir", cut.path()}, "tavctl: "}, // no folder
-        {{"controller", "--dir", ".", "--listen", "127.0.0.1"}, "tavctl: "},
+        {{"controller", "--dir", ".", "--listen", "127.0.0.1"}, "write ADDRESS:PORT"},
         {{"controller", "--dir", ".", "--listen", "host:1"}, "tavctl: "},
         {{"controller", "--dir", ".", "--listen", "192.0.2.1:1"}, "tavctl: "},
         {{"controller", "--dir", ".", "--wait", "0"}, "--wait"},
