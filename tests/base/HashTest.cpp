@@ -30,22 +30,6 @@ protected:
 
 } // namespace
 
-TEST_F(HashTest, PutHandsBackWhatItDisplaces) {
-    tavHashMapSetDestructor(hm, recordDestroyed);
-    EXPECT_EQ(tavHashPut(hm, "k", nullptr), nullptr);
-    char key[] = "k";
-    EXPECT_EQ(tavHashPut(hm, key, ONE), nullptr);
-    key[0] = 'x'; // the map has its own copy
-    EXPECT_EQ(tavHashGet(hm, "k"), ONE);
-    EXPECT_EQ(tavHashPut(hm, "k", ONE), nullptr) << "the same pointer must not be freed by the caller";
-    EXPECT_EQ(tavHashPut(hm, "k", TWO), ONE);
-    EXPECT_EQ(tavHashMapGetCount(hm), 1);
-    EXPECT_EQ(tavHashPut(hm, "k", nullptr), TWO);
-    EXPECT_EQ(tavHashGet(hm, "k"), nullptr);
-    EXPECT_EQ(tavHashMapGetCount(hm), 0);
-    EXPECT_EQ(destroyed, "");
-}
-
 TEST_F(HashTest, ComputesUnsignedAndKeepsEqualHashesApart) {
     EXPECT_EQ(tavHashCompute("\xff"), 255); // not -1
     EXPECT_EQ(tavHashCompute("zzzzzzzz"), static_cast<int>(0x6c1a6ed0U));

@@ -16,19 +16,6 @@ char *const A = const_cast<char *>("a");
 char *const B = const_cast<char *>("b");
 char *const C = const_cast<char *>("c");
 
-// Contents from head to tail, checked against the way back and the count.
-std::string contents(const TavList *list) {
-    std::string forward, backward;
-    for (const char *text : TavListRange<const char>(list)) forward += text;
-    for (TavListEle *ele = tavListGetTail(list); ele; ele = tavListGetPrev(ele)) {
-        backward.insert(0, static_cast<const char *>(tavListEleGetObject(ele)));
-    }
-    EXPECT_EQ(forward, backward);
-    EXPECT_EQ(tavListGetCount(list), static_cast<int>(forward.size()));
-    EXPECT_EQ(tavListIsEmpty(list), forward.empty());
-    return forward;
-}
-
 class ListTest : public LeakFree {
 protected:
     ListTest() { destroyed.clear(); }
@@ -37,30 +24,6 @@ protected:
 };
 
 } // namespace
-
-TEST_F(ListTest, AddsAndRemovesAtEveryPlace) {
-    TavListEle *b = tavListAddHead(list, B);
-    tavListInsertBefore(list, b, A);
-    tavListAddTail(list, C);
-    tavListInsertBefore(list, tavListGetTail(list), C);
-    tavListInsertBefore(list, nullptr, A); // no element: at the tail
-    EXPECT_EQ(contents(list), "abcca");
-    EXPECT_EQ(tavListRemove(list, b), B);
-    EXPECT_EQ(tavListRemoveHead(list), A);
-    EXPECT_EQ(tavListRemoveTail(list), A);
-    EXPECT_EQ(contents(list), "cc");
-    EXPECT_EQ(destroyed, "") << "remove hands objects back";
-    tavListDelete(list, tavListGetHead(list));
-    EXPECT_EQ(destroyed, "c");
-    TavListEle own[2]; // the caller's elements between the list's
-    tavListLinkTail(list, &own[0], A);
-    tavListAddTail(list, B);
-    tavListLinkTail(list, &own[1], C);
-    EXPECT_EQ(contents(list), "cabc");
-    for (TavListEle &ele : own) tavListUnlink(list, &ele);
-    EXPECT_EQ(contents(list), "cb");
-    EXPECT_EQ(destroyed, "c");
-}
 
 TEST_F(ListTest, FindsByIdentity) {
     char twin[] = "a";

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
-
 namespace {
 
 TavTime now;
@@ -60,13 +58,3 @@ TEST_F(TimeTest, TimeoutRatioIsAnIntegerPercent) {
     for (const auto &s : steps) EXPECT_EQ(tavTimeoutCalcAddSample(&calc, s.cur, s.timeout), s.expected) << s.cur;
 }
 
-TEST_F(TimeTest, RandomDependsOnTheMillisecondAndSpreads) {
-    now = 77;
-    EXPECT_EQ(tavRandom(), tavRandom());
-    std::set<int> residues;
-    for (now = 0; now < 2000; now++) {
-        ASSERT_GE(tavRandom(), 0);
-        residues.insert(tavRandom() % 101);
-    }
-    EXPECT_EQ(residues.size(), 101U);
-}

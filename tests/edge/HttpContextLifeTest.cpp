@@ -51,7 +51,7 @@ void expectFresh(TavHttpContext *ctx) {
 TEST_F(HttpContextLife, AReusedContextIsAsGoodAsNew) {
     tav->processType = ServerProcess;
     tav->maxRequestsPerDaemon = 9;
-    TavHttpContext *ctx = obtain();
+    TavHttpContext *ctx = obtain().release();
     expectFresh(ctx);
     EXPECT_EQ(ri->refCount, 2);
     TrContext *trContext = tavHttpContextGetTrContext(ctx);
@@ -74,7 +74,7 @@ TEST_F(HttpContextLife, AReusedContextIsAsGoodAsNew) {
 
 TEST_F(HttpContextLife, WithoutRoutingThereIsNoContext) {
     EXPECT_EQ(tavHttpContextObtain(nullptr, &host), nullptr);
-    tavHttpContextRelease(obtain());
+    obtain();
     const TavComponentState state = tav->state.exchange(STOPPING);
     EXPECT_EQ(obtain(), nullptr);
     tav->state = state;
@@ -86,10 +86,10 @@ TEST_F(HttpContextLife, WithoutRoutingThereIsNoContext) {
 
 // The texts of a usual request need no allocation, and none is lost.
 TEST_F(HttpContextLife, APooledContextServesWithoutAllocating) {
-    tavHttpContextRelease(obtain());
+    obtain();
     tavSetAllocationGate([](size_t) noexcept -> Boolean { return FALSE; });
     for (int i = 0; i < 50; i++) {
-        TavHttpContext *ctx = obtain();
+        Obtained ctx = obtain();
         if (!ctx) break;
         EXPECT_TRUE(tavHttpContextSetApplicationName(ctx, "shop"));
         EXPECT_TRUE(tavHttpContextSetModuleName(ctx, "/cell/c/application/shop/webModule/store"));
@@ -101,7 +101,6 @@ TEST_F(HttpContextLife, APooledContextServesWithoutAllocating) {
         EXPECT_EQ(tavHttpContextGetErrorCode(ctx), 403);
         EXPECT_EQ(tavHttpContextGetErrorMessage(ctx), nullptr);
         EXPECT_STREQ(tavHttpContextGetModuleName(ctx), "/cell/c/application/shop/webModule/store");
-        tavHttpContextRelease(ctx);
     }
     tavSetAllocationGate(nullptr);
 }
@@ -123,35 +122,32 @@ TEST_F(HttpContextLife, ChoosesTheTraceSpecification) {
         host.port = shop ? 80 : 81;
         set("DefaultRequestTraceSpec", c.customSpec);
         traceOn(":DEBUG");
-        TavHttpContext *ctx = obtain();
+        Obtained ctx = obtain();
         TrSpec *const custom = tav->customPropDefaultRequestTraceSpec, *otherwise = custom ? custom : trContextPeekSpec(tav->trCtx);
         EXPECT_EQ(trContextPeekSpec(tavHttpContextGetTrContext(ctx)), shop ? byPath : otherwise) << c.path;
         EXPECT_TRUE(traced(c.traced)) << takeTrace();
-        tavHttpContextRelease(ctx);
     }
     host.path.reset(); // nothing that is traced may be null
     host.host.reset();
-    tavHttpContextRelease(obtain());
+    obtain();
 }
 
 // The rule's specification goes when the rule is gone and no context uses it any more.
 TEST_F(HttpContextLife, TheSpecificationOutlivesItsRule) {
     TrSpec *spec = addTraceRule(1, "port = 80", "http:DEBUG");
-    TavHttpContext *ctx = obtain();
+    Obtained ctx = obtain();
     tavRulesPurge(tav->requestTraceRules);
     trPurgeDeathRow();
     EXPECT_EQ(trContextPeekSpec(tavHttpContextGetTrContext(ctx)), spec);
     EXPECT_EQ(spec->refCount, 1);
     const int shared = trContextPeekSpec(tav->trCtx)->refCount;
-    tavHttpContextRelease(ctx);
-    tavHttpContextRelease(obtain());
-    tavHttpContextRelease(obtain());
+    ctx.reset();
+    obtain();
+    obtain();
     EXPECT_EQ(trContextPeekSpec(tav->trCtx)->refCount, shared + 1) << "one for the context, not one a request";
     const TrRecord *late = trRecordCreate(trGroupGetRoot(tav->trMgr), "late", TR_INFO, -1); // known to the next new context
-    TavHttpContext *pooled = obtain(), *made = obtain();
+    const Obtained pooled = obtain(), made = obtain();
     EXPECT_NE(trSpecMaxLevel(made->trSpec, late), trSpecMaxLevel(pooled->trSpec, late));
-    tavHttpContextRelease(pooled);
-    tavHttpContextRelease(made);
 }
 
 } // namespace

@@ -1,26 +1,14 @@
 // The HTTP operands against a request, alone and inside rules.
-#include "core/CoreFixture.h"
+#include "edge/Site.h"
 #include "support/Expressions.h"
-#include "tavHttpContext/tavHttpContext.h"
 #include "tavHttpLanguage/tavHttpLanguage.h"
 #include "tavHttpLanguage/tavHttpOperands.h"
 
 namespace {
 
-class HttpLanguage : public CoreFixture {
+class HttpLanguage : public Site {
 protected:
-    void SetUp() override {
-        CoreFixture::SetUp();
-        ctx = tavHttpContextObtain(tav, &host);
-    }
-    void TearDown() override {
-        tavHttpContextRelease(ctx);
-        CoreFixture::TearDown();
-    }
-    std::string value(const std::string &text) { return valueOf(tav->httpLanguage, text, ctx); }
-
-    EnvHttpContext host;
-    TavHttpContext *ctx;
+    std::string value(const std::string &text) { return valueOf(tav->httpLanguage, text, obtain()); }
 };
 
 using Host = EnvHttpContext;

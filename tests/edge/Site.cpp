@@ -43,8 +43,8 @@ TrSpec *Site::addTraceRule(int order, const char *expression, const char *spec) 
     return compiled;
 }
 
-TavHttpContext *Site::route() {
-    TavHttpContext *ctx = obtain();
+Obtained Site::route() {
+    Obtained ctx = obtain();
     EXPECT_EQ(tavHttpContextShouldHandle(ctx), 1);
     EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
     return ctx;

@@ -4,6 +4,12 @@
 
 #include "model/SelectorTest.h"
 
+// A context that is released at the end of its scope.
+struct Obtained : RequestPtr {
+    using RequestPtr::RequestPtr;
+    operator TavHttpContext *() const { return get(); }
+};
+
 class Site : public SelectorTest {
 public:
     void SetUp() override;
@@ -13,9 +19,9 @@ public:
     void addRule(const char *name, const char *expression, const char *action);
     // A request-trace rule; returns its specification, borrowed.
     TrSpec *addTraceRule(int order, const char *expression, const char *spec);
-    TavHttpContext *obtain() { return tavHttpContextObtain(tav, &host); }
+    Obtained obtain() { return Obtained(tavHttpContextObtain(tav, &host)); }
     // Obtains a context and selects its endpoint.
-    TavHttpContext *route();
+    Obtained route();
     // The server that was added first.
     Back &first() { return backs.front(); }
 

@@ -1,4 +1,3 @@
-#include <dirent.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,6 +7,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <set>
 
 #include "HostInstance.h"
 #include "StatusReport.h"
@@ -31,18 +32,10 @@ protected:
     }();
     std::string stem = folder + "/daemon.sock.status";
 
-    ~Status() override {
-        for (const std::string &name : files()) unlink((folder + "/" + name).c_str());
-        rmdir(folder.c_str());
-    }
-    std::vector<std::string> files() const {
-        std::vector<std::string> names;
-        DIR *listing = opendir(folder.c_str());
-        while (const dirent *entry = readdir(listing)) {
-            if (entry->d_name[0] != '.') names.emplace_back(entry->d_name);
-        }
-        closedir(listing);
-        std::sort(names.begin(), names.end());
+    ~Status() override { std::filesystem::remove_all(folder); }
+    std::set<std::string> files() const {
+        std::set<std::string> names;
+        for (const auto &entry : std::filesystem::directory_iterator(folder)) names.insert(entry.path().filename());
         return names;
     }
     // A socket as another process would have it; it takes connections and says nothing, or is dead.
@@ -204,10 +197,11 @@ TEST(StatusReport, metricsEscapeNamesAndLeaveOutWhatIsNotWhole) {
         "'requests': 4, 'responseTime': 1500, 'maintenance': 'affinity', 'endpoints': [{'protocol': 'http', 'host': "
         "'a\\\"b\\\\c\\nd', 'port': 80, 'available': true}]";
     const std::string kept =
-        keepCounts("{", keepCounts(keepCounts("", quoted(worker(1, "'requests': 30"))), "[]")); // half a text, no document
+        keepCounts(keepCounts("{", keepCounts(keepCounts("", quoted(worker(1, "'requests': 30"))), "[]")), // half a text, no document
+                   quoted(worker(2, "'requests': 2")));
     StatusAnswers answers{{answer(1, worker(2, server)), answer(2, worker(2, server))}, kept};
     const std::string whole = metricsText(mergeStatus(answers, "").get());
-    EXPECT_THAT(whole, HasSubstr("tav_server_requests_total{cluster=\"/c\",server=\"/s\"} 38\n"));
+    EXPECT_THAT(whole, HasSubstr("tav_server_requests_total{cluster=\"/c\",server=\"/s\"} 40\n"));
     EXPECT_THAT(whole, HasSubstr("tav_server_response_time_seconds{cluster=\"/c\",server=\"/s\"} 1.5\n"));
     EXPECT_THAT(whole, HasSubstr("tav_server_maintenance{cluster=\"/c\",server=\"/s\"} 1\n"));
     EXPECT_THAT(whole, HasSubstr("endpoint=\"http://a\\\"b\\\\c\\nd:80\"} 1\n"));

@@ -13,10 +13,13 @@ def request(line="GET /shop/x HTTP/1.1", *headers, host=f"Host: {HOST}", body=""
 
 def answers(text):
     """Statuses of what came back until the end, and all of it."""
-    connection = raw(text)
+    connection, data = raw(""), b""
     try:
+        connection.sendall(text if isinstance(text, bytes) else text.encode("latin-1"))
         connection.shutdown(socket.SHUT_WR)
-        data = b""
+    except OSError:
+        pass  # refused before all of it was sent
+    try:
         while more := connection.recv(1 << 16):
             data += more
     except ConnectionError:
@@ -104,6 +107,38 @@ def forged_headers_are_dropped():
     check(forwards["Max-Forwards"] == "4", forwards)
 
 
+def of(**members):
+    return json.dumps(members).encode()
+
+
+GOOD = of(host=HOST, path="/shop/cart")
+QUESTIONS = [  # status, what is posted to the status handler to be explained, and how
+    *((400, body, {}) for body in (
+        b"", b"{", b"[]", b"7", b"null", b"[" * 60000, b'{"headers":' * 5000, b'{"path": "/\xff"}', b'{"path": "/\\u0000"}',
+        b'{"path": "/a", "path": "/b"}', of(pth="/"), of(path=None), of(path="*"), of(path="http://shop.example/"), of(path="/%"),
+        of(path="/%00"), of(path="/a b"), of(path="/a\r\nX: y"), of(path="/?a"), of(query="a b"), of(path="/" + "a" * 9000),
+        of(host="shop example"), of(host="a/b"), of(host="x" * 9000), of(host="\u00e4"), of(port=65536), of(port="80"), of(method="GET /"),
+        of(method=""), of(clientIp=None), of(clientIp="::1%lo;"), of(groups=["a"]), of(headers={"X Y": "z"}), of(headers={"X": "a\nb"}),
+        of(headers={"": "a"}), of(headers={"X": [["a"]]}), of(headers={"X": ["a"] * 200}), of(cookies={"a": "b\r\nX: y"}), of(cookies=[]))),
+    (400, GOOD, {"length": len(GOOD) + 10}), (413, GOOD + b" " * 70000, {}), (413, GOOD + b" " * 70000, {"chunked": True}),
+    (415, GOOD, {"kind": "text/plain"}), (415, GOOD, {"kind": "application/jsonp"}), (200, GOOD + b" " * 60000, {}), (200, GOOD, {"chunked": True}),
+    (200, of(path="/a/../shop//%63art", host="SHOP.example.", clientIp="::1", method="PROPFIND", port=-1, protocol=None), {}),
+    (200, of(path="/shop/\u00e4", host=None, userName="u", authType="Basic", localAddress="x", sslSessionId="s"), {}),
+]
+
+
+def whatever_is_asked_is_answered():
+    def post(body, length=None, kind="application/json", chunked=False):
+        framing = "Transfer-Encoding: chunked" if chunked else f"Content-Length: {length or len(body)}"
+        head = request("POST /tav-status?explain HTTP/1.1", f"Content-Type: {kind}", framing).encode()
+        return answers(head + (b"%x\r\n%s\r\n0\r\n\r\n" % (len(body), body) if chunked else body))
+    for expected, body, how in QUESTIONS:
+        statuses, data = post(body, **how)
+        answer = data.partition(b"\r\n\r\n")[2]
+        member = "action" if expected == 200 else "error"
+        check(statuses == [expected] and member in json.loads(answer), body[:200], how, "gave", statuses, answer[:200])
+
+
 def random_faults_end_no_process():
     random.seed(4)
     whole = [text for text, _ in CASES + SMUGGLED if len(text) < 4000]
@@ -123,5 +158,5 @@ def random_faults_end_no_process():
 
 eventually(lambda: ask().status == 200, "an answer")
 before = set(children())
-main(broken_requests_are_refused, forged_headers_are_dropped, random_faults_end_no_process)
+main(broken_requests_are_refused, forged_headers_are_dropped, whatever_is_asked_is_answered, random_faults_end_no_process)
 check(set(children()) == before, "processes ended:", before - set(children()))

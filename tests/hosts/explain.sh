@@ -17,7 +17,6 @@ start_nginx "${back[0]}:w1" "${back[1]}:w2" "${back[2]}:w3"
 start_controller
 start_httpd
 eventually "w[12]  200" $(session 1) "$shop"
-children=$(pgrep -s "$(parent)")
 
 explain() { "$tavctl" explain --status "$status" "$@"; }
 # The decision and the reasons; what chance draws and what only one of the two knows is left out.
@@ -99,50 +98,5 @@ refused 'LimitRequestFieldSize' --status "$status" -H "X-Long: $(printf '%09000d
 refused 'itself answers this path with 404' --status "$status" /shop/%2f
 refused '"clientIp" is no address' --status "$status" --client shop.example /
 
-# Whatever is posted, it is answered and the child lives.
-python3 - "$front" <<'PYTHON'
-import json, socket, sys
-
-def post(body, length=None, query="explain", kind="application/json", chunked=False):
-    with socket.create_connection(("127.0.0.1", int(sys.argv[1])), 10) as s:
-        framing = "Transfer-Encoding: chunked" if chunked else "Content-Length: %d" % (len(body) if length is None else length)
-        s.sendall(("POST /tav-status?%s HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\nContent-Type: %s\r\n%s\r\n\r\n" % (query, kind, framing)).encode())
-        try:
-            s.sendall(b"%x\r\n%s\r\n0\r\n\r\n" % (len(body), body) if chunked else body)
-            s.shutdown(socket.SHUT_WR)
-        except OSError:
-            pass # refused before all was sent
-        answer = b""
-        try:
-            while part := s.recv(65536): answer += part
-        except ConnectionResetError:
-            pass
-        head, _, text = answer.partition(b"\r\n\r\n")
-        return int(head.split()[1]) if head else 0, text
-
-def of(**members): return json.dumps(members).encode()
-good = of(host="shop.example", path="/shop/cart")
-cases = [
-    (400, dict(body=body)) for body in (
-        b"", b"{", b"[]", b"7", b"null", b"[" * 60000, b'{"headers":' * 5000, b'{"path": "/\xff"}', b'{"path": "/\\u0000"}',
-        b'{"path": "/a", "path": "/b"}', of(pth="/"), of(path=None), of(path="*"), of(path="http://shop.example/"), of(path="/%"),
-        of(path="/%00"), of(path="/a b"), of(path="/a\r\nX: y"), of(path="/?a"), of(query="a b"), of(path="/" + "a" * 9000),
-        of(host="shop example"), of(host="a/b"), of(host="x" * 9000), of(host="\u00e4"), of(port=65536), of(port="80"), of(method="GET /"),
-        of(method=""), of(clientIp=None), of(clientIp="::1%lo;"), of(groups=["a"]), of(headers={"X Y": "z"}), of(headers={"X": "a\nb"}),
-        of(headers={"": "a"}), of(headers={"X": [["a"]]}), of(headers={"X": ["a"] * 200}), of(cookies={"a": "b\r\nX: y"}), of(cookies=[]))
-] + [
-    (400, dict(body=good, length=len(good) + 10)),
-    (413, dict(body=good + b" " * 70000)), (413, dict(body=good + b" " * 70000, chunked=True)), (415, dict(body=good, kind="text/plain")),
-    (415, dict(body=good, kind="application/jsonp")), (200, dict(body=good + b" " * 60000)), (200, dict(body=good, chunked=True)),
-    (200, dict(body=of(path="/a/../shop//%63art", host="SHOP.example.", clientIp="::1", method="PROPFIND", port=-1, protocol=None))),
-    (200, dict(body=of(path="/shop/\u00e4", host=None, userName="u", authType="Basic", localAddress="x", sslSessionId="s"))),
-]
-for expected, case in cases:
-    status, text = post(**case)
-    answer = json.loads(text) if text[:1] == b"{" else {}
-    if status != expected or (status == 200) != ("action" in answer) or (status != 200) != ("error" in answer):
-        sys.exit("%.200s gave %d %.200s" % (case, status, text))
-PYTHON
-[ "$(pgrep -s "$(parent)")" = "$children" ] || fail "a process ended"
-grep -qE 'exit signal|tav:crit' "$work/error.log" && fail "a process died"
+no_crash
 echo "explain: all as it should be"

@@ -9,22 +9,16 @@ httpd_config event "LoadModule authz_host_module $modules/mod_authz_host.so" 'Ta
 # Something to see: a drained server, one that is stopped, a rule whose text would be markup.
 sed -i -e '/server\/web1",/,/maintenancemode/s/"false"/"affinity"/' -e '/server\/pay2",/,/state/s/STARTED/STOPPED/' \
     -e 's/%badbot%/%<script>%/' "$work/cell/shop.json"
-beside servers python3 -c '
-import http.server, random, sys, threading, time
-class Shop(http.server.BaseHTTPRequestHandler):
-    protocol_version = "HTTP/1.1"
-    def do_GET(self):
-        time.sleep(random.uniform(0.02, 0.3))
-        self.send_response(200)
-        self.send_header("Content-Length", "0")
-        self.end_headers()
-for port in sys.argv[1:]:
-    threading.Thread(target=http.server.ThreadingHTTPServer(("127.0.0.1", int(port)), Shop).serve_forever).start()' "${back[@]:0:3}"
+beside servers env PYTHONPATH="$source/tests/hosts" PYTHONDONTWRITEBYTECODE=1 python3 -c '
+import sys, threading
+from backend import Backend
+servers = [Backend(port, int(port)) for port in sys.argv[1:]]
+threading.Event().wait()' "${back[@]:0:3}"
 start_controller
 start_httpd
 eventually " 200" "$shop"
 for customer in $(seq 12); do
-    while :; do get $([ "$customer" -gt 4 ] || session 1) -H "X-Edition: $((customer % 3)).0" "$shop" >/dev/null || sleep 0.1; done &
+    while :; do get $([ "$customer" -gt 4 ] || session 1) -H "X-Edition: $((customer % 3)).0" "$shop?wait=0.$((RANDOM % 3 + 1))" >/dev/null || sleep 0.1; done &
     started+=($!)
 done
 

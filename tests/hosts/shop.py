@@ -1,5 +1,5 @@
 """The example shop with servers of its own behind a real httpd: its configuration, its clients, and how long one waits for what is to come."""
-import base64, http.client, json, os, socket, ssl, sys, time
+import http.client, json, os, socket, subprocess, sys, time
 
 from backend import Backend
 
@@ -110,17 +110,8 @@ def servers():
 def children():
     """Processes of the httpd: pid to resident KiB."""
     with open(f"{work}/httpd.pid") as file:
-        parent = int(file.read())
-    found = {}
-    for pid in filter(str.isdigit, os.listdir("/proc")):
-        try:
-            with open(f"/proc/{pid}/status") as file:
-                status = dict(line.split(":", 1) for line in file if ":" in line)
-            if int(status["PPid"]) == parent and "VmRSS" in status:
-                found[int(pid)] = int(status["VmRSS"].split()[0])
-        except (OSError, KeyError):
-            pass
-    return found
+        lines = subprocess.check_output(["ps", "-o", "pid=,rss=", "--ppid", file.read().strip()], text=True).splitlines()
+    return {int(pid): int(resident) for pid, resident in map(str.split, lines)}
 
 
 def main(*tests):

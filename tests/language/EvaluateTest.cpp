@@ -39,27 +39,6 @@ TEST_F(EvaluateTest, ComputesOperators) {
     for (const auto &test : cases) EXPECT_EQ(value(test.expression), test.value) << test.expression;
 }
 
-TEST_F(EvaluateTest, TreatsWhatTheHostDoesNotSupplyAsFalse) {
-    request.name = nullptr; // no cell at all
-    for (const char *expression : {"name = '/a'", "name <> '/a'", "name IS NULL", "name IS NOT NULL", "name LIKE '%'", "name IN ('a')",
-                                   "name EQUALSIGNORECASE '/a'", "name LIKEIN ('%')"}) {
-        EXPECT_EQ(value(expression), "FALSE") << expression;
-    }
-    EXPECT_EQ(value("name + 'x'"), "null");
-    EXPECT_EQ(value("name"), "missing");
-}
-
-TEST_F(EvaluateTest, TakesATextTypedAsListForWhatItIs) {
-    for (const char *expression : {"'admins' IN groups(r)", "'admins' LIKEIN groups(r)", "1 IN groups(r)", "groups(r) IS NULL"}) {
-        EXPECT_EQ(value(expression), "FALSE") << expression;
-    }
-    EXPECT_EQ(value("groups(r)"), "'('admins','users')'"); // its text is freed although it is typed as a list, or as a boolean here
-    EXPECT_EQ(value("(groups(r))"), "(list)");
-    request.groups = nullptr;
-    EXPECT_EQ(value("groups(r) IS NULL"), "TRUE");
-    EXPECT_EQ(value("groups(r) IS NOT NULL"), "FALSE");
-}
-
 TEST_F(EvaluateTest, EvaluatesEveryInput) {
     EXPECT_EQ(value("false AND name = 'x' OR true OR name = 'y'"), "TRUE");
     EXPECT_EQ(request.asked, 4 * 2) << "by value, for the truth, by cell and by program";

@@ -2,8 +2,6 @@
 
 namespace {
 
-int validated = 0;
-
 TestRequest *requestOf(EvaluationContext *evalCtx) { return static_cast<TestRequest *>(evaluationContextGetObject(evalCtx)); }
 const char *argumentOf(const Expression *expr, int index) {
     return operandContextGetArgument(reinterpret_cast<const OperandContext *>(expressionGetContext(expr)), index);
@@ -37,11 +35,6 @@ intptr_t *groupsCell(Expression *, EvaluationContext *evalCtx) { return expressi
 intptr_t *levelCell(Expression *, EvaluationContext *) { return expressionCellCreate(9); }
 intptr_t *twofoldCell(Expression *expr, EvaluationContext *) {
     return expressionGetType(expr) == EXPR_INT ? expressionCellCreate(2) : expressionCellCreateText("two");
-}
-
-Boolean countInput(Operand *, Operator *, Expression *) {
-    ++validated;
-    return FALSE;
 }
 
 struct TestOperand {
@@ -78,13 +71,11 @@ bool registerTestOperand(Language *language, const TestOperand &row) {
 
 bool registerLevel(Language *language) {
     SelectableValue *values[] = {selectableValueCreate("low", 1), selectableValueCreate("high", 9)};
-    langRegisterOperand(language, operandCreate("level", 2, values, 0, nullptr, createPlain, nullptr, levelCell, countInput, 1, EXPR_INT));
+    langRegisterOperand(language, operandCreate("level", 2, values, 0, nullptr, createPlain, nullptr, levelCell, nullptr, 1, EXPR_INT));
     return langFindOperand(language, "level") != nullptr;
 }
 
 } // namespace
-
-int validatedInputs() { return validated; }
 
 Language *createTestLanguage() {
     LanguagePtr language(langCreate(nullptr, nullptr));

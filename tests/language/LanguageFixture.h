@@ -19,8 +19,6 @@ struct TestRequest {
 // name STRING, port INT (cells only), groups(realm) LIST (delivers a text cell), echo(text) STRING, pair(left, right) STRING,
 // level INT with the named values low (1) and high (9), twofold STRING or INT. Null without memory.
 Language *createTestLanguage();
-// How often "level" was shown an expression beside it.
-int validatedInputs();
 
 class LanguageTest : public LeakFree {
 protected:

@@ -116,12 +116,4 @@ TEST_F(ParseTest, SplitsAtTheFieldSeparatorOfTheLanguage) {
     }
 }
 
-TEST_F(ParseTest, ShowsOperandsWhatTheyMeet) {
-    const int before = validatedInputs();
-    EXPECT_EQ(Parsed(language.get(), "level BETWEEN 1 AND 5").error(), ""); // its result is ignored
-    EXPECT_EQ(validatedInputs(), before + 2);
-    EXPECT_EQ(Parsed(language.get(), "5 = level").error(), "");
-    EXPECT_EQ(validatedInputs(), before + 2);
-}
-
 } // namespace

@@ -71,24 +71,6 @@ TEST(URIMatcher, WhoWins) {
     }
 }
 
-// A web module is generic by "/GenericApplication" anywhere in its name, and the default work class may not begin it.
-TEST(URIMatcher, WebModuleTargets) {
-    WebModule real{"/cell/c/application/genAppShop", "/"};
-    WebModule generic{"/cell/c/GenericApplication/x", "/"};
-    WebModule fallback{"/GenericApplication/Default_default_host_HTTP_WC", "/"};
-    WebModule begins{"Default_default_host_HTTP_WC/GenericApplication", "/"};
-    Matcher matcher;
-    URIMatcherPut(matcher, "/s/*", &real, TRUE);
-    URIMatcherPut(matcher, "/s/x", &generic, TRUE);
-    EXPECT_EQ(URIMatcherMatch(matcher, "/s/x", nullptr), &generic);
-    EXPECT_EQ(URIMatcherMatch(matcher, "/s/y", nullptr), &real);
-    URIMatcherPut(matcher, "/*", &fallback, TRUE);
-    EXPECT_EQ(URIMatcherMatch(matcher, "/other", nullptr), &fallback);
-    EXPECT_EQ(URIMatcherMatch(matcher, "/s/y", nullptr), &real) << "a catch-all is no generic prefix";
-    URIMatcherPut(matcher, "/*", &begins, TRUE);
-    EXPECT_EQ(URIMatcherMatch(matcher, "/s/y", nullptr), &begins) << "goes into the generic tree";
-}
-
 TEST(URIMatcher, ToleratesNothing) {
     Matcher matcher;
     for (const char *pattern : {static_cast<const char *>(nullptr), "", "**", "/*/*"}) URIMatcherPut(matcher, pattern, text("t"), FALSE);

@@ -35,8 +35,6 @@ std::string state(const VHostMatcher *matcher) {
     return result;
 }
 
-const std::string LONG_HOST(300, 'h');
-
 TEST(VHostMatcher, Pairs) {
     const struct {
         std::vector<Pair> pairs;
@@ -57,18 +55,6 @@ TEST(VHostMatcher, Pairs) {
         EXPECT_EQ(state(group.get()), test.state);
         EXPECT_TRUE(vhostMatcherIsComplete(group.get()));
     }
-}
-
-TEST(VHostMatcher, Selects) {
-    const GroupPtr group(createVHostMatcher(nullptr, "g"));
-    for (const Pair &pair : {Pair{"a", 1}, {"B", -1}, {"*", 2}, {LONG_HOST.c_str(), 9}}) putVHost(group.get(), pair.host, pair.port);
-    const char *const longHost = LONG_HOST.c_str();
-    for (const Pair &pair : {Pair{"a", 1}, {"A", 1}, {"b", 77}, {"b", -1}, {"x", 2}, {nullptr, 2}, {longHost, 9}})
-        EXPECT_TRUE(matchVHost(group.get(), pair.host, pair.port, nullptr)) << tavOrNull(pair.host) << ":" << pair.port;
-    for (const Pair &pair : {Pair{"a", 3}, {"aa", 1}, {nullptr, 1}, {"*", 1}, {longHost, 8}, {"", 1}, {"a", -1}})
-        EXPECT_FALSE(matchVHost(group.get(), pair.host, pair.port, nullptr)) << tavOrNull(pair.host) << ":" << pair.port;
-    putVHost(group.get(), "*", -1);
-    EXPECT_TRUE(matchVHost(group.get(), nullptr, -1, nullptr));
 }
 
 TEST(VHostMatcher, DeletingPairs) {
@@ -107,23 +93,6 @@ TEST(VHostMatcher, TextForms) {
                        R"({"host":"*","port":"4"}]})");
     free(text);
     json_decref(json);
-}
-
-// Patterns that are linked while requests may match go into a changed copy.
-TEST(VHostMatcher, LinkingWhilePublished) {
-    TavRoutingInfo ri;
-    WebModule webModule{"/wm", "/"}, second{"/wm2", "/"};
-    const GroupPtr group(createVHostMatcher(nullptr, "g"));
-    group->ri = &ri;
-    const char *const patterns[] = {"/abc/def/*", "/abc/def/x", nullptr, "bad*bad*"};
-    URIMatcher *original = getURIMatcher(group.get());
-    ASSERT_TRUE(vhostMatcherPutPatterns(group.get(), patterns, 1, &webModule));
-    EXPECT_EQ(getURIMatcher(group.get()), original) << "under construction: in place";
-    ri.published = TRUE;
-    ASSERT_TRUE(vhostMatcherPutPatterns(group.get(), patterns, 4, &second));
-    EXPECT_EQ(matchVHostURI(group.get(), "/abc/def/x", nullptr), &second);
-    EXPECT_EQ(matchVHostURI(group.get(), "/abc/def/y", nullptr), &webModule);
-    EXPECT_EQ(URIMatcherMatch(original, "/abc/def/x", nullptr), &webModule) << "a request that walks the old one sees no change";
 }
 
 // A virtual host by itself, with patterns of its own.

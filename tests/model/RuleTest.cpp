@@ -48,26 +48,11 @@ protected:
 
 // "text > action"; "-": none.
 TEST(ActionTest, TextsBecomeActions) {
-    for (const std::string row : {"permit:shop-edition2.0 > permit 2.0",
-                                  "permit:shop > permit ",
-                                  "permit: > permit ",
-                                  "permit:a-edition1-edition2 > permit 1-edition2",
-                                  "permit:shop-Edition2 > permit ",
-                                  "permitsticky:shop-edition3 > sticky 3",
-                                  "reject:503 > reject 503",
-                                  "reject:404x > reject 404",
-                                  "reject: 404 > reject 404",
-                                  "reject: > reject 0",
-                                  "reject:99999999999 > reject 2147483647",
-                                  "redirect:http://x/y:1 > http://x/y:1",
-                                  "redirect: > ",
-                                  "allow:x > -",
-                                  " > -",
-                                  "permit > -",
-                                  "PERMIT:x > -",
-                                  " permit:x > -",
-                                  "permitsticky > -",
-                                  "reject 503 > -"}) {
+    for (const std::string row :
+         {"permit:shop-edition2.0 > permit 2.0", "permit:shop > permit ", "permit:a-edition1-edition2 > permit 1-edition2",
+          "permit:shop-Edition2 > permit ", "permitsticky:shop-edition3 > sticky 3", "reject:503 > reject 503", "reject:404x > reject 404",
+          "reject: > reject 0", "reject:99999999999 > reject 2147483647", "redirect:http://x/y:1 > http://x/y:1", "redirect: > ",
+          "allow:x > -", "PERMIT:x > -", " permit:x > -", "reject 503 > -"}) {
         const std::string text = row.substr(0, row.find(" > "));
         Action *action;
         EXPECT_TRUE(actionTryCreate(text.c_str(), &action)); // no action is not no memory
@@ -152,19 +137,6 @@ TEST_F(RuleTest, TextsInErrorStayAndNeverMatch) {
     EXPECT_EQ(editionFor(rules, "/a"), "1");
 }
 
-TEST_F(RuleTest, AnyRootThatIsNotZeroMatches) {
-    const std::pair<const char *, bool> cases[] = {
-        {"0", false},           {"1", true},      {"'text'", true},         {"((uri = '/b'))", true}, {"uri = '/a' AND true", true},
-        {"nulloperand", false}, {"false", false}, {"NOT uri = '/a'", false}};
-    for (const auto &[expr, matches] : cases) {
-        RulesPtr rules = makeSet();
-        add(rules, 1, expr, "permit:-edition1");
-        EXPECT_EQ(editionFor(rules, "/a"), matches ? "1" : "-") << expr;
-    }
-    RequestPtr ctx = request("/a");
-    EXPECT_EQ(tavRulesFindMatchingRule(ctx->trContext, nullptr, ctx.get()), nullptr);
-}
-
 TEST_F(RuleTest, ARuleHasOneSetAndPurgingFreesIt) {
     RulesPtr rules = makeSet(), others = makeSet();
     TavRule *a = add(rules, 1, "uri = '/a'", "permit:-editiona");
@@ -200,27 +172,6 @@ TEST_F(RuleTest, MatchesKeepWhatTheyFound) {
     rules.reset();
     EXPECT_STREQ(actionGetEdition(first.entry()->action), "new");
     EXPECT_STREQ(first.entry()->typeString, "WEBROUTEWORKCLASS");
-}
-
-TEST_F(RuleTest, TraceRulesCountTheirSpecification) {
-    RulesPtr rules = makeSet();
-    TrSpec *spec = trSpecCreate(tav->trMgr, ":DEBUG"), *other = trSpecCreate(tav->trMgr, ":INFO");
-    TavRule *rule = add(rules, 1, "uri = '/a'", nullptr);
-    tavRuleSetType(rule, TAVRULETYPE_REQUESTTRACE);
-    for (int i = 0; i < 2; i++) tavRuleSetObject(rule, spec); // the same one again: nothing happens
-    trSpecRefObtain(spec);
-    RequestPtr ctx = request("/a");
-    {
-        TavRuleMatch found = match(rules, ctx);
-        EXPECT_EQ(found.entry()->spec, spec);
-        tavRuleSetObject(rule, trSpecRefObtain(other));
-        EXPECT_EQ(spec->refCount, 2);
-    }
-    EXPECT_EQ(spec->refCount, 1);
-    tavRuleFree(rule);
-    EXPECT_EQ(other->refCount, 1);
-    trSpecRefRelease(spec);
-    trSpecRefRelease(other);
 }
 
 TEST_F(RuleTest, RemovalNeedsNoMemory) {

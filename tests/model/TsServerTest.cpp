@@ -67,20 +67,6 @@ TEST_F(SelectorTest, ServerApplicationSelectabilityByStateInAnyCase) {
     }
 }
 
-TEST_F(SelectorTest, TheLastServerOfACloneIdIsFoundUntilItIsDeleted) {
-    Back &a = back("a", "c1");
-    Back &b = back("b", "c1");
-    EXPECT_TRUE(tsServerSetPropStr(b.server, "id", "c2")); // the first one stays
-    tsServerDelete(a.server);
-    auto ctx = request("s:c1");
-    EXPECT_EQ(selectName(*ctx), "b");
-    tsServerDelete(b.server); // gone from the map at once, though the request holds it
-    auto late = request("s:c1");
-    EXPECT_EQ(selectName(*late), "-");
-    EXPECT_TRUE(brokeAffinity(late));
-    EXPECT_STREQ(tavTargetEndpointGetCloneId(ctx->targetEndpoint), "c1");
-}
-
 TEST_F(SelectorTest, ConnectorHearsOncePerChangeAndAfterTheLastRequest) {
     Back &b = back("a");
     const std::string plus = "+" + b.path, minus = "-" + b.path;

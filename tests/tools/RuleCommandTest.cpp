@@ -24,8 +24,6 @@ TEST(RuleCommand, parsesAndEvaluates) {
          R"({"parses":false,"value":null,"message":"Literal has no terminating character.","position":10,"indicator":"         ^"})"},
         {{"uri LIKE"},
          R"({"parses":false,"value":null,"message":"tavRule: Internal Error - no expression created.","position":0,"indicator":"^"})"},
-        {{""},
-         R"({"parses":false,"value":null,"message":"tavRule: Internal Error - no expression created.","position":0,"indicator":"^"})"},
     };
     for (const auto &[args, json] : cases) {
         const ToolRun run = runTool(Arguments{"rule", "--json"} + args);

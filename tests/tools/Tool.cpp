@@ -1,73 +1,27 @@
 #include "Tool.h"
 
 #include <gtest/gtest.h>
-#include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <memory>
+#include <regex>
 #include <sstream>
-
-extern char **environ;
-
-namespace {
-
-struct FileCloser {
-    void operator()(FILE *file) const noexcept { fclose(file); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
-
-// Unnamed files instead of pipes: nothing can block however much is written.
-File scratch(const std::string &text = "") {
-    File file(tmpfile());
-    if (!file) throw std::runtime_error("no scratch file");
-    fwrite(text.data(), 1, text.size(), file.get());
-    rewind(file.get());
-    return file;
-}
-
-std::string contents(const File &file) {
-    std::string text;
-    rewind(file.get());
-    char buffer[4096];
-    while (size_t count = fread(buffer, 1, sizeof buffer, file.get())) text.append(buffer, count);
-    return text;
-}
-
-std::vector<char *> argumentsOf(const Arguments &args) {
-    std::vector<char *> argv = {const_cast<char *>("tavctl")};
-    for (const std::string &arg : args) argv.push_back(const_cast<char *>(arg.c_str()));
-    argv.push_back(nullptr);
-    return argv;
-}
-
-} // namespace
 
 Arguments operator+(Arguments before, const Arguments &args) {
     before.insert(before.end(), args.begin(), args.end());
     return before;
 }
 
+// Files instead of pipes: nothing can block however much is written.
 ToolRun runTool(const Arguments &args, const std::string &input) {
-    const File in = scratch(input), out = scratch(), err = scratch();
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addchdir_np(&actions, TOOLS_TEST_DIR "/data");
-    posix_spawn_file_actions_adddup2(&actions, fileno(in.get()), STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, fileno(out.get()), STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, fileno(err.get()), STDERR_FILENO);
-    const std::vector<char *> argv = argumentsOf(args);
-    pid_t child = 0;
-    const int error = posix_spawn(&child, TAVCTL, &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (error != 0) throw std::runtime_error("tavctl cannot be started");
-    int status = 0;
-    waitpid(child, &status, 0);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contents(out), contents(err)};
+    const ScratchFile in("in", input);
+    std::string command = "cd '" TOOLS_TEST_DIR "/data' && exec '" TAVCTL "'";
+    for (const std::string &arg : args) command += " '" + std::regex_replace(arg, std::regex("'"), R"('\'')") + "'";
+    command += " <" + in.path() + " >" + in.path() + ".out 2>" + in.path() + ".err";
+    const int status = system(command.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readText(in.path() + ".out"), readText(in.path() + ".err")};
 }
 
 ScratchFile::ScratchFile(const std::string &name, const std::string &text) {
