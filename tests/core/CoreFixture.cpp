@@ -48,13 +48,9 @@ CoreFixture::CoreFixture() : env(systemCallBacks()) { env.trace.printf = keepTra
 CoreFixture::~CoreFixture() = default;
 
 void CoreFixture::SetUp() {
-    static char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
     trDestroy(); // what other instances left behind
     ownersBefore = tavGetMemCount();
-    tav = tavCreate(&env, nullptr, catalogue);
-    ASSERT_NE(tav, nullptr);
-    group = tavConnectorGroupCreate(tav, "g");
-    connector = tavConnectorCreate(group, url.c_str());
+    static_cast<SystemParts &>(*this) = systemCreate(env, url);
     ASSERT_EQ(tavStart(tav, -1), 0);
     takeTrace();
 }

@@ -13,7 +13,7 @@
 #include "tavDocument/tavDocument.h"
 #include "tavUtil/tavTime.h"
 
-class CoreFixture : public testing::Test {
+class CoreFixture : public testing::Test, protected SystemParts {
 protected:
     CoreFixture();
     ~CoreFixture() override;
@@ -25,9 +25,6 @@ protected:
     // Callbacks and URL may be changed here before SetUp() creates the instance.
     EnvCallBacks env;
     std::string url = "http://127.0.0.1:1"; // of the connector
-    Tav *tav = nullptr;
-    TavConnectorGroup *group = nullptr;
-    TavConnector *connector = nullptr;
 
     long long give(const std::string &document) { return tavHandleJsonFromRestService(document.c_str(), connector); }
     // The dump of mapper and selector (without what a rebuild starts anew), as text with sorted keys.

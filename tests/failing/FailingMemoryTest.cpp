@@ -136,8 +136,7 @@ TEST(FailingCreation, GivesNothingAndKeepsNothing) {
     const int threads = systemThreads();
     failing::arm(-1, 0);
     EnvCallBacks env = systemCallBacks();
-    static char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
-    Tav *whole = tavCreate(&env, nullptr, catalogue);
+    Tav *whole = tavCreate(&env, nullptr, systemCatalogue);
     const long total = failing::disarm();
     tavDestroy(whole);
     ASSERT_TRUE(systemThreadsBackTo(threads));
@@ -146,7 +145,7 @@ TEST(FailingCreation, GivesNothingAndKeepsNothing) {
     for (const long length : LENGTHS) {
         for (long first = 0, stride = total / MOST_RUNS + 1; first < total; first += stride) {
             failing::arm(first, length);
-            Tav *tav = tavCreate(&env, nullptr, catalogue);
+            Tav *tav = tavCreate(&env, nullptr, systemCatalogue);
             failing::disarm();
             if (tav) {
                 created++;
