@@ -69,7 +69,7 @@ protected:
     void SetUp() override {
         RecordingTransport::SetUp();
         expectPoll("1");
-        EXPECT_TRUE(controller.reported(1));
+        EXPECT_TRUE(eventually([this] { return !controller.reports().empty(); }));
         for (std::thread &visitor : visitors)
             visitor = std::thread([this] {
                 for (; !ended; visits++) misses += shop::serverFor(tav, "/shop/cart").empty();

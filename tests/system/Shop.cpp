@@ -93,6 +93,23 @@ std::string Decision::text() const {
            " server=" + server + " cluster=" + cluster + " at " + host + ":" + std::to_string(port);
 }
 
+// A name's last number is the generation; -1 without one.
+static int generationOf(const std::string &name) {
+    const size_t end = name.find_last_of("0123456789"), before = name.find_last_not_of("0123456789", end);
+    return end == std::string::npos ? -1 : atoi(name.c_str() + (before == std::string::npos ? 0 : before + 1));
+}
+
+int Decision::generation() const {
+    int common = -1;
+    for (const std::string *name : {&edition, &application, &module, &group, &server, &cluster, &redirect}) {
+        const int own = generationOf(*name);
+        if (own < 0 || own == common) continue;
+        if (common >= 0) return -2;
+        common = own;
+    }
+    return common;
+}
+
 EnvHttpContext request(const std::string &path) {
     EnvHttpContext request;
     request.host = "shop.example.com";

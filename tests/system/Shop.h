@@ -48,6 +48,8 @@ struct Decision {
     std::string server, cluster, host; // of the endpoint; empty without one
     int port = 0;
     std::string text() const; // all of it on one line
+    // The generation that everything in it is of; -1 when nothing tells one, -2 when not all is of the same.
+    int generation() const;
 };
 
 // Decides for the request and ends it, with no report of progress in between.
