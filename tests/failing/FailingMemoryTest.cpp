@@ -202,8 +202,8 @@ TEST_F(FailingMemory, DeltaWithRebuild) {
 
 TEST_F(FailingMemory, PairAddedInPlace) {
     failGiving(shop::delta(1, 2,
-                           shop::pair("add", "vHostGroup:webModule", shop::GROUP, "/cell/c/application/shop-editionB@/webModule/beta@") +
-                               ", " + shop::objects("set", shop::entry(shop::S2 + "/transport/http", "transport", "'host': 'moved'"))),
+                           shop::changes().back().first + ", " +
+                               shop::objects("set", shop::entry(shop::S2 + "/transport/http", "transport", "'host': 'moved'"))),
                true);
 }
 

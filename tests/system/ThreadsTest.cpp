@@ -80,41 +80,6 @@ struct Visitor {
 
 // ---- configuration ----
 
-// One of these is a delta of the current generation; many do nothing because an earlier one was there first.
-std::string entryDelta(std::mt19937 &random) {
-    const auto pick = [&](unsigned n) { return static_cast<unsigned>(random() % n); };
-    const auto either = [&](const char *one, const char *other) { return pick(2) ? one : other; };
-    using namespace shop;
-    const std::string server = pick(2) ? S1 : S2, rule = WORK_CLASS + "/rule/" + either("1", "7"),
-                      sapp = S2 + "/serverApplication/shop-edition@";
-    const auto set = [](const std::string &name, const char *type, const std::string &props) {
-        return objects("set", entry(name, type, props));
-    };
-    const std::string operations[] = {
-        set(server, "server", pick(3) ? "'state': 'STARTED'" : "'state': 'STOPPED'"),
-        set(server, "server", "'weight': " + std::to_string(pick(4)) + ", 'maxConnections': 50"),
-        set(server, "server", either("'server.maintenancemode': 'break'", "'server.maintenancemode': 'false'")),
-        set(NODE, "node", either("'cp.node.maintenancemode': 'true'", "'cp.node.maintenancemode': 'false'")),
-        pair(either("add", "del"), "cluster:server", pick(2) ? CLUSTER : OTHER_CLUSTER, server),
-        pair(either("add", "del"), "server:webModule", server, STORE),
-        pair(either("add", "del"), "server:healthPolicy", server, "/cell/c/healthPolicy/slow"),
-        set(server + "/transport/http", "transport",
-            "'host': 'h" + std::to_string(pick(9)) + "-@', 'port': " + std::to_string(9000 + pick(9))),
-        pair(pick(3) ? "add" : "del", "vHostGroup:webModule", GROUP, "/cell/c/application/shop-editionB@/webModule/beta@"),
-        set(sapp, "serverApplication", either("'state': 'STARTED'", "'state': 'QUIESCED'")),
-        objects(either("del", "add"), entry(sapp, "serverApplication", "'state': 'STARTED'")),
-        set(rule, "rule", either("'action': 'redirect:http://new/@'", "'expression': 'uri LIKE `/shop/ol%` AND port > 1'")),
-        objects(either("add", "del"), entry(rule, "rule", "'expression': 'uri = `/shop/cart`', 'action': 'permit:shop-edition@'")),
-        set(CELL, "cell",
-            either("'cp.DefaultRequestTraceSpec': ':NOTICE,http.request:INFO', 'cp.MaxHttpContextPoolSize': '2'",
-                   "'cp.DefaultRequestTraceSpec': null, 'cp.TrustedProxyList': '127.0.0.1:10.0.0.9'")),
-        objects(either("del", "add"), entry(S1 + "/ruleSet/trace/rule/1", "rule", "'expression': 'port = 80', 'action': ':INFO'")),
-        objects(either("del", "add"), entry("/cell/c/cluster/brief@", "cluster")),
-        set("/cell/c/healthPolicy/slow", "healthPolicy", "'threshold': " + std::to_string(pick(3))),
-    };
-    return operations[pick(std::size(operations))];
-}
-
 // One change: mostly a delta in place, now and then a rebuild, another generation, a server that goes and comes.
 struct Operator {
     explicit Operator(const SystemInstance &its, unsigned seed) : instance(its), random(seed) {}
@@ -147,7 +112,9 @@ struct Operator {
         if (number % 40 == 39) return replaceAll();
         if (number % 25 == 24) return rebuild();
         if (number % 30 == 29) return removeServer();
-        give(entryDelta(random));
+        // Many do nothing because another was there first.
+        const shop::Change &change = shop::changes()[random() % shop::changes().size()];
+        give(random() % 2 ? change.first : change.second);
         if (number % 10 == 9) systemAnswerReports();
     }
 };
