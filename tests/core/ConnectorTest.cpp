@@ -234,24 +234,6 @@ TEST_F(Connector, NoRoutesForABrindleGroupOrFromTheDaemonItself) {
     EXPECT_EQ(sent.size(), before + 2);
 }
 
-TEST_F(Connector, AWorkerReportsToItsDaemon) {
-    answer(200, "{\"version\": 1}");
-    const size_t before = sent.size();
-    tav->processType = ClientProcess;
-    json_t *json = json_pack("{s:[s]}", "addRoutes", "/a");
-    tavConnectorRequestSend(connector, RRT_ROUTE_CHANGE, json);
-    // There is no connection to a daemon here, but the document was made ready for it.
-    EXPECT_STREQ(json_string_value(json_object_get(json, "connectorGroupName")), "g");
-    EXPECT_STREQ(json_string_value(json_object_get(json, "connectorURL")), kUrl.c_str());
-    json_decref(json);
-    EXPECT_EQ(sent.size(), before);
-    // Connectors of a worker are never run, and report all the same.
-    TavConnector *idle = tavConnectorCreate(group, "http://127.0.0.1:9");
-    EXPECT_FALSE(tavConnectorIsStopped(idle));
-    tav->processType = StandaloneProcess;
-    EXPECT_TRUE(tavConnectorIsStopped(idle));
-}
-
 TEST_F(Connector, AHostThatAnswersInsideItsCallIsAnsweredLater) {
     hostility = ANSWERS_INSIDE;
     answer(200, "{\"version\": 1}"); // the poll that follows is answered before it is sent

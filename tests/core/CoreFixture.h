@@ -29,7 +29,7 @@ protected:
     long long give(const std::string &document) { return tavHandleJsonFromRestService(document.c_str(), connector); }
     // The dump of mapper and selector (without what a rebuild starts anew), as text with sorted keys.
     std::string dump();
-    // The stored document, as text with sorted keys and without the places of deleted elements; "" when there is none.
+    // The stored document, as text with sorted keys; "" when there is none.
     std::string storedText() const;
 
     // A property of the instance or, when it knows none of that name, of the host (`value` is then kept as it is).

@@ -188,10 +188,13 @@ TEST_F(Document, CellAndOwnServerSetTheInstance) {
     take(objects("set", entry("/cell/c", "cell", "'cp.MaxRequestsPerDaemon': '4', 'other': 'x'")));
     EXPECT_EQ(tav->maxRequestsPerDaemon, 4);
     EXPECT_THAT(takeTrace(), HasSubstr("tavCellSetPropStr: other is not a supported custom property, ignoring it..."));
-    take(objects("set", entry(S1, "server", "'cp.sf.MaxRequestsPerDaemon': '9'")));
+    take(objects("set", entry(S1, "server", "'cp.sf.maxrequestsperdaemon': '9', 'cp.sf.unknown': '1'")));
     EXPECT_EQ(tav->maxRequestsPerDaemon, 9);
+    take(objects("set", entry("/cell/c", "cell", "'cp.MaxRequestsPerDaemon': '6'")));
+    EXPECT_EQ(tav->maxRequestsPerDaemon, 9) << "the server's value takes precedence";
+    EXPECT_THAT(takeTrace(), HasSubstr("tavSetProperty name='MaxRequestsPerDaemon', value='6'\n"));
     take(objects("set", entry(S1, "server", "'cp.sf.MaxRequestsPerDaemon': null")));
-    EXPECT_EQ(tav->maxRequestsPerDaemon, 4) << "the cell's value is back";
+    EXPECT_EQ(tav->maxRequestsPerDaemon, 6) << "the cell's value is back";
     take(objects("set", entry("/cell/c", "cell", "'cp.MaxHttpContextPoolSize': null")));
     EXPECT_EQ(tav->maxHttpContextPoolSize, -1);
 }

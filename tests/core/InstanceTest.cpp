@@ -94,23 +94,6 @@ TEST_F(Instance, PropertiesTakeEffect) {
     EXPECT_EQ(tav->customPropDefaultRequestTraceSpec, nullptr);
 }
 
-TEST_F(Instance, ServerCustomPropertyOverridesAndRestores) {
-    TavProperties *props = tavGetProperties(tav);
-    tavPropertySet(props, "MaxRequestsPerDaemon", "5", TRUE);
-    EXPECT_TRUE(tavSetServerCustomProperty(tav, "cp.sf.maxrequestsperdaemon", "9"));
-    EXPECT_EQ(tav->maxRequestsPerDaemon, 9);
-    traceOn();
-    tavPropertySet(props, "MaxRequestsPerDaemon", "6", TRUE);
-    EXPECT_EQ(tav->maxRequestsPerDaemon, 9) << "the server's value takes precedence";
-    EXPECT_THAT(takeTrace(), testing::HasSubstr("tavSetProperty name='MaxRequestsPerDaemon', value='6'\n"));
-    EXPECT_TRUE(tavSetServerCustomProperty(tav, "cp.sf.MaxRequestsPerDaemon", nullptr));
-    EXPECT_EQ(tav->maxRequestsPerDaemon, 6) << "the instance's own value is back";
-    EXPECT_FALSE(tavSetServerCustomProperty(tav, "cp.sf.unknown", "1"));
-
-    tavSetServerCustomProperty(tav, "cp.sf.enableEndpointSelectionBasedOnMatchedVHost", "true");
-    EXPECT_TRUE(tavSelectsEndpointByVHost(tav));
-}
-
 TEST_F(Instance, TrustedProxies) {
     tavPropertySet(tavGetProperties(tav), "TrustedProxyList", "10.0.0.1::10.0.0.2:10.0.0.1", TRUE);
     EXPECT_EQ(tavListGetCount(tav->trustedProxyList), 2);

@@ -160,13 +160,26 @@ TEST(FailingCreation, GivesNothingAndKeepsNothing) {
 
 TEST_F(FailingMemory, CompleteDocument) { failGiving(shop::document(2, 2)); }
 
-TEST_F(FailingMemory, DeltaInPlace) {
-    const std::string text = shop::delta(
-        1, 2,
-        shop::objects("add", shop::entry(shop::NODE + "/server/s3", "server", "'weight': 3, 'id': 'clone3', 'state': 'STARTED'")) + ", " +
-            shop::objects("set", shop::entry(shop::S1 + "/transport/http", "transport", "'host': 'moved', 'port': 1") + ", " +
-                                     shop::entry(shop::WORK_CLASS + "/rule/1", "rule", "'action': 'redirect:http://other/'")));
-    failGiving(text, true);
+TEST_F(FailingMemory, Deltas) {
+    using namespace shop;
+    const std::string moved = entry(S2 + "/transport/http", "transport", "'host': 'moved', 'port': 1");
+    const struct {
+        const char *name;
+        bool inPlace;
+        std::string operations;
+    } rows[] = {
+        {"objects", true,
+         objects("add", entry(NODE + "/server/s3", "server", "'weight': 3, 'id': 'clone3', 'state': 'STARTED'")) + ", " +
+             objects("set", moved + ", " + entry(WORK_CLASS + "/rule/1", "rule", "'action': 'redirect:http://other/'"))},
+        {"pair", true, changes().back().first + ", " + objects("set", moved)},
+        {"rebuild", false,
+         pair("del", "vHostGroup:webModule", GROUP, CONSOLE) + ", " + objects("set", entry(APPLICATION, "application", "'edition': 'C@'"))},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        failGiving(delta(1, 2, row.operations), row.inPlace);
+        if (HasFatalFailure()) return;
+    }
 }
 
 // A worker has the whole sequence or none of it; where it lacks memory it begins anew, and then it has it.
@@ -192,19 +205,6 @@ TEST_F(FailingMemory, WhatTheDaemonSends) {
     reset = [&] { return hear(documents[0]); };
     ASSERT_TRUE(reset());
     failEverywhere([&] { return hear(documents[1]); });
-}
-
-TEST_F(FailingMemory, DeltaWithRebuild) {
-    failGiving(shop::delta(1, 2,
-                           shop::pair("del", "vHostGroup:webModule", shop::GROUP, shop::CONSOLE) + ", " +
-                               shop::objects("set", shop::entry(shop::APPLICATION, "application", "'edition': 'C@'"))));
-}
-
-TEST_F(FailingMemory, PairAddedInPlace) {
-    failGiving(shop::delta(1, 2,
-                           shop::changes().back().first + ", " +
-                               shop::objects("set", shop::entry(shop::S2 + "/transport/http", "transport", "'host': 'moved'"))),
-               true);
 }
 
 TEST_F(FailingMemory, Dump) {
