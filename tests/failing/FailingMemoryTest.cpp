@@ -7,6 +7,7 @@
 #include <climits>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "failing/FailingAllocations.h"
@@ -76,9 +77,10 @@ protected:
     // `enough`.
     long blocksAtRest(long enough) const {
         long fewest = LONG_MAX;
-        for (int i = 0; i < 20 && fewest > enough; i++) {
-            instance.settle();
+        instance.settle();
+        for (int turn = 0; turn < 2000 && fewest > enough; turn++) {
             fewest = std::min(fewest, blocksNow());
+            std::this_thread::yield();
         }
         return fewest;
     }
