@@ -1,6 +1,8 @@
 // Polling, failover, back-off and reports, with the controller under the test's command.
 #include <gmock/gmock.h>
 
+#include <cstring>
+
 #include "base/FailEachAllocation.h"
 #include "core/RecordingTransport.h"
 #include "tav/tavControl.h"
@@ -350,9 +352,9 @@ TEST_F(Connector, NextConnectorTakesTurns) {
 }
 
 TEST_F(Connector, Properties) {
-    for (const char *known : {"MAXRETRIES", "maxWaitOffset", "enableRoutingToAdminConsole", "uri", "profileType"})
-        EXPECT_TRUE(tavConnectorGroupSetProperty(group, known, strcmp(known, "uri") ? "3" : nullptr)) << known;
-    for (const char *unknown : {"maxRetries ", "waitTime"}) EXPECT_FALSE(tavConnectorGroupSetProperty(group, unknown, "1")) << unknown;
+    for (const char *name : {"MAXRETRIES", "maxWaitOffset", "enableRoutingToAdminConsole", "profileType", "maxRetries ", "waitTime"})
+        EXPECT_EQ(tavConnectorGroupSetProperty(group, name, "3"), strcmp(name, "maxRetries ") && strcmp(name, "waitTime")) << name;
+    EXPECT_TRUE(tavConnectorGroupSetProperty(group, "uri", nullptr)) << "known, and nothing changes";
     EXPECT_EQ(tavConnectorGroupGetMaxRetries(group), 3);
     EXPECT_FALSE(tavConnectorGroupIsBrindle(group));
     tavConnectorGroupSetURI(group, "/x/kel/api/dynamicRouting/y");

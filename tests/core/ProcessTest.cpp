@@ -112,17 +112,17 @@ TEST_F(Processes, AWorkerThatDoesNotReadDelaysNobodyAndMissesNothing) {
     ASSERT_TRUE(eventually([&] { return clients() == 2; }));
     // The worker's own group never runs.
     ASSERT_TRUE(eventually([&] { return groupOf(worker) == groupOf(tav) && groupOf(tav).find("STARTING") != std::string::npos; }));
-    int version = 10;
-    while (++version <= 14) {
+    constexpr int LAST = 14;
+    for (int version = LAST - 3; version <= LAST; version++) {
         std::string document = shop::document(version, version);
         document.insert(document.rfind('}'), ", \"padding\": \"" + std::string(500000, 'x') + "\"");
         ASSERT_EQ(give(document), version);
         ASSERT_TRUE(workerHas(version)) << "the other one is served";
     }
-    EXPECT_EQ(tavGetConfigVersion(worker), --version);
+    EXPECT_TRUE(eventually([&] { return tavGetConfigVersion(worker) == LAST; }));
     // What was sent, message by message; control states come in between.
     std::string body, order;
-    for (int seen = 0; seen < version;) {
+    for (int seen = 0; seen < LAST;) {
         const int type = nextFrame(slow, body);
         ASSERT_NE(type, -1) << order;
         if (type == MT_S2C_SET_CONTROL_STATE) continue;
