@@ -73,6 +73,7 @@ TEST_F(Document, VersionMembers) {
     EXPECT_EQ(connector->restVersion, -3);
     EXPECT_EQ(give(R"({"version": "7"})"), 0) << "not an integer";
     EXPECT_EQ(connector->restVersion, -1);
+    ASSERT_EQ(give(kSite), 5);
     EXPECT_EQ(give(R"({"version": 1, "version": 8589934592, "delta": 1})"), 8589934592)
         << "only a true delta is one; the last of a name counts";
     EXPECT_EQ(object(S1), nullptr);
