@@ -342,15 +342,6 @@ TEST_F(Connector, GroupsComeAndGoWhileTheInstanceRuns) {
     tav = nullptr;
 }
 
-TEST_F(Connector, NextConnectorTakesTurns) {
-    TavConnector *all[] = {connector, tavConnectorCreate(group, kSecond.c_str()), tavConnectorCreate(group, "http://127.0.0.1:3")};
-    TavControlScope control("test");
-    for (int i = 1; i <= 6; i++) EXPECT_EQ(tavConnectorGroupGetNextConnectorToTry(group), all[i % 3]);
-    group->curConnector = nullptr;
-    EXPECT_THAT(all, testing::Contains(tavConnectorGroupGetNextConnectorToTry(group)));
-    group->curConnector = connector;
-}
-
 TEST_F(Connector, Properties) {
     for (const char *name : {"MAXRETRIES", "maxWaitOffset", "enableRoutingToAdminConsole", "profileType", "maxRetries ", "waitTime"})
         EXPECT_EQ(tavConnectorGroupSetProperty(group, name, "3"), strcmp(name, "maxRetries ") && strcmp(name, "waitTime")) << name;
