@@ -85,8 +85,8 @@ TEST_F(Health, ReachingTriggersAndFallingBelowUntriggers) {
         TavTime average;
         int timeouts;
         std::vector<std::string> reports;
-    } samples[] = {{499, 100, {}}, {500, 0, {kTriggered}},   {500, 0, {}},          {kNone, 0, {}}, {499, 0, {kUntriggered}},
-                   {499, 0, {}},   {70000, 0, {kTriggered}}, {0, 0, {kUntriggered}}};
+    } samples[] = {{kNone, 100, {}},         {499, 100, {}}, {500, 0, {kTriggered}},   {500, 0, {}},          {kNone, 0, {}},
+                   {499, 0, {kUntriggered}}, {499, 0, {}},   {70000, 0, {kTriggered}}, {0, 0, {kUntriggered}}};
     for (const auto &s : samples) {
         sample(s.average, s.timeouts);
         EXPECT_EQ(takeReports(), s.reports) << s.average;

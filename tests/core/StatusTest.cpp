@@ -113,6 +113,7 @@ TEST_F(Status, TellsWhyAServerGetsNothing) {
         EXPECT_EQ(at(web1 + "selectable"), row.reason.empty() ? "true" : "false");
         EXPECT_EQ(at(web1 + "reason"), row.reason.empty() ? "-" : "\"" + row.reason + "\"");
         EXPECT_EQ(at(edition + "servers 0 reason"), at(web1 + "reason"));
+        EXPECT_EQ(at(edition + "servers 0 selectable"), at(web1 + "selectable"));
         EXPECT_EQ(at("version"), std::to_string(tavGetConfigVersion(tav)));
     }
 }
