@@ -2,9 +2,7 @@
 
 #include <unistd.h>
 
-#include <atomic>
 #include <memory>
-#include <thread>
 
 #include "FuzzTarget.h"
 #include "support/Ipc.h"
@@ -45,18 +43,9 @@ void FuzzShop::drop() {
     FuzzProcess::drop();
 }
 
-// What the document replaced is freed on the instance's own thread: targets that count blocks start after that.
-void FuzzShop::settle() {
-    std::atomic<bool> reached{false};
-    tavProcessAsync(
-        tav, &reached, [](Tav *, void *mark) { static_cast<std::atomic<bool> *>(mark)->store(true); }, nullptr);
-    while (!reached) std::this_thread::yield();
-}
-
 void FuzzShop::reset() {
     FUZZ_CHECK(give(shop::document(1)) == 1);
-    systemAnswerReports();
-    settle();
+    settle(); // what the document replaced is freed on the instance's own thread
 }
 
 // ---- processes ----

@@ -17,7 +17,6 @@ public:
 
 private:
     FuzzShop();
-    void settle();
 };
 
 // What a worker process and its daemon say to each other, cut out of an input: raw bytes after an "R", else frames that choices put

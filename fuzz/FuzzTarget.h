@@ -11,6 +11,9 @@
 #include <string>
 #include <vector>
 
+#include "tavUtil/tavMemory.h"
+#include "tr/tr.h"
+
 #ifdef TAV_FUZZ_ENTRY
 #define FUZZ_ENTRY(target) \
     extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) { return target(data, size); }
@@ -29,6 +32,22 @@
             std::abort();                                                                       \
         }                                                                                       \
     } while (0)
+
+// Gives back what it takes: as many blocks are in use at its end as at its beginning.
+class FuzzBalance {
+public:
+    FuzzBalance() : before_(count()) {}
+    ~FuzzBalance() { FUZZ_CHECK(count() == before_); }
+    FuzzBalance(const FuzzBalance &) = delete;
+    FuzzBalance &operator=(const FuzzBalance &) = delete;
+
+private:
+    static int count() {
+        trPurgeDeathRow();
+        return tavGetMemCount();
+    }
+    const int before_;
+};
 
 // The texts that stand between separators.
 inline std::vector<std::string> fuzzPieces(const std::string &text, char separator) {

@@ -1,8 +1,6 @@
 // What a worker sends to the daemon, over its socket. The daemon ends that connection and no other, and forgets what the worker told.
 #include <unistd.h>
 
-#include <thread>
-
 #include "FuzzShop.h"
 #include "FuzzTarget.h"
 #include "support/Ipc.h"
@@ -39,15 +37,6 @@ void forget(const FuzzProcess &daemon) {
     daemon.settle();
 }
 
-// The instance's own thread frees its last work after it was done.
-bool comesBackTo(int count) {
-    for (int i = 0; i < 1000000; i++) {
-        if (tavGetMemCount() <= count) return true;
-        std::this_thread::yield();
-    }
-    return false;
-}
-
 } // namespace
 
 FUZZ_TARGET(fuzz_daemonFrames) {
@@ -59,6 +48,6 @@ FUZZ_TARGET(fuzz_daemonFrames) {
     say(fuzzFrames(input));
     FUZZ_CHECK(tavServerProcessGetClientCount(daemon.tav->serverProcess) == 0);
     forget(daemon);
-    FUZZ_CHECK(comesBackTo(before));
+    FUZZ_CHECK(systemBlocksBackTo(before));
     return 0;
 }

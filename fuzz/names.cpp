@@ -5,7 +5,6 @@
 #include "FuzzTarget.h"
 #include "tavLibUtil/tavObjectName.h"
 #include "tavUrl/tavUrl.h"
-#include "tavUtil/tavMemory.h"
 #include "tavUtil/tavString.h"
 
 namespace {
@@ -53,11 +52,10 @@ void checkSplit(const std::string &text, const std::string &separator) {
 FUZZ_TARGET(fuzz_names) {
     FuzzInput input(data, size);
     const std::string text = input.line(), separator = input.line();
-    const int before = tavGetMemCount();
+    const FuzzBalance balance;
     checkUrl(text);
     checkName(text);
     checkSplit(text, separator.c_str());
     tavParseInt(text.c_str());
-    FUZZ_CHECK(tavGetMemCount() == before);
     return 0;
 }

@@ -5,7 +5,6 @@
 #include "FuzzTarget.h"
 #include "URIMatcher/URIMatcher.h"
 #include "matching/NaiveMatcher.h"
-#include "tavUtil/tavMemory.h"
 
 namespace {
 
@@ -47,28 +46,25 @@ std::vector<std::string> readLines(FuzzInput &input) {
 } // namespace
 
 FUZZ_TARGET(fuzz_uriPatterns) {
-    const int before = tavGetMemCount();
-    {
-        FuzzInput input(data, size);
-        const std::vector<std::string> patterns = readLines(input);
-        std::vector<std::string> paths = readLines(input);
-        paths.insert(paths.end(), patterns.begin(), patterns.end());
-        Twins twins;
-        for (const std::string &pattern : patterns) twins.put(pattern);
-        twins.compare(twins.matcher, paths);
-        FUZZ_CHECK(URIMatcherSeal(twins.matcher));
-        twins.compare(twins.matcher, paths);
-        URIMatcher *clone = URIMatcherClone(twins.matcher);
-        twins.compare(clone, paths);
-        URIMatcherDelete(clone);
-        for (const std::string &path : paths) twins.put(path);
-        twins.compare(twins.matcher, paths);
-        std::string dump(URIMatcherInfoLength(twins.matcher) + 1, '\1');
-        dump[0] = '\0';
-        URIMatcherAddInfo(twins.matcher, dump.data());
-        FUZZ_CHECK(dump.find('\0') == dump.size() - 1);
-        URIMatcherDelete(twins.matcher);
-    }
-    FUZZ_CHECK(tavGetMemCount() == before);
+    const FuzzBalance balance;
+    FuzzInput input(data, size);
+    const std::vector<std::string> patterns = readLines(input);
+    std::vector<std::string> paths = readLines(input);
+    paths.insert(paths.end(), patterns.begin(), patterns.end());
+    Twins twins;
+    for (const std::string &pattern : patterns) twins.put(pattern);
+    twins.compare(twins.matcher, paths);
+    FUZZ_CHECK(URIMatcherSeal(twins.matcher));
+    twins.compare(twins.matcher, paths);
+    URIMatcher *clone = URIMatcherClone(twins.matcher);
+    twins.compare(clone, paths);
+    URIMatcherDelete(clone);
+    for (const std::string &path : paths) twins.put(path);
+    twins.compare(twins.matcher, paths);
+    std::string dump(URIMatcherInfoLength(twins.matcher) + 1, '\1');
+    dump[0] = '\0';
+    URIMatcherAddInfo(twins.matcher, dump.data());
+    FUZZ_CHECK(dump.find('\0') == dump.size() - 1);
+    URIMatcherDelete(twins.matcher);
     return 0;
 }

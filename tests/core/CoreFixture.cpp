@@ -24,23 +24,6 @@ int keepTrace(const TrContext *ctx, va_list args) {
 
 int ownersBefore;
 
-// A copy without the nulls that deleted elements leave in arrays.
-json_t *withoutHoles(json_t *json) {
-    if (json_is_array(json)) {
-        json_t *copy = json_array();
-        for (size_t i = 0; i < json_array_size(json); i++) {
-            json_t *element = json_array_get(json, i);
-            if (!json_is_null(element)) json_array_append_new(copy, withoutHoles(element));
-        }
-        return copy;
-    }
-    if (!json_is_object(json)) return json_incref(json);
-    json_t *copy = json_object();
-    for (void *it = json_object_iter(json); it; it = json_object_iter_next(json, it))
-        json_object_set_new(copy, json_object_iter_key(it), withoutHoles(json_object_iter_value(it)));
-    return copy;
-}
-
 } // namespace
 
 CoreFixture::CoreFixture() : env(systemCallBacks()) { env.trace.printf = keepTrace; }
@@ -48,13 +31,9 @@ CoreFixture::CoreFixture() : env(systemCallBacks()) { env.trace.printf = keepTra
 CoreFixture::~CoreFixture() = default;
 
 void CoreFixture::SetUp() {
-    static char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
     trDestroy(); // what other instances left behind
     ownersBefore = tavGetMemCount();
-    tav = tavCreate(&env, nullptr, catalogue);
-    ASSERT_NE(tav, nullptr);
-    group = tavConnectorGroupCreate(tav, "g");
-    connector = tavConnectorCreate(group, url.c_str());
+    static_cast<SystemParts &>(*this) = systemCreate(env, url);
     ASSERT_EQ(tavStart(tav, -1), 0);
     takeTrace();
 }
@@ -70,7 +49,7 @@ void CoreFixture::TearDown() {
 
 std::string CoreFixture::dump() { return systemDump(tav) + "\nrules " + std::to_string(tavRulesGetCount(tav->requestTraceRules)); }
 
-std::string CoreFixture::storedText() const { return takeText(connector->json ? withoutHoles(connector->json) : nullptr); }
+std::string CoreFixture::storedText() const { return takeText(json_incref(connector->json)); }
 
 void CoreFixture::traceOn(const char *spec) {
     tavSetTraceSpec(tav, spec);

@@ -13,7 +13,7 @@
 #include "tavDocument/tavDocument.h"
 #include "tavUtil/tavTime.h"
 
-class CoreFixture : public testing::Test {
+class CoreFixture : public testing::Test, protected SystemParts {
 protected:
     CoreFixture();
     ~CoreFixture() override;
@@ -25,14 +25,11 @@ protected:
     // Callbacks and URL may be changed here before SetUp() creates the instance.
     EnvCallBacks env;
     std::string url = "http://127.0.0.1:1"; // of the connector
-    Tav *tav = nullptr;
-    TavConnectorGroup *group = nullptr;
-    TavConnector *connector = nullptr;
 
     long long give(const std::string &document) { return tavHandleJsonFromRestService(document.c_str(), connector); }
     // The dump of mapper and selector (without what a rebuild starts anew), as text with sorted keys.
     std::string dump();
-    // The stored document, as text with sorted keys and without the places of deleted elements; "" when there is none.
+    // The stored document, as text with sorted keys; "" when there is none.
     std::string storedText() const;
 
     // A property of the instance or, when it knows none of that name, of the host (`value` is then kept as it is).

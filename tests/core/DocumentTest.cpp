@@ -73,8 +73,10 @@ TEST_F(Document, VersionMembers) {
     EXPECT_EQ(connector->restVersion, -3);
     EXPECT_EQ(give(R"({"version": "7"})"), 0) << "not an integer";
     EXPECT_EQ(connector->restVersion, -1);
+    ASSERT_EQ(give(kSite), 5);
     EXPECT_EQ(give(R"({"version": 1, "version": 8589934592, "delta": 1})"), 8589934592)
         << "only a true delta is one; the last of a name counts";
+    EXPECT_EQ(object(S1), nullptr);
     EXPECT_EQ(connector->vid, 8589934592);
     EXPECT_EQ(tavGetConfigVersion(tav), 8589934592);
     EXPECT_EQ(give("{'"), -1);
@@ -187,10 +189,13 @@ TEST_F(Document, CellAndOwnServerSetTheInstance) {
     take(objects("set", entry("/cell/c", "cell", "'cp.MaxRequestsPerDaemon': '4', 'other': 'x'")));
     EXPECT_EQ(tav->maxRequestsPerDaemon, 4);
     EXPECT_THAT(takeTrace(), HasSubstr("tavCellSetPropStr: other is not a supported custom property, ignoring it..."));
-    take(objects("set", entry(S1, "server", "'cp.sf.MaxRequestsPerDaemon': '9'")));
+    take(objects("set", entry(S1, "server", "'cp.sf.maxrequestsperdaemon': '9', 'cp.sf.unknown': '1'")));
     EXPECT_EQ(tav->maxRequestsPerDaemon, 9);
+    take(objects("set", entry("/cell/c", "cell", "'cp.MaxRequestsPerDaemon': '6'")));
+    EXPECT_EQ(tav->maxRequestsPerDaemon, 9) << "the server's value takes precedence";
+    EXPECT_THAT(takeTrace(), HasSubstr("tavSetProperty name='MaxRequestsPerDaemon', value='6'\n"));
     take(objects("set", entry(S1, "server", "'cp.sf.MaxRequestsPerDaemon': null")));
-    EXPECT_EQ(tav->maxRequestsPerDaemon, 4) << "the cell's value is back";
+    EXPECT_EQ(tav->maxRequestsPerDaemon, 6) << "the cell's value is back";
     take(objects("set", entry("/cell/c", "cell", "'cp.MaxHttpContextPoolSize': null")));
     EXPECT_EQ(tav->maxHttpContextPoolSize, -1);
 }
@@ -316,6 +321,7 @@ TEST_F(Document, OneControllerAddsToWhatAnotherHas) {
     const std::string guest = N1 + "/server/guest", late = guest + "2", early = n3 + "/server/early";
     const std::string first = entry(policy, "healthPolicy") + ", " + entry(guest, "server") + ", " + entry(early, "server");
     ASSERT_EQ(giveOther(quoted("{'version': 1, 'restVersion': 1, " + objects("add", first) + "}")), 1);
+    EXPECT_EQ(tavGetConfigVersion(tav), 1) << "the last one, not the highest";
     const std::string link = "'relationships': {'server:healthPolicy': [{'server': '" + S1 + "', 'healthPolicy': '" + policy + "'}]}";
     ASSERT_EQ(giveOther(delta(2, "'add': {'objects': [" + entry(late, "server") + "], " + link + "}")), 2);
     ASSERT_EQ(giveOther(delta(3, objects("del", entry(guest, "server")))), 3);
@@ -410,19 +416,6 @@ TEST_F(Document, ARebuildTellsOfTheDeltasProperties) {
                     {"/add/objects/0/objects/0/props/a~1b~0 property unknown type for property a/b~ on object /cell/c/application/new",
                      "/set/objects/props/none property unknown type for property none on object /cell/c/node/n1/server/s1"}));
     EXPECT_THAT(findings, Not(testing::Contains(HasSubstr("property old"))));
-}
-
-// Each connector group adds its own document to the snapshot.
-TEST_F(Document, GroupsShareASnapshot) {
-    TavConnectorGroup *other = tavConnectorGroupCreate(tav, "other");
-    TavConnector *second = tavConnectorCreate(other, "http://127.0.0.1:2");
-    EXPECT_EQ(tavHandleJsonFromRestService(quoted("{'version': 1, 'add': {'objects': [{'name': '/cell/d', 'type': 'cell'},"
-                                                  "{'name': '/cell/c/cluster/k', 'type': 'cluster'}]}}")
-                                               .c_str(),
-                                           second),
-              1);
-    EXPECT_EQ(tavGetConfigVersion(tav), 1) << "the last one, not the highest";
-    EXPECT_TRUE(object("/cell/d") && object(S1));
 }
 
 // ---- interest ----

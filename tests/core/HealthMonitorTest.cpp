@@ -41,7 +41,7 @@ protected:
             TavLockGuard guard(ts->lock, "test");
             hmCheckHealthPolicies(tav, nullptr, server, server->healthPolicies, avgRT, timeoutPct);
         }
-        drainAsync();
+        systemSettle(tav);
     }
 
     // "policy server true" for each report since the last call.
@@ -49,18 +49,13 @@ protected:
         std::vector<std::string> reports;
         for (; reportsFrom < sent.size(); reportsFrom++) {
             json_t *json = json_loads(sent[reportsFrom].body.c_str(), 0, nullptr);
-            const char *name = json_string_value(json_object_get(json, "healthPolicyName"));
-            const char *serverName = json_string_value(json_object_get(json, "serverName"));
-            reports.push_back(std::string(name ? name : "?") + " " + (serverName ? serverName : "?") + " " +
-                              (json_is_true(json_object_get(json, "healthPolicyTriggered")) ? "true" : "false"));
+            const char *name = "?", *serverName = "?";
+            int triggered = 0;
+            json_unpack(json, "{s:s, s:s, s:b}", "healthPolicyName", &name, "serverName", &serverName, "healthPolicyTriggered", &triggered);
+            reports.push_back(std::string(name) + " " + serverName + (triggered ? " true" : " false"));
             json_decref(json);
         }
         return reports;
-    }
-
-    void receive(bool triggered, int reporter, const char *url = "http://127.0.0.1:1", const char *groupName = "g") {
-        TavControlScope control("test");
-        receiveTrigger(tav, triggerBlock(triggered, kPolicy, kServer, groupName, url), reporter);
     }
 
     TavRoutingInfo *ri = nullptr;
@@ -90,8 +85,8 @@ TEST_F(Health, ReachingTriggersAndFallingBelowUntriggers) {
         TavTime average;
         int timeouts;
         std::vector<std::string> reports;
-    } samples[] = {{499, 100, {}}, {500, 0, {kTriggered}},   {500, 0, {}},          {kNone, 0, {}}, {499, 0, {kUntriggered}},
-                   {499, 0, {}},   {70000, 0, {kTriggered}}, {0, 0, {kUntriggered}}};
+    } samples[] = {{kNone, 100, {}},         {499, 100, {}}, {500, 0, {kTriggered}},   {500, 0, {}},          {kNone, 0, {}},
+                   {499, 0, {kUntriggered}}, {499, 0, {}},   {70000, 0, {kTriggered}}, {0, 0, {kUntriggered}}};
     for (const auto &s : samples) {
         sample(s.average, s.timeouts);
         EXPECT_EQ(takeReports(), s.reports) << s.average;
@@ -110,53 +105,29 @@ TEST_F(Health, ReachingTriggersAndFallingBelowUntriggers) {
     EXPECT_NE(takeTrace().find("requests that time out must stay below 20 percent and are 20 percent"), std::string::npos);
 }
 
+// The controller hears of the first reporter and of the last one only. A step: "+" triggers, "-" takes back, "x" a process is gone, and its
+// number; "u" and "g" trigger for another URL or group than the connector's, "r" resets.
 TEST_F(Health, ReportersAreCounted) {
-    receive(true, 7);
-    receive(true, 8);
-    receive(true, 8);
-    EXPECT_THAT(takeReports(), ElementsAre(kTriggered));
-    receive(false, 9); // never reported it
-    receive(false, 8);
-    EXPECT_THAT(takeReports(), IsEmpty());
-    receive(false, 7);
-    EXPECT_THAT(takeReports(), ElementsAre(kUntriggered));
-    receive(false, 7);
-    EXPECT_THAT(takeReports(), IsEmpty());
-    // One goes away by itself, with everything that it reported; the others' reports stay.
-    receive(true, 7);
-    receive(true, 8);
-    takeReports();
+    const std::vector<std::string> none, triggered = {kTriggered}, untriggered = {kUntriggered};
+    const std::pair<const char *, std::vector<std::string>> rows[] = {
+        {"r0 u7 g7", none}, {"+7", triggered},   {"+8 +8 -9 -8", none}, {"-7", untriggered}, {"-7 r0", none},
+        {"+7", triggered},  {"+8 x7", none},     {"x8", untriggered},   {"x8", none},        {"+7", triggered},
+        {"+8", none},       {"r0", untriggered}, {"r0", none},          {"+8", triggered},
+    };
     TavControlScope control("test");
-    hmClientProcessCleanup(tav, 7);
-    EXPECT_THAT(takeReports(), IsEmpty());
-    hmClientProcessCleanup(tav, 8);
-    hmClientProcessCleanup(tav, 8);
-    EXPECT_THAT(takeReports(), ElementsAre(kUntriggered));
-}
-
-TEST_F(Health, AResetUntriggersWhatWasTriggered) {
-    {
-        TavControlScope control("test");
-        hmResetInfo(tav); // nothing there yet
+    for (const auto &[steps, reports] : rows) {
+        for (const char *step = steps; *step; step += step[2] ? 3 : 2) {
+            const int reporter = step[1] - '0';
+            const std::string block = triggerBlock(*step != '-', kPolicy, kServer, *step == 'g' ? "other" : "g",
+                                                   *step == 'u' ? "http://127.0.0.1:2" : "http://127.0.0.1:1");
+            if (*step == 'x') {
+                hmClientProcessCleanup(tav, reporter);
+            } else if (*step == 'r') {
+                hmResetInfo(tav);
+            } else {
+                receiveTrigger(tav, block, reporter);
+            }
+        }
+        EXPECT_EQ(takeReports(), reports) << steps;
     }
-    receive(true, 7);
-    receive(true, 8);
-    takeReports();
-    {
-        TavControlScope control("test");
-        hmResetInfo(tav);
-        EXPECT_THAT(takeReports(), ElementsAre(kUntriggered));
-        hmResetInfo(tav);
-    }
-    EXPECT_THAT(takeReports(), IsEmpty());
-    receive(true, 8);
-    EXPECT_THAT(takeReports(), ElementsAre(kTriggered)) << "the first reporter again";
-}
-
-TEST_F(Health, ReportsForAnotherConnectorAreDropped) {
-    receive(true, 7, "http://127.0.0.1:2");
-    receive(true, 7, "http://127.0.0.1:1", "unknown");
-    EXPECT_THAT(takeReports(), IsEmpty());
-    receive(true, 7);
-    EXPECT_THAT(takeReports(), ElementsAre(kTriggered)) << "the dropped ones left no reporter";
 }

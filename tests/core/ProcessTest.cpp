@@ -8,20 +8,10 @@
 #include "core/CoreFixture.h"
 #include "support/ChildProcess.h"
 #include "support/Ipc.h"
+#include "system/Shop.h"
 #include "tavProcess/tavIpc.h"
-#include "tavSnapshot/tavRoutingInfo.h"
-#include "tavTargetSelector/tavTargetSelector.h"
 
 namespace {
-
-std::string serverDocument(int version, const char *state) {
-    return quoted("{'version': " + std::to_string(version) +
-                  R"(, 'restVersion': 1, 'add': {'objects': [{'name': '/cell/c', 'type': 'cell', 'objects': [
- {'name': '/cell/c/node/n', 'type': 'node', 'objects': [
-  {'name': '/cell/c/node/n/server/s', 'type': 'server', 'props': {'state': 'STARTED', 'weight': 1}, 'objects': [
-   {'name': '/cell/c/node/n/server/s/serverApplication/app', 'type': 'serverApplication', 'props': {'state': ')" +
-                  state + "'}}]}]}]}]}}");
-}
 
 class Processes : public CoreFixture {
 protected:
@@ -52,27 +42,16 @@ protected:
     // The first group as the status tells it.
     static std::string groupOf(Tav *of) {
         json_t *status = tavStatusToJSON(of);
-        char *text = json_dumps(json_array_get(json_object_get(status, "groups"), 0), 0);
-        const std::string group = text ? text : "";
-        free(text);
+        const std::string group = takeText(json_incref(json_array_get(json_object_get(status, "groups"), 0)));
         json_decref(status);
         return group;
     }
 
     int clients() { return tavServerProcessGetClientCount(tav->serverProcess); }
 
-    // The state of server application "app" as the worker's current snapshot has it; "" when it has none.
-    std::string workerState() {
-        TavRoutingInfo *ri = tavRoutingInfoObtain(worker);
-        std::string state;
-        tsForEachServerApplication(
-            ri->targetSelector,
-            [](const TsVisit *visit, void *passback) {
-                if (visit->sapp) *static_cast<std::string *>(passback) = visit->sapp->state;
-            },
-            &state);
-        tavRoutingInfoRelease(ri);
-        return state;
+    // The worker routes by the generation of the shop.
+    bool workerHas(int generation) {
+        return eventually([&] { return shop::serverFor(worker, "/shop/cart").ends_with("-" + std::to_string(generation)); });
     }
 };
 
@@ -89,7 +68,7 @@ void sendText(int fd, const std::string &text) {
 }
 
 TEST_F(Processes, HostileFramesCostOnlyTheirConnection) {
-    give(serverDocument(5, "STARTED"));
+    give(shop::document(5));
     startWorker();
     ASSERT_TRUE(eventually([&] { return tavGetState(worker) == STARTED; }));
     const int half = ipcConnect(path);
@@ -111,8 +90,8 @@ TEST_F(Processes, HostileFramesCostOnlyTheirConnection) {
     sendText(two, ipcFrame(MT_C2S_JSON) + other);
     EXPECT_TRUE(isClosed(two)) << "another process id on the same connection";
     close(two);
-    give(serverDocument(6, "AFFINITY"));
-    EXPECT_TRUE(eventually([&] { return workerState() == "AFFINITY"; })) << "the others are served meanwhile";
+    give(shop::document(6));
+    EXPECT_TRUE(workerHas(6)) << "the others are served meanwhile";
     EXPECT_TRUE(eventually([&] { return clients() == 3; }));
     close(half);
     close(odd);
@@ -133,18 +112,17 @@ TEST_F(Processes, AWorkerThatDoesNotReadDelaysNobodyAndMissesNothing) {
     ASSERT_TRUE(eventually([&] { return clients() == 2; }));
     // The worker's own group never runs.
     ASSERT_TRUE(eventually([&] { return groupOf(worker) == groupOf(tav) && groupOf(tav).find("STARTING") != std::string::npos; }));
-    const char *const states[] = {"STARTED", "AFFINITY", "QUIESCED", "STOPPED"};
-    int version = 10;
-    for (const char *state : states) {
-        std::string document = serverDocument(++version, state);
-        document.insert(document.size() - 1, ", \"padding\": \"" + std::string(500000, 'x') + "\"");
+    constexpr int LAST = 14;
+    for (int version = LAST - 3; version <= LAST; version++) {
+        std::string document = shop::document(version, version);
+        document.insert(document.rfind('}'), ", \"padding\": \"" + std::string(500000, 'x') + "\"");
         ASSERT_EQ(give(document), version);
-        ASSERT_TRUE(eventually([&] { return workerState() == state && tavGetConfigVersion(worker) == version; }))
-            << "the other one is served";
+        ASSERT_TRUE(workerHas(version)) << "the other one is served";
     }
+    EXPECT_TRUE(eventually([&] { return tavGetConfigVersion(worker) == LAST; }));
     // What was sent, message by message; control states come in between.
     std::string body, order;
-    for (int seen = 0; seen < version;) {
+    for (int seen = 0; seen < LAST;) {
         const int type = nextFrame(slow, body);
         ASSERT_NE(type, -1) << order;
         if (type == MT_S2C_SET_CONTROL_STATE) continue;

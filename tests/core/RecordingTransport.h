@@ -2,15 +2,12 @@
 #ifndef CORE_RECORDINGTRANSPORT_H
 #define CORE_RECORDINGTRANSPORT_H
 
-#include <future>
 #include <mutex>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "core/CoreFixture.h"
-#include "tavUtil/tavMemory.h"
 
 class RecordingTransport : public CoreFixture {
 protected:
@@ -80,7 +77,6 @@ protected:
     }
 
     int send(Sent request) {
-        if (sendResult != 0) return sendResult;
         if (hostility != FAIR) {
             const int result = hostility == ANSWERS_INSIDE ? 0 : -7;
             hostility = FAIR;
@@ -127,26 +123,6 @@ protected:
         while (!alarms.empty()) fire();
     }
 
-    // Waits until the instance's own thread has done what was queued before, and what that queued. Returns the blocks in use then.
-    int drainAsync() {
-        int blocks = 0;
-        for (int round = 0; round < 3; round++) {
-            std::promise<int> done;
-            const auto report = [](Tav *, void *obj) {
-                static_cast<std::promise<int> *>(obj)->set_value(tavGetMemCount() - 1); // without this very work
-            };
-            tavProcessAsync(tav, &done, report, nullptr);
-            blocks = done.get_future().get();
-        }
-        return blocks;
-    }
-
-    // The same, and the thread has freed its last work too. Gives up when the count does not come back to `expected`.
-    void settle(int expected) {
-        drainAsync();
-        for (int turn = 0; turn < 1000000 && tavGetMemCount() != expected; turn++) std::this_thread::yield();
-    }
-
     void note(const std::string &state) {
         const std::lock_guard guard(mutex);
         states.push_back(state);
@@ -163,7 +139,6 @@ protected:
     std::vector<EnvConnectorClient *> closed;
     std::vector<std::string> states;
     std::set<std::string> unreachable;
-    int sendResult = 0;
     int freed = 0;
     int answers = 0;
     Hostility hostility = FAIR;

@@ -65,28 +65,13 @@ apt install --no-install-recommends "${debs[@]}" apache2 >"$work/apt.log" 2>&1 |
 for name in "${names[@]}"; do dpkg --verify "$name"; dpkg -L "$name"; done >"$work/files"
 ldconfig -p | grep -q 'libtav\.so\.0' || fail "the linker's cache does not know the library"
 
-echo "== libtav-dev: C through pkg-config, shared and static; the CMake package"
-read -ra flags <<<"$(pkg-config --cflags --libs tavlib)"
+echo "== libtav-dev: as the build's own, and statically"
+"$source/tests/public/run.sh" "$source"
 static=$(pkg-config --static --cflags --libs tavlib)
 read -ra all <<<"${static/-ltav/-Wl,-Bstatic -ltav -Wl,-Bdynamic}"
-catalogue=$(pkg-config --variable=catalogue tavlib)
-cc -std=c11 -Wall -Wextra -Werror /usr/share/doc/libtav-dev/examples/consumer.c -o "$work/shared" "${flags[@]}"
-"$work/shared" "$catalogue"
-ldd "$work/shared" | grep -q 'libtav.so.0 => /' || fail "the program is not linked with the installed library"
 cc -std=c11 /usr/share/doc/libtav-dev/examples/consumer.c -o "$work/static" "${all[@]}"
-"$work/static" "$catalogue"
+"$work/static" "$(pkg-config --variable=catalogue tavlib)" "$source/examples/shop/shop.json"
 ! ldd "$work/static" | grep -q libtav || fail "the static library is not used"
-mkdir "$work/cmake"
-cat >"$work/cmake/CMakeLists.txt" <<'TEXT'
-cmake_minimum_required(VERSION 3.22)
-project(consumer C)
-find_package(tavlib 0.1 REQUIRED)
-add_executable(consumer /usr/share/doc/libtav-dev/examples/consumer.c)
-target_link_libraries(consumer PRIVATE tavlib::tav)
-TEXT
-cmake -S "$work/cmake" -B "$work/cmake/build" >/dev/null
-cmake --build "$work/cmake/build" >/dev/null
-"$work/cmake/build/consumer" "$catalogue"
 
 echo "== tavctl"
 examples=/usr/share/doc/tavctl/examples

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -29,10 +28,6 @@ namespace {
 constexpr int FIRST_PORT = 10000; // of version 0: a decision's port tells the version that it comes from
 constexpr size_t REQUEST_THREADS = 2;
 
-long long now() {
-    return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
 struct Member {
     Tav *tav;
     bool isDaemon;
@@ -40,9 +35,8 @@ struct Member {
     std::atomic<bool> serving{false};
     std::atomic<long> requests{0}, failed{0};
     std::mutex mutex;
-    int version = -1;     // newest that a request has seen
-    long long seenAt = 0; // when that was, in microseconds
-    std::string failure;  // the first decision that did not hold together
+    int version = -1;    // newest that a request has seen
+    std::string failure; // the first decision that did not hold together
 
     void start(char *path, char *url);
     void visit();
@@ -53,14 +47,12 @@ struct Member {
 };
 
 void Member::start(char *path, char *url) {
-    static char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
     EnvCallBacks env = systemCallBacks();
     env.http.connector = {};
     env.alarm = nullptr;
-    tav = tavCreate(&env, nullptr, catalogue);
-    TavConnectorGroup *group = tavConnectorGroupCreate(tav, "g");
-    tavConnectorGroupSetProperty(group, "retryInterval", "1");
-    tavConnectorCreate(group, url);
+    const SystemParts parts = systemCreate(env, url);
+    tav = parts.tav;
+    tavConnectorGroupSetProperty(parts.group, "retryInterval", "1");
     if (isDaemon) {
         tavMarkAsServerProcess(tav, path, getuid());
         tavStart(tav, 0); // listens when there is a configuration to give
@@ -71,28 +63,16 @@ void Member::start(char *path, char *url) {
     while (tavGetState(tav) != STARTED) usleep(1000);
 }
 
-// Does every part of the decision come from the same generation?
-bool holdsTogether(const shop::Decision &decision, int generation) {
-    const std::string number = std::to_string(generation);
-    for (const std::string *part : {&decision.edition, &decision.application, &decision.module, &decision.group, &decision.server,
-                                    &decision.cluster, &decision.host}) {
-        if (part->size() < number.size() || part->compare(part->size() - number.size(), number.size(), number) != 0) return false;
-    }
-    return decision.action == PERMIT && decision.handled == 1;
-}
-
 void Member::visit() {
     EnvHttpContext request = shop::request("/shop/x.jsp");
     const shop::Decision decision = shop::decide(tav, request);
     const int seen = decision.port - FIRST_PORT;
     requests++;
-    const bool good = holdsTogether(decision, seen / 2 + 1);
+    const bool good = decision.action == PERMIT && decision.handled == 1 && decision.generation() == seen / 2 + 1;
     if (!good) failed++;
     const std::lock_guard<std::mutex> guard(mutex);
     if (!good && failure.empty()) failure = decision.text();
-    if (!good || seen <= version) return;
-    version = seen;
-    seenAt = now();
+    if (good && seen > version) version = seen;
 }
 
 void Member::serve() {
@@ -137,11 +117,9 @@ int registered(Tav *tav) {
 
 std::string Member::stat() {
     const std::lock_guard<std::mutex> guard(mutex);
-    char text[256];
-    std::snprintf(text, sizeof text,
-                  "version %d seenAt %lld requests %ld failed %ld clients %d registered %d descriptors %d threads %d blocks %d", version,
-                  seenAt, requests.load(), failed.load(), isDaemon && tav ? tavServerProcessGetClientCount(tav->serverProcess) : 0,
-                  isDaemon && tav ? registered(tav) : 0, openDescriptors(), systemThreads(), tavGetMemCount());
+    char text[128];
+    std::snprintf(text, sizeof text, "version %d requests %ld failed %ld clients %d registered %d", version, requests.load(), failed.load(),
+                  isDaemon && tav ? tavServerProcessGetClientCount(tav->serverProcess) : 0, isDaemon && tav ? registered(tav) : 0);
     return text + (failure.empty() ? "" : " failure " + failure);
 }
 
@@ -150,7 +128,7 @@ std::string Member::stat() {
 int main(int argc, char **argv) {
     if (argc != 4) return 2;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    const int blocks = tavGetMemCount(), threads = systemThreads();
+    const int blocks = tavGetMemCount(), threads = systemThreads(), descriptors = openDescriptors();
     Member member{};
     member.isDaemon = strcmp(argv[1], "daemon") == 0;
     for (std::string line; std::getline(std::cin, line);) {
@@ -164,10 +142,11 @@ int main(int argc, char **argv) {
             member.tav = nullptr;
             systemThreadsBackTo(threads);
             trDestroy();
-            std::cout << "left " << tavGetMemCount() - blocks << " threads " << systemThreads() - threads << std::endl;
+            std::cout << "left " << tavGetMemCount() - blocks << " threads " << systemThreads() - threads << " descriptors "
+                      << openDescriptors() - descriptors << std::endl;
             return 0;
         }
-        std::cout << (line == "stat" ? member.stat() : "done " + std::to_string(now())) << std::endl;
+        std::cout << (line == "stat" ? member.stat() : "done") << std::endl;
     }
     std::_Exit(0);
 }

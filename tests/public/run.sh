@@ -1,15 +1,18 @@
 #!/usr/bin/env bash
-# Installs the build into a fresh prefix and uses it as a host would: pkg-config and C11, the CMake package, the list of exports.
-# usage: run.sh SOURCE_DIR BUILD_DIR
+# Uses the library as a host would: pkg-config and C11, the CMake package, the list of exports. What is used is what BUILD_DIR installs into a
+# fresh prefix, without one what the system's packages have installed.
+# usage: run.sh SOURCE_DIR [BUILD_DIR]
 set -euo pipefail
-source_dir=$1 build_dir=$2
+source_dir=$1 build_dir=${2:-} prefix=/usr
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-prefix=$work/prefix
-
-cmake --install "$build_dir" --prefix "$prefix" >/dev/null
-libdir=$(dirname "$(find "$prefix" -name 'libtav.so.0' | head -1)")
-export PKG_CONFIG_PATH=$libdir/pkgconfig LD_LIBRARY_PATH=$libdir
+if [ -n "$build_dir" ]; then
+    prefix=$work/prefix
+    cmake --install "$build_dir" --prefix "$prefix" >/dev/null
+    libdir=$(dirname "$(find "$prefix" -name 'libtav.so.0' | head -1)")
+    export PKG_CONFIG_PATH=$libdir/pkgconfig LD_LIBRARY_PATH=$libdir
+fi
+libdir=${libdir:-$(pkg-config --variable=libdir tavlib)}
 
 echo "== C11 through pkg-config"
 catalogue=$(pkg-config --variable=catalogue tavlib)

@@ -1,7 +1,5 @@
 #include "support/Expressions.h"
 
-#include <gtest/gtest.h>
-
 #include "tavLanguage/conditionProgram.h"
 
 static std::string describe(const ExpressionValue &value) {
@@ -28,25 +26,27 @@ std::string Parsed::tree() const {
 
 std::string valueOf(Language *language, const std::string &text, void *object) {
     const Parsed parsed(language, text);
-    if (!parsed.expr) return parsed.error();
+    return parsed.expr ? valueOf(parsed.expr.get(), object) : parsed.error();
+}
+
+std::string valueOf(Expression *expr, void *object) {
     EvaluationContext evalCtx;
     evaluationContextInit(&evalCtx, nullptr, nullptr, object);
 
     ExpressionValue value;
-    expressionEvaluateInto(parsed.expr.get(), &evalCtx, &value);
+    expressionEvaluateInto(expr, &evalCtx, &value);
     const std::string byValue = describe(value);
-    const bool truth = value.word != 0;
-    EXPECT_EQ(expressionIsTrue(parsed.expr.get(), &evalCtx), truth) << text;
+    const bool truth = value.word != 0, isTrue = expressionIsTrue(expr, &evalCtx);
     expressionValueClear(&value);
 
-    intptr_t *cell = expressionEvaluate(parsed.expr.get(), &evalCtx);
-    EXPECT_EQ(describe({cell ? *cell : 0, cell ? expressionGetValueKind(parsed.expr.get()) : VALUE_MISSING, false}), byValue) << text;
-    expressionCellFree(parsed.expr.get(), cell);
+    intptr_t *cell = expressionEvaluate(expr, &evalCtx);
+    const std::string byCell = describe({cell ? *cell : 0, cell ? expressionGetValueKind(expr) : VALUE_MISSING, false});
+    expressionCellFree(expr, cell);
 
-    Expression *alone = parsed.expr.get();
-    ConditionProgram *program = conditionProgramCreate(&alone, 1);
-    EXPECT_EQ(conditionProgramFirst(program, &evalCtx), truth ? 0 : -1) << text;
+    ConditionProgram *program = conditionProgramCreate(&expr, 1);
+    const bool byProgram = conditionProgramFirst(program, &evalCtx) == 0;
     conditionProgramFree(program);
     evaluationContextClear(&evalCtx);
-    return byValue;
+    if (isTrue == truth && byCell == byValue && byProgram == truth) return byValue;
+    return "differs: " + byValue + (isTrue ? ", is true, " : ", is not true, ") + byCell + (byProgram ? ", holds" : ", does not hold");
 }

@@ -17,7 +17,8 @@ struct Parsed {
 };
 
 // The value of `text` for `object`: "TRUE"/"FALSE" for other than texts and lists, "'text'", "null", "(list)", "missing", or the parse
-// error. Evaluates by value, by cell and by program and expects the same.
+// error. Evaluates by value, by cell and by program: where these do not come to the same it is "differs: " and what they come to.
 std::string valueOf(Language *language, const std::string &text, void *object);
+std::string valueOf(Expression *expr, void *object);
 
 #endif

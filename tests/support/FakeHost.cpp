@@ -1,48 +1,63 @@
 #include "support/FakeHost.h"
 
+#include <atomic>
 #include <cstring>
 
 namespace {
 
-std::unique_ptr<char[]> copyOf(const std::string &text) {
-    std::unique_ptr<char[]> copy(new char[text.size() + 1]);
-    memcpy(copy.get(), text.c_str(), text.size() + 1);
-    return copy;
+using Ctx = EnvHttpContext;
+
+void fill(HostText &buffer, const Ctx *ctx, const std::string *value) {
+    const Text any = ctx->anyText ? ctx->anyText() : Text();
+    if (ctx->anyText) value = any ? &*any : nullptr;
+    buffer.reset(value ? strdup(value->c_str()) : nullptr);
 }
 
-char *answer(EnvHttpContext *ctx, const char *getter, const Text &value) {
-    std::unique_ptr<char[]> &buffer = ctx->answers[getter];
-    buffer = value ? copyOf(*value) : nullptr;
-    return buffer.get();
+int number(const Ctx *ctx, int own) { return ctx->anyNumber ? ctx->anyNumber() : own; }
+
+enum : size_t { HEADER, COOKIE, RESPONSE_HEADER, RESPONSE_COOKIE, MEMBERS };
+std::atomic<size_t> getters = MEMBERS;
+
+char *answer(Ctx *ctx, size_t getter, const std::string *value) {
+    fill(ctx->answers.at(getter), ctx, value);
+    return ctx->answers[getter].get();
 }
 
-template <Text EnvHttpContext::*member>
-char *textGetter(EnvHttpContext *ctx) {
-    static const char key = 0; // one per member
-    return answer(ctx, std::to_string(reinterpret_cast<uintptr_t>(&key)).c_str(), ctx->*member);
+template <Text Ctx::*member>
+char *text(Ctx *ctx) {
+    static const size_t own = getters++;
+    return answer(ctx, own, ctx->*member ? &*(ctx->*member) : nullptr);
 }
 
-char **answerList(EnvHttpContext *ctx, const std::vector<std::string> *values) {
-    if (!values) return nullptr;
-    ctx->listTexts.clear();
-    ctx->list.clear();
-    for (const std::string &value : *values) ctx->list.push_back(ctx->listTexts.emplace_back(copyOf(value)).get());
-    ctx->list.push_back(nullptr);
+char **answerList(Ctx *ctx, const std::vector<std::string> *values) {
+    const size_t count = ctx->anyNumber ? static_cast<unsigned>(ctx->anyNumber()) % ctx->list.size() : values ? values->size() + 1 : 0;
+    if (count == 0) return nullptr;
+    for (size_t i = 0; i + 1 < count; i++) {
+        fill(ctx->listTexts.at(i), ctx, ctx->anyText ? nullptr : &(*values)[i]);
+        ctx->list[i] = ctx->listTexts[i].get();
+    }
+    ctx->list[count - 1] = nullptr;
     return ctx->list.data();
 }
 
+// Nobody asks for what has no name.
+const char *checked(const char *name) { return *name ? name : (abort(), nullptr); }
+
 const std::vector<std::string> *find(const Headers &headers, const char *name) {
-    const auto found = headers.find(name);
+    const auto found = headers.find(checked(name));
     return found == headers.end() || found->second.empty() ? nullptr : &found->second;
 }
 
-Text firstOf(const Headers &headers, const char *name) {
+const std::string *firstOf(const Headers &headers, const char *name) {
     const auto *values = find(headers, name);
-    return values ? Text(values->front()) : Text();
+    return values ? values->data() : nullptr;
 }
 
-int change(Headers &headers, Changes &changes, const char *name, const char *value) {
-    changes.emplace_back(name, value ? Text(value) : Text());
+Text textOrNone(const char *value) { return value ? Text(value) : Text(); }
+
+int change(const Ctx *ctx, Headers &headers, Changes &changes, const char *name, const char *value) {
+    if (ctx->anyNumber) return ctx->anyNumber();
+    changes.emplace_back(checked(name), textOrNone(value));
     headers.erase(name);
     if (value) headers[name] = {value};
     return 0;
@@ -57,49 +72,48 @@ Text EnvHttpContext::lastSet(const std::string &name) const {
 }
 
 EnvCallBacks fakeHostCallBacks() {
-    using Ctx = EnvHttpContext;
     EnvCallBacks env{};
     env.version = TAV_ENV_VERSION;
     auto &request = env.http.request;
-    request.getClientIpAddr = textGetter<&Ctx::clientIp>;
-    request.getClientHostName = textGetter<&Ctx::clientHost>;
-    request.getProtocolVersion = textGetter<&Ctx::protocolVersion>;
-    request.getListeningPort = [](Ctx *ctx) { return ctx->listeningPort; };
-    request.getVirtualHost = textGetter<&Ctx::host>;
-    request.getLocalAddress = textGetter<&Ctx::localAddress>;
-    request.getVirtualPort = [](Ctx *ctx) { return ctx->port; };
-    request.getProtocol = textGetter<&Ctx::protocol>;
-    request.getMethod = textGetter<&Ctx::method>;
-    request.getPath = textGetter<&Ctx::path>;
-    request.getQueryString = textGetter<&Ctx::query>;
-    request.getAuthType = textGetter<&Ctx::authType>;
-    request.getUserName = textGetter<&Ctx::userName>;
+    request.getClientIpAddr = text<&Ctx::clientIp>;
+    request.getClientHostName = text<&Ctx::clientHost>;
+    request.getProtocolVersion = text<&Ctx::protocolVersion>;
+    request.getListeningPort = [](Ctx *ctx) { return number(ctx, ctx->listeningPort); };
+    request.getVirtualHost = text<&Ctx::host>;
+    request.getLocalAddress = text<&Ctx::localAddress>;
+    request.getVirtualPort = [](Ctx *ctx) { return number(ctx, ctx->port); };
+    request.getProtocol = text<&Ctx::protocol>;
+    request.getMethod = text<&Ctx::method>;
+    request.getPath = text<&Ctx::path>;
+    request.getQueryString = text<&Ctx::query>;
+    request.getAuthType = text<&Ctx::authType>;
+    request.getUserName = text<&Ctx::userName>;
     request.getGroupNames = [](Ctx *ctx) { return answerList(ctx, ctx->groups ? &*ctx->groups : nullptr); };
-    request.getClientCertificate = textGetter<&Ctx::clientCertificate>;
-    request.getSSLCipherSuite = textGetter<&Ctx::sslCipherSuite>;
-    request.getSSLSessionId = textGetter<&Ctx::sslSessionId>;
-    request.getHeaderValue = [](Ctx *ctx, char *name) { return answer(ctx, "header", firstOf(ctx->headers, name)); };
-    request.setHeaderValue = [](Ctx *ctx, char *name, char *value) { return change(ctx->headers, ctx->headersSet, name, value); };
+    request.getClientCertificate = text<&Ctx::clientCertificate>;
+    request.getSSLCipherSuite = text<&Ctx::sslCipherSuite>;
+    request.getSSLSessionId = text<&Ctx::sslSessionId>;
+    request.getHeaderValue = [](Ctx *ctx, char *name) { return answer(ctx, HEADER, firstOf(ctx->headers, name)); };
+    request.setHeaderValue = [](Ctx *ctx, char *name, char *value) { return change(ctx, ctx->headers, ctx->headersSet, name, value); };
     request.getHeaderValues = [](Ctx *ctx, char *name) { return answerList(ctx, find(ctx->headers, name)); };
     request.getCookieValue = [](Ctx *ctx, char *name) {
-        const auto found = ctx->cookies.find(name);
-        return answer(ctx, "cookie", found == ctx->cookies.end() ? Text() : Text(found->second));
+        const auto found = ctx->cookies.find(checked(name));
+        return answer(ctx, COOKIE, found == ctx->cookies.end() ? nullptr : &found->second);
     };
     request.resume = [](Ctx *ctx) {
         ctx->resumes++;
-        return ctx->resumeResult;
+        return number(ctx, ctx->resumeResult);
     };
     auto &response = env.http.response;
-    response.getResponseCode = [](Ctx *ctx) { return ctx->responseCode; };
-    response.getHeaderValue = [](Ctx *ctx, char *name) { return answer(ctx, "response", firstOf(ctx->responseHeaders, name)); };
+    response.getResponseCode = [](Ctx *ctx) { return number(ctx, ctx->responseCode); };
+    response.getHeaderValue = [](Ctx *ctx, char *name) { return answer(ctx, RESPONSE_HEADER, firstOf(ctx->responseHeaders, name)); };
     response.getHeaderValues = [](Ctx *ctx, char *name) { return answerList(ctx, find(ctx->responseHeaders, name)); };
     response.setHeaderValue = [](Ctx *ctx, char *name, char *value) {
-        return change(ctx->responseHeaders, ctx->responseHeadersSet, name, value);
+        return change(ctx, ctx->responseHeaders, ctx->responseHeadersSet, name, value);
     };
-    response.getCookieValue = [](Ctx *, char *) -> char * { return nullptr; };
+    response.getCookieValue = [](Ctx *ctx, char *) { return answer(ctx, RESPONSE_COOKIE, nullptr); };
     response.setCookieValue = [](Ctx *ctx, char *name, char *value) {
-        ctx->responseCookiesSet.emplace_back(name, value ? Text(value) : Text());
-        return 0;
+        ctx->responseCookiesSet.emplace_back(checked(name), textOrNone(value));
+        return number(ctx, 0);
     };
     return env;
 }

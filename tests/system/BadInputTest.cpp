@@ -1,10 +1,9 @@
-// Bad input: the corpora of the fuzz targets, each of which checks what must hold for any input; and what whole documents come to.
+// Bad input: the corpora of the fuzz targets, each of which checks what must hold for any input.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <random>
-#include <sstream>
 
 #include "FuzzShop.h"
 
@@ -55,37 +54,6 @@ TEST(RandomInput, DeltasEndWhereARebuildDoes) {
         fuzz_delta(reinterpret_cast<const uint8_t *>(input.data()), input.size());
     }
     FuzzShop::drop();
-}
-
-// Refused (-1), and the shop is served as before; or taken, and the version counts: the shop is gone unless the document has it.
-TEST(BadDocument, IsRefusedWholeOrTakenForWhatItSays) {
-    const struct {
-        const char *names;
-        long long result;
-        bool shopStays;
-    } rows[] = {
-        {"empty array text truncated trailing bad-utf8 nul big-integer deep-arrays deep-objects", -1, true},
-        {"delta-itself shop", 1, true},
-        {"empty-object real-version", 0, false},
-        {"delta-one double-keys add-is-text objects-odd entry-odd names wrong-parents wrong-ends kinds-odd duplicates values vhosts rules",
-         2, false},
-        {"set-and-del", 9, false},
-        {"negative-version", -1, false},
-    };
-    SystemInstance instance;
-    for (const auto &row : rows) {
-        std::istringstream names(row.names);
-        for (std::string name; names >> name;) {
-            SCOPED_TRACE(name);
-            ASSERT_EQ(instance.give(shop::document(1)), 1);
-            EnvHttpContext request = shop::request("/admin/");
-            const std::string before = shop::decide(instance.tav, request).text();
-            EXPECT_EQ(instance.give(shop::contentOf(CORPUS + "document/" + name)), row.result);
-            const shop::Decision after = shop::decide(instance.tav, request);
-            EXPECT_EQ(after.text() == before, row.shopStays) << after.text();
-            EXPECT_EQ(after.errorCode, row.shopStays ? 0 : 404);
-        }
-    }
 }
 
 } // namespace

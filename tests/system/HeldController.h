@@ -4,6 +4,7 @@
 #define SYSTEM_HELDCONTROLLER_H
 
 #include <functional>
+#include <vector>
 
 #include "support/LoopbackServer.h"
 
@@ -26,10 +27,14 @@ public:
         changed_.wait_for(guard, std::chrono::seconds(20), [this] { return held_; });
         return line_;
     }
-    // Waits until this many reports have been taken.
-    bool reported(int count) {
-        std::unique_lock guard(mutex_);
-        return changed_.wait_for(guard, std::chrono::seconds(20), [&] { return reports_ >= count; });
+    // The bodies of the reports since the last clearing.
+    std::vector<std::string> reports() {
+        const std::lock_guard guard(mutex_);
+        return reports_;
+    }
+    void clearReports() {
+        const std::lock_guard guard(mutex_);
+        reports_.clear();
     }
     // Answers the held poll.
     void answer(Answer answer) {
@@ -52,13 +57,11 @@ private:
     bool respond(int fd, const std::string &request) override {
         std::unique_lock guard(mutex_);
         if (request[0] == 'P') { // an interest, or a report
-            const std::string body = request.find("'interests'") == std::string::npos ? "{}" : document_;
+            const bool interest = request.find("'interests'") != std::string::npos;
+            if (!interest) reports_.push_back(request.substr(request.find("\r\n\r\n")));
+            const std::string body = interest ? document_ : "{}";
             guard.unlock();
-            const bool sent = sendText(fd, counted(body));
-            guard.lock();
-            reports_ += body == "{}";
-            changed_.notify_all();
-            return sent;
+            return sendText(fd, counted(body));
         }
         held_ = true;
         answer_ = nullptr;
@@ -76,7 +79,7 @@ private:
     std::string document_;
     bool held_ = false;
     int turn_ = 0; // the latest poll is the one that counts
-    int reports_ = 0;
+    std::vector<std::string> reports_;
     std::string line_;
     Answer answer_;
 };

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstring>
 #include <filesystem>
+#include <future>
 #include <mutex>
 #include <new>
 #include <thread>
@@ -14,6 +15,7 @@
 #include "tavRequestMapper/tavRequestMapper.h"
 #include "tavSnapshot/tavRoutingInfo.h"
 #include "tavTargetSelector/tavTargetSelector.h"
+#include "tavUtil/tavMemory.h"
 
 struct EnvTargetEndpoint {
     char content;
@@ -174,13 +176,36 @@ bool systemThreadsBackTo(int count) {
     return false;
 }
 
-SystemInstance::SystemInstance(const EnvCallBacks &env, void (*beforeStart)(Tav *tav)) {
-    static char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
+SystemParts systemCreate(const EnvCallBacks &env, const std::string &url) {
     EnvCallBacks table = env;
-    tav = tavCreate(&table, nullptr, catalogue);
-    if (!tav) return;
-    group = tavConnectorGroupCreate(tav, "g");
-    connector = group ? tavConnectorCreate(group, "http://127.0.0.1:1") : nullptr;
+    SystemParts made;
+    made.tav = tavCreate(&table, nullptr, systemCatalogue);
+    made.group = tavConnectorGroupCreate(made.tav, "g");
+    made.connector = tavConnectorCreate(made.group, url.c_str());
+    return made;
+}
+
+int systemSettle(Tav *tav) {
+    int blocks = 0;
+    for (int i = 0; i < 3; i++) { // an answer may be work for the thread again
+        std::promise<int> done;
+        const auto report = [](Tav *, void *promise) { static_cast<std::promise<int> *>(promise)->set_value(tavGetMemCount() - 1); };
+        tavProcessAsync(tav, &done, report, nullptr);
+        blocks = done.get_future().get();
+        systemAnswerReports();
+    }
+    return blocks;
+}
+
+bool systemBlocksBackTo(int count) {
+    for (int turn = 0; tavGetMemCount() > count; turn++) {
+        if (turn == 1000000) return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+SystemInstance::SystemInstance(const EnvCallBacks &env, void (*beforeStart)(Tav *tav)) : SystemParts(systemCreate(env)) {
     if (beforeStart) beforeStart(tav);
     tavStart(tav, -1);
 }
@@ -188,21 +213,6 @@ SystemInstance::SystemInstance(const EnvCallBacks &env, void (*beforeStart)(Tav 
 SystemInstance::~SystemInstance() {
     tavDestroy(tav);
     systemAnswerNone();
-}
-
-void SystemInstance::settle() const {
-    for (int i = 0; i < 2; i++) { // an answer may be work for the thread again
-        std::atomic<int> done = 0;
-        tavProcessAsync(
-            tav, &done,
-            [](Tav *, void *flag) {
-                static_cast<std::atomic<int> *>(flag)->store(1);
-                static_cast<std::atomic<int> *>(flag)->notify_all();
-            },
-            nullptr);
-        done.wait(0);
-        systemAnswerReports();
-    }
 }
 
 std::string systemDump(Tav *tav) {

@@ -31,7 +31,22 @@ std::string systemDump(Tav *tav);
 int systemThreads();
 bool systemThreadsBackTo(int count);
 
-class SystemInstance {
+// The path of the real trace catalogue.
+inline char systemCatalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
+
+struct SystemParts {
+    Tav *tav = nullptr; // null when it could not be created
+    TavConnectorGroup *group = nullptr;
+    TavConnector *connector = nullptr;
+};
+// An instance that was not started, with the group "g" and its connector.
+SystemParts systemCreate(const EnvCallBacks &env = systemCallBacks(), const std::string &url = "http://127.0.0.1:1");
+// Waits until what the instance's own thread has to do is done, and answers the reports that came of it. Returns the blocks in use, but for
+// the last work, which that thread frees a moment later. Waits until there are no more than `count`; FALSE when that does not happen.
+int systemSettle(Tav *tav);
+bool systemBlocksBackTo(int count);
+
+class SystemInstance : public SystemParts {
 public:
     // `beforeStart` gets the instance with its group.
     explicit SystemInstance(const EnvCallBacks &env = systemCallBacks(), void (*beforeStart)(Tav *tav) = nullptr);
@@ -40,13 +55,8 @@ public:
     SystemInstance &operator=(const SystemInstance &) = delete;
 
     long long give(const std::string &document) const { return tavHandleJsonFromRestService(document.c_str(), connector); }
-    // Waits until what the instance's own thread has to do is done, and answers the reports that came of it.
-    void settle() const;
+    void settle() const { systemSettle(tav); }
     std::string dump() const { return systemDump(tav); }
-
-    Tav *tav = nullptr; // null when it could not be created
-    TavConnectorGroup *group = nullptr;
-    TavConnector *connector = nullptr;
 };
 
 #endif

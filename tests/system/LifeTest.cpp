@@ -21,7 +21,7 @@ constexpr int CYCLES = TAV_TEST_SANITIZED ? 120 : 1000;
 constexpr int ROUNDS = TAV_TEST_SANITIZED ? 12 : 40;
 constexpr int THREADS = 4;
 
-class Life : public testing::Test {
+class Life : public testing::Test, protected SystemParts {
 protected:
     // The host's own transport and alarms are missing: the library's are used.
     Life() {
@@ -33,10 +33,7 @@ protected:
     ~Life() override { unlink(path.c_str()); }
 
     void create(const std::string &url) {
-        static char catalogue[] = TAV_SOURCE_DIR "/share/tav-trace.xml";
-        tav = tavCreate(&env, nullptr, catalogue);
-        group = tavConnectorGroupCreate(tav, "g");
-        connector = tavConnectorCreate(group, url.c_str());
+        static_cast<SystemParts &>(*this) = systemCreate(env, url);
         tavConnectorGroupSetProperty(group, "retryInterval", "1");
     }
     bool isRouted() const { return !shop::serverFor(tav, "/shop/cart").empty(); }
@@ -61,9 +58,6 @@ protected:
     const int threads = systemThreads();
     HeldController controller{shop::document(1, 1)};
     std::string path = "/tmp/tav-life-test-" + std::to_string(getpid());
-    Tav *tav;
-    TavConnectorGroup *group;
-    TavConnector *connector;
 };
 
 TEST_F(Life, CyclesLeaveNothing) {

@@ -54,6 +54,48 @@ std::string pair(const std::string &op, const std::string &kind, const std::stri
            kind.substr(colon + 1) + "': '" + second + "'}]}}";
 }
 
+const std::vector<Change> &changes() {
+    const auto set = [](const std::string &name, const char *type, const char *there, const char *back) {
+        return Change{objects("set", entry(name, type, there)), objects("set", entry(name, type, back))};
+    };
+    const auto link = [](const char *kind, const std::string &first, const std::string &second) {
+        return Change{pair("add", kind, first, second), pair("del", kind, first, second)};
+    };
+    const auto come = [](const std::string &name, const char *type, const char *props = "") {
+        return Change{objects("add", entry(name, type, props)), objects("del", entry(name, type))};
+    };
+    const std::string extra = NODE + "/server/extra", application = "/serverApplication/shop-edition@";
+    const std::string slow = "/cell/c/healthPolicy/slow", rule = WORK_CLASS + "/rule/";
+    static const std::vector<Change> all = {
+        come(extra, "server", "'state': 'STARTED', 'weight': 1, 'id': 'clone5'"),
+        come(extra + "/transport/t", "transport", "'protocol': 'http', 'host': 'a', 'port': 1"),
+        come(extra + application, "serverApplication", "'state': 'STARTED'"),
+        link("cluster:server", CLUSTER, extra),
+        link("server:webModule", extra, STORE),
+        link("server:healthPolicy", extra, slow),
+        link("cluster:server", OTHER_CLUSTER, S1),
+        link("server:healthPolicy", S2, slow),
+        set(S1, "server", "'state': 'STOPPED', 'weight': 0", "'state': 'STARTED', 'weight': 2"),
+        set(S2, "server", "'server.maintenancemode': 'break', 'maxConnections': 1",
+            "'server.maintenancemode': 'false', 'maxConnections': 50"),
+        set(NODE, "node", "'cp.node.maintenancemode': 'true'", "'cp.node.maintenancemode': 'false'"),
+        set(S1 + "/transport/http", "transport", "'host': 'other-@', 'port': 9081", "'host': 'h1-@', 'port': 9080"),
+        set(S2 + application, "serverApplication", "'state': 'QUIESCED'", "'state': 'STARTED'"),
+        {objects("del", entry(S2 + application, "serverApplication")),
+         objects("add", entry(S2 + application, "serverApplication", "'state': 'STARTED'"))},
+        {objects("del", entry(S1 + "/ruleSet/trace/rule/1", "rule")),
+         objects("add", entry(S1 + "/ruleSet/trace/rule/1", "rule", "'expression': 'port = 80', 'action': ':INFO'"))},
+        set(rule + "1", "rule", "'action': 'redirect:http://new/@'", "'expression': 'uri LIKE `/shop/ol%` AND port > 1'"),
+        come(rule + "7", "rule", "'expression': 'uri = `/shop/cart`', 'action': 'permit:shop-edition@'"),
+        set(CELL, "cell", "'cp.DefaultRequestTraceSpec': ':NOTICE,http.request:INFO', 'cp.MaxHttpContextPoolSize': '2'",
+            "'cp.DefaultRequestTraceSpec': null, 'cp.TrustedProxyList': '127.0.0.1:10.0.0.9'"),
+        come("/cell/c/cluster/brief@", "cluster"),
+        set(slow, "healthPolicy", "'threshold': 0", "'threshold': 2"),
+        link("vHostGroup:webModule", GROUP, BETA),
+    };
+    return all;
+}
+
 Decision decisionOf(TavHttpContext *ctx) {
     Decision decision;
     decision.handled = tavHttpContextShouldHandle(ctx);
@@ -91,6 +133,23 @@ std::string Decision::text() const {
     return std::to_string(handled) + " " + std::to_string(action) + " " + std::to_string(errorCode) + " edition=" + edition +
            " application=" + application + " module=" + module + " group=" + group + " redirect=" + redirect + " error=" + error +
            " server=" + server + " cluster=" + cluster + " at " + host + ":" + std::to_string(port);
+}
+
+// A name's last number is the generation; -1 without one.
+static int generationOf(const std::string &name) {
+    const size_t end = name.find_last_of("0123456789"), before = name.find_last_not_of("0123456789", end);
+    return end == std::string::npos ? -1 : atoi(name.c_str() + (before == std::string::npos ? 0 : before + 1));
+}
+
+int Decision::generation() const {
+    int common = -1;
+    for (const std::string *name : {&edition, &application, &module, &group, &server, &cluster, &redirect}) {
+        const int own = generationOf(*name);
+        if (own < 0 || own == common) continue;
+        if (common >= 0) return -2;
+        common = own;
+    }
+    return common;
 }
 
 EnvHttpContext request(const std::string &path) {

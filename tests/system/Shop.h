@@ -4,6 +4,8 @@
 #define SYSTEM_SHOP_H
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <tav/tav.h>
 
@@ -31,6 +33,7 @@ inline const std::string GROUP = "/cell/c/vHostGroup/v@";
 inline const std::string APPLICATION = "/cell/c/application/shop-edition@";
 inline const std::string WORK_CLASS = APPLICATION + "/webRouteWorkClass/Default_HTTP_WC";
 inline const std::string STORE = APPLICATION + "/webModule/store@";
+inline const std::string BETA = "/cell/c/application/shop-editionB@/webModule/beta@";
 inline const std::string CONSOLE = "/cell/c/application/admin@/webModule/console@";
 
 // {"name": name, "type": type, "props": {props}} for a delta; without `props` none.
@@ -38,6 +41,10 @@ std::string entry(const std::string &name, const std::string &type, const std::s
 // "op": {"objects": [entries]} and "op": {"relationships": {kind: [one pair]}}.
 std::string objects(const std::string &op, const std::string &entries);
 std::string pair(const std::string &op, const std::string &kind, const std::string &first, const std::string &second);
+
+// Changes of the running shop that need no rebuild, as operations: each with what undoes it.
+using Change = std::pair<std::string, std::string>;
+const std::vector<Change> &changes();
 
 // What the library decided for one request.
 struct Decision {
@@ -48,6 +55,8 @@ struct Decision {
     std::string server, cluster, host; // of the endpoint; empty without one
     int port = 0;
     std::string text() const; // all of it on one line
+    // The generation that everything in it is of; -1 when nothing tells one, -2 when not all is of the same.
+    int generation() const;
 };
 
 // Decides for the request and ends it, with no report of progress in between.
