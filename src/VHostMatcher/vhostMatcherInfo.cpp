@@ -1,8 +1,7 @@
 // Text and JSON forms of a group.
-#include <jansson.h>
-
 #include "URIMatcher/uriInfo.h"
 #include "VHostMatcher/VHostMatcher.h"
+#include "tavUtil/tavJson.h"
 
 // "\n    " + label + "=(" + entries joined by "," + ")"
 template <typename AddEntry>
@@ -40,24 +39,16 @@ size_t vhostMatcherInfoLength(const VHostMatcher *matcher) noexcept {
 }
 
 // The hosts for any port and `any` are left out; readers of the dump know it so.
-static bool addPairs(const VHostMatcher *matcher, json_t *array) noexcept {
-    for (const VHost *vhost : TavListRange<const VHost>(matcher->vhostList)) {
-        if (json_array_append_new(array, vhostToJSON(vhost)) != 0) return false;
-    }
-    for (int i = 0; i < matcher->noOfports; ++i) {
-        if (json_array_append_new(array, vhostPairToJSON("*", matcher->ports[i])) != 0) return false;
-    }
-    return true;
+static json_t *pairsToJSON(const VHostMatcher *matcher) noexcept {
+    JsonArray pairs;
+    for (const VHost *vhost : TavListRange<const VHost>(matcher->vhostList)) pairs.add(vhostToJSON(vhost));
+    for (int i = 0; i < matcher->noOfports; ++i) pairs.add(vhostPairToJSON("*", matcher->ports[i]));
+    return pairs.release();
 }
 
 json_t *vhostMatcherToJSON(const VHostMatcher *matcher) noexcept {
-    json_t *group = json_object();
-    json_t *pairs = json_array();
-    const bool filled = group && pairs && addPairs(matcher, pairs) &&
-                        json_object_set_new(group, "VHostGroup", vhostJsonText(matcher->name)) == 0 &&
-                        json_object_set(group, "VHosts", pairs) == 0;
-    json_decref(pairs);
-    if (filled) return group;
-    json_decref(group);
-    return nullptr;
+    JsonObject group;
+    group.text("VHostGroup", matcher->name);
+    group.set("VHosts", pairsToJSON(matcher));
+    return group.release();
 }

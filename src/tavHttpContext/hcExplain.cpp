@@ -9,13 +9,13 @@
 #include "tavRequestMapper/tavRequestMapper.h"
 #include "tavTargetSelector/tavTargetSelector.h"
 #include "tavURLMatcher/tavURLMatcher.h"
+#include "tavUtil/tavJson.h"
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavString.h"
-#include "vHost/jsonBuilder.h"
 
 namespace {
 
-void setText(JsonObject &json, const char *name, const char *text) noexcept { json.set(name, text ? vhostJsonText(text) : json_null()); }
+void setText(JsonObject &json, const char *name, const char *text) noexcept { json.set(name, text ? tavJsonText(text) : json_null()); }
 
 // ---- rules ----
 
@@ -34,7 +34,7 @@ void addRule(const TavRuleEntry *rule, const char *, void *passback) noexcept {
     JsonObject json;
     json.number("order", rule->order);
     json.text("expression", rule->expressionString);
-    json.set("action", action ? vhostJsonText(action.get()) : nullptr);
+    json.set("action", action ? tavJsonText(action.get()) : nullptr);
     json.flag("parses", rule->expr != nullptr);
     json.number("steps", steps);
     static_cast<JsonArray *>(passback)->add(counted ? json.release() : nullptr);

@@ -9,11 +9,11 @@
 #include "tavRequestMapper/tavRequestMapper.h"
 #include "tavStatus/tavStatus.h"
 #include "tavTargetSelector/tavTargetSelector.h"
+#include "tavUtil/tavJson.h"
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavSharedText.h"
 #include "tavUtil/tavString.h"
 #include "tavUtil/tavStringBuffer.h"
-#include "vHost/jsonBuilder.h"
 
 namespace {
 
@@ -91,7 +91,7 @@ public:
             sbAdd(sb_.get(), form(name));
         }
     }
-    json_t *json() const noexcept { return sb_ && !sb_->failed ? vhostJsonText(sbStr(sb_.get())) : nullptr; }
+    json_t *json() const noexcept { return sb_ && !sb_->failed ? tavJsonText(sbStr(sb_.get())) : nullptr; }
     bool none() const noexcept { return sb_ && sbLen(sb_.get()) == 0; }
 
 private:
@@ -102,7 +102,7 @@ const char *wholeName(const char *name) noexcept { return name; }
 
 json_t *moduleStatus(const WebModule *webModule) noexcept {
     JsonArray uris;
-    for (const char *uri : TavListRange<const char>(webModule->uris)) uris.add(vhostJsonText(uri));
+    for (const char *uri : TavListRange<const char>(webModule->uris)) uris.add(tavJsonText(uri));
     const Names groups(webModule, webModule->vHostGroups, tavPathToName), clusters(webModule, webModule->clusters, wholeName);
     JsonObject module;
     module.text("name", tavPathToName(webModule->name));
@@ -161,7 +161,7 @@ void addRule(const TavRuleEntry *rule, const char *error, void *passback) noexce
     status.text("kind", set.kind);
     status.number("order", rule->order);
     status.text("expression", rule->expressionString);
-    status.set("action", action ? vhostJsonText(action.get()) : nullptr);
+    status.set("action", action ? tavJsonText(action.get()) : nullptr);
     status.textIfAny("error", error);
     set.array.add(status.release());
 }

@@ -5,8 +5,8 @@
 
 #include "tavStatus/tavStatus.h"
 #include "tavTargetSelector/tavTargetSelector.h"
+#include "tavUtil/tavJson.h"
 #include "tavUtil/tavString.h"
-#include "vHost/jsonBuilder.h"
 
 namespace {
 

@@ -14,8 +14,8 @@
 #include "tav/tavRecord.h"
 #include "tavConnector/tavConnector.h"
 #include "tavSnapshot/tavRoutingInfo.h"
+#include "tavUtil/tavJson.h"
 #include "tavUtil/tavString.h"
-#include "vHost/jsonBuilder.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The topology as JSON. Names and ids may be any bytes; what is not UTF-8 becomes "?".
 #include "tavTargetSelector/tsInternal.h"
-#include "vHost/jsonBuilder.h"
+#include "tavUtil/tavJson.h"
 
 static json_t *serverApplicationsToJSON(const TargetServer *server, bool full) noexcept TS_LOCKED {
     JsonObject applications;

@@ -8,8 +8,6 @@
 // (VHostMatcherOwner). Locks: none; see the header.
 #include "tavURLMatcher/tavURLMatcher.h"
 
-#include <jansson.h>
-
 #include <cstring>
 
 #include "URIMatcher/WebModuleForMatching.h"
@@ -17,6 +15,7 @@
 #include "tavURLMatcher/tavHttpContextForMatching.h"
 #include "tavURLMatcher/urlMatcherIndex.h"
 #include "tavURLMatcher/urlMatcherSeal.h"
+#include "tavUtil/tavJson.h"
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavString.h"
 
@@ -167,15 +166,9 @@ WebModule *matchLongestURI(const URLMatcher *urlMatcher, TavHttpContext *request
 }
 
 json_t *urlMatcherToJSON(const URLMatcher *urlMatcher) noexcept {
-    json_t *whole = json_object();
-    json_t *groups = json_array();
-    bool filled = whole && groups;
-    for (const VHostMatcher *group : TavListRange<const VHostMatcher>(urlMatcher->vhostMatcherList)) {
-        filled = filled && json_array_append_new(groups, vhostMatcherToJSON(group)) == 0;
-    }
-    filled = filled && json_object_set(whole, "VHostGroups", groups) == 0;
-    json_decref(groups);
-    if (filled) return whole;
-    json_decref(whole);
-    return nullptr;
+    JsonArray groups;
+    for (const VHostMatcher *group : TavListRange<const VHostMatcher>(urlMatcher->vhostMatcherList)) groups.add(vhostMatcherToJSON(group));
+    JsonObject whole;
+    whole.set("VHostGroups", groups.release());
+    return whole.release();
 }

@@ -1,10 +1,9 @@
 // One host:port pair. Letters are compared without case, in every locale alike. The record owns its texts and its own matcher.
 #include "vHost/vHost.h"
 
-#include <jansson.h>
-
 #include <cstring>
 
+#include "tavUtil/tavJson.h"
 #include "tavUtil/tavMemory.h"
 #include "tavUtil/tavString.h"
 #include "tr/tr.h"
@@ -89,5 +88,14 @@ void *matchAndgetURIMatcherDebugCtx(const VHost *vhost, const char *host, int po
 int compare(const VHost *a, const VHost *b) noexcept { return (a->port > b->port) - (a->port < b->port); }
 
 char *intoch(int n) noexcept { return tavToString(n); }
+
+json_t *vhostPairToJSON(const char *host, int port) noexcept {
+    const TavText portText(intoch(port));
+    if (!portText) return nullptr;
+    JsonObject pair;
+    pair.text("host", host);
+    pair.text("port", portText.get());
+    return pair.release();
+}
 
 json_t *vhostToJSON(const VHost *vhost) noexcept { return vhostPairToJSON(vhost->host ? vhost->host : "*", vhost->port); }

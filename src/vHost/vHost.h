@@ -51,8 +51,6 @@ json_t *vhostToJSON(const VHost *vhost) noexcept;
 // Equal lengths and letters of any case; a null equals nothing.
 Boolean vhostSameHost(const char *a, const char *b) noexcept;
 Boolean vhostIsAnyHostName(const char *host) noexcept; // null or "*"
-// Returns new. Bytes that are no UTF-8 become "?"; null gives "". Null without memory.
-json_t *vhostJsonText(const char *text) noexcept;
 json_t *vhostPairToJSON(const char *host, int port) noexcept; // returns new {"host", "port"}, null without memory
 
 #endif

@@ -1,10 +1,11 @@
-// Building JSON: what could not be stored fails the whole, so that nothing is left out in silence.
-#ifndef VHOST_JSONBUILDER_H
-#define VHOST_JSONBUILDER_H
+// JSON texts of any bytes, and building JSON: what could not be stored fails the whole, so that nothing is left out in silence.
+#ifndef TAVUTIL_TAVJSON_H
+#define TAVUTIL_TAVJSON_H
 
 #include <jansson.h>
 
-#include "vHost/vHost.h"
+// Returns new. Bytes that are no UTF-8 become "?"; null gives "". Null without memory.
+json_t *tavJsonText(const char *text) noexcept;
 
 class JsonBuilder {
 public:
@@ -36,12 +37,12 @@ public:
     void set(const char *key, json_t *value) noexcept { note(json_object_set_new(json_, key, value)); }
     // The same with a key of any bytes.
     void setNamed(const char *name, json_t *value) noexcept {
-        json_t *key = vhostJsonText(name);
+        json_t *key = tavJsonText(name);
         if (!key) json_decref(value);
         note(key ? json_object_set_new(json_, json_string_value(key), value) : -1);
         json_decref(key);
     }
-    void text(const char *key, const char *value) noexcept { set(key, vhostJsonText(value)); } // any bytes; null: ""
+    void text(const char *key, const char *value) noexcept { set(key, tavJsonText(value)); } // any bytes; null: ""
     void textUnlessNull(const char *key, const char *value) noexcept {
         if (value) text(key, value);
     }
