@@ -6,18 +6,11 @@ namespace tavhost {
 
 namespace {
 
-// Length of the UTF-8 sequence that begins at text[0]; 0 when there is none: overlong forms and surrogates are none.
+// Length of the UTF-8 sequence that the text begins with; 0 when there is none. jansson judges.
 size_t utf8Length(std::string_view text) {
-    const auto byte = [text](size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned char lead = byte(0);
-    const size_t length = lead < 0x80 ? 1 : lead < 0xc2 ? 0 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : lead < 0xf5 ? 4 : 0;
-    if (length > text.size()) return 0;
-    for (size_t i = 1; i < length; i++) {
-        if ((byte(i) & 0xc0) != 0x80) return 0;
-    }
-    if ((lead == 0xe0 && byte(1) < 0xa0) || (lead == 0xed && byte(1) > 0x9f)) return 0;
-    if ((lead == 0xf0 && byte(1) < 0x90) || (lead == 0xf4 && byte(1) > 0x8f)) return 0;
-    return length;
+    const auto lead = static_cast<unsigned char>(text[0]);
+    const size_t length = lead < 0x80 ? 1 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+    return length <= text.size() && Json(json_stringn(text.data(), length)) ? length : 0;
 }
 
 } // namespace
