@@ -43,17 +43,18 @@ void store(apr_interval_time_t &timeout, int seconds) {
 }
 
 // A body is sent when the server has said that it wants it; mod_proxy calls that a ping.
-void followWaitForContinue(proxy_worker_shared *worker, TavTargetEndpoint *endpoint) {
+void followWaitForContinue(proxy_worker_shared *worker, TavTargetEndpoint *endpoint, int ioTimeout) {
     const unsigned wanted = tavTargetEndpointGetWaitForContinue(endpoint) ? 1 : 0;
-    store(worker->ping_timeout, tavTargetEndpointGetIOTimeout(endpoint));
+    if (wanted) store(worker->ping_timeout, ioTimeout);
     if (worker->ping_timeout_set != wanted) worker->ping_timeout_set = wanted; // its neighbours in the word never change
 }
 
 // The server's properties change without its endpoints being made anew.
 void followProperties(proxy_worker_shared *worker, TavTargetEndpoint *endpoint) {
+    const int ioTimeout = tavTargetEndpointGetIOTimeout(endpoint);
     store(worker->conn_timeout, tavTargetEndpointGetConnectTimeout(endpoint));
-    store(worker->timeout, tavTargetEndpointGetIOTimeout(endpoint));
-    followWaitForContinue(worker, endpoint);
+    store(worker->timeout, ioTimeout);
+    followWaitForContinue(worker, endpoint, ioTimeout);
 }
 
 void setTimeouts(proxy_worker_shared *worker, TavTargetEndpoint *endpoint) {

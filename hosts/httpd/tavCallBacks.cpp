@@ -124,7 +124,7 @@ char *cookieOf(request_rec *r, const char *name) {
     const apr_array_header_t *headers = apr_table_elts(r->headers_in);
     const auto *entries = reinterpret_cast<const apr_table_entry_t *>(headers->elts);
     for (int i = 0; i < headers->nelts; i++) {
-        if ((*entries[i].key | 0x20) != 'c' || ap_cstr_casecmp(entries[i].key, "Cookie") != 0) continue;
+        if (ap_cstr_casecmp(entries[i].key, "Cookie") != 0) continue;
         if (char *value = findCookie(r->pool, entries[i].val, name)) return value;
     }
     return nullptr;
