@@ -3,7 +3,8 @@
 // Walking the trees of some rules costs a few hundred instructions and as many cache lines as the trees have records. A program is one
 // block that is read front to back: it asks the same operands in the same order, compares what they show without copying it and keeps the
 // truths in the bits of a word. It computes exactly what expressionIsTrue() computes, but writes no debug lines. What has no short form (a
-// comparison of two operands, a list with an operand in it, an operator of another language) is one step that walks its whole expression's tree.
+// comparison of two operands, a list with an operand in it, an operator of another language) is one step that walks its whole expression's
+// tree.
 #ifndef TAVLANGUAGE_CONDITIONPROGRAM_H
 #define TAVLANGUAGE_CONDITIONPROGRAM_H
 

@@ -8,7 +8,8 @@
 
 namespace controller {
 
-// A socket that listens at "ADDRESS:PORT" (numbers; "[::1]:80" for IPv6; port 0: any that is free), and the URL that leads to it. Throws Fault.
+// A socket that listens at "ADDRESS:PORT" (numbers; "[::1]:80" for IPv6; port 0: any that is free), and the URL that leads to it. Throws
+// Fault.
 struct ListenSocket {
     int descriptor;
     std::string url;
