@@ -47,6 +47,12 @@ void CoreFixture::TearDown() {
     EXPECT_EQ(tavGetMemCount(), ownersBefore);
 }
 
+int CoreFixture::settle() {
+    const int blocks = systemSettle(tav);
+    EXPECT_TRUE(systemBlocksBackTo(blocks));
+    return blocks;
+}
+
 std::string CoreFixture::dump() { return systemDump(tav) + "\nrules " + std::to_string(tavRulesGetCount(tav->requestTraceRules)); }
 
 std::string CoreFixture::storedText() const { return takeText(json_incref(connector->json)); }

@@ -27,6 +27,9 @@ protected:
     std::string url = "http://127.0.0.1:1"; // of the connector
 
     long long give(const std::string &document) { return tavHandleJsonFromRestService(document.c_str(), connector); }
+    // Waits until the instance's own thread has done and freed everything, even what it was started with; returns the blocks in use. To be
+    // called before blocks are counted.
+    int settle();
     // The dump of mapper and selector (without what a rebuild starts anew), as text with sorted keys.
     std::string dump();
     // The stored document, as text with sorted keys; "" when there is none.

@@ -132,7 +132,7 @@ TEST_F(Response, StoresThePartitionTable) {
     }
     Obtained ctx = route(); // a table for no cluster is dropped
     tsLinkClusterServer(cluster, first().server, FALSE);
-    const int blocks = tavGetMemCount();
+    const int blocks = settle();
     for (const char *table : {"p1:c1", ""}) {
         host.responseHeaders = {{"$ZVPT", {table}}, {"_ZV_HAPRT_WLMVERSION", {"1"}}};
         host.responseHeadersSet.clear();
@@ -229,6 +229,7 @@ TEST_F(Response, FailingMemoryLosesNothing) {
     host.responseHeaders = {{"Set-Cookie", {"SID=abc; Path=/"}}, {"$ZVPT", {"p1:c1;p1:c2;p2:c3"}}, {"_ZV_HAPRT_WLMVERSION", {"1"}}};
     const Headers response = host.responseHeaders;
     tavSetPartitionData(tav, clusterName, tsDefaultPartitionIDData());
+    settle();
     failEachAllocation([&](auto) {
         host.responseHeaders = response;
         host.responseHeadersSet.clear();

@@ -198,6 +198,7 @@ TEST_F(RequestMapperTest, PoliciesOutliveTheirModule) {
     rmWebModuleDelete(webModule);
     EXPECT_STREQ(hapGetCookieNames(first)[0], "A");
     EXPECT_STREQ(hapGetDelimiter(first), ":");
+    settle();
     failEachAllocation([&](auto failed) {
         HttpAffinityPolicy *made = hapCreate(nullptr, names, ":", FALSE), *described = hapCreate1(nullptr, "A,B;+;true");
         EXPECT_TRUE((made && described) || failed());
