@@ -119,6 +119,8 @@ void endPointGiveUp(TavTargetEndpoint *endpoint) noexcept TS_LOCKED;    // the h
 void endPointTrim(TavTargetEndpoint *endpoint) noexcept TS_LOCKED;      // frees what no request can read any more
 void endPointRelease(TavTargetEndpoint *endpoint) noexcept TS_LOCKED;
 void endPointFree(TavTargetEndpoint *endpoint) noexcept TS_LOCKED; // leaves no list
+// The first of a list that the configuration has not deleted, or null: a deleted one stays in the list until its requests let go.
+TavTargetEndpoint *endPointFirst(const TavList *list) noexcept;
 
 // ---- virtual clusters ----
 VirtualCluster *virtualClusterFind(TargetSelector *ts, const char *name) noexcept TS_LOCKED;

@@ -36,24 +36,16 @@ static TavTargetEndpoint *matchedEndpoint(TavHttpContext *ctx, TargetSelector *t
     return nullptr;
 }
 
-static TavTargetEndpoint *firstEndpoint(const TavList *endpointList) noexcept {
-    for (TavTargetEndpoint *endpoint : TavListRange<TavTargetEndpoint>(endpointList)) {
-        if (!endpoint->deleted) return endpoint;
-    }
-    return nullptr;
-}
-
 TavTargetEndpoint *selectEndpoint(TavHttpContext *ctx, TargetSelector *ts, const TavList *endpointList) noexcept TAV_NO_ANALYSIS {
     TavTargetEndpoint *matched = tavSelectsEndpointByVHost(ts->tav) ? matchedEndpoint(ctx, ts, endpointList) : nullptr;
-    return matched ? matched : firstEndpoint(endpointList);
+    return matched ? matched : endPointFirst(endpointList);
 }
 
 TavTargetEndpoint *selectEndpointFromServer(const TsRequest &req, const TargetServer *server) noexcept {
     TavTargetEndpoint *usual = server->usualEndPoint[req.protoIndex];
     if (!req.byVHost || !usual) return usual;
     // The list that the usual one stands in is the one to choose from.
-    TavTargetEndpoint *matched = matchedEndpoint(req.ctx, req.ts, server->endPoints[usual->attachedIndex]);
-    return matched ? matched : usual;
+    return selectEndpoint(req.ctx, req.ts, server->endPoints[usual->attachedIndex]);
 }
 
 // ---- the request ----

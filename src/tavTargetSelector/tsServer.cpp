@@ -72,8 +72,7 @@ TavConnector *tsServerGetConnector(const TargetServer *server) noexcept { return
 
 // ---- endpoints per protocol ----
 
-// The first of the list that the configuration has not deleted; a deleted one stays in the list until its requests let go.
-static TavTargetEndpoint *firstLiving(const TavList *list) noexcept {
+TavTargetEndpoint *endPointFirst(const TavList *list) noexcept {
     for (TavTargetEndpoint *endpoint : TavListRange<TavTargetEndpoint>(list)) {
         if (!endpoint->deleted) return endpoint;
     }
@@ -81,7 +80,7 @@ static TavTargetEndpoint *firstLiving(const TavList *list) noexcept {
 }
 
 void serverChooseEndPoints(TargetServer *server) noexcept {
-    TavTargetEndpoint *first[TS_PROTOCOLS] = {firstLiving(server->endPoints[0]), firstLiving(server->endPoints[1])};
+    TavTargetEndpoint *first[TS_PROTOCOLS] = {endPointFirst(server->endPoints[0]), endPointFirst(server->endPoints[1])};
     for (int i = 0; i < TS_PROTOCOLS; i++) server->usualEndPoint[i] = first[i] ? first[i] : first[1 - i];
 }
 
