@@ -169,7 +169,7 @@ TEST_F(Response, FollowsTheSessionCookie) {
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << c.type << " " << c.setCookie[0]);
         const Back &s = addServer(("S" + std::to_string(&c - cases)).c_str(), c.cloneId, c.type == learn ? web : c.type);
-        const char *names[] = {"SID", "JSESSIONID", "", nullptr};
+        const char *names[] = {"", "SID", "JSESSIONID", nullptr};
         hapCreate(module, names, ":", c.type == learn);
         tsVirtualClusterCreate(ts, module, wmGetName(module)); // forgets the policy it had
         host.responseHeaders = {{"Set-Cookie", c.setCookie}};
