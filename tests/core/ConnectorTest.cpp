@@ -362,9 +362,10 @@ TEST_F(Connector, Properties) {
 
 TEST_F(Connector, SurvivesEveryFailedAllocation) {
     const int atRest = settle();
-    failEachAllocation([this, atRest](auto) {
+    failEachAllocation([this, atRest](auto failed) {
         const size_t firstOfRun = sent.size();
         if (TavConnectorGroup *cg = tavConnectorGroupCreate(tav, "other")) {
+            EXPECT_FALSE(failed()) << "half a group";
             TavConnector *c = tavConnectorCreate(cg, "http://127.0.0.1:5");
             tavConnectorGroupStart(cg);
             if (sent.size() > firstOfRun) answer(firstOfRun, response(200, "nonsense"));

@@ -139,6 +139,7 @@ TEST(FailingCreation, GivesNothingAndKeepsNothing) {
     failing::arm(-1, 0);
     EnvCallBacks env = systemCallBacks();
     Tav *whole = tavCreate(&env, nullptr, systemCatalogue);
+    tavSetServerName(whole, "c_web_plug");
     const long total = failing::disarm();
     tavDestroy(whole);
     ASSERT_TRUE(systemThreadsBackTo(threads));
@@ -148,9 +149,12 @@ TEST(FailingCreation, GivesNothingAndKeepsNothing) {
         for (long first = 0, stride = total / MOST_RUNS + 1; first < total; first += stride) {
             failing::arm(first, length);
             Tav *tav = tavCreate(&env, nullptr, systemCatalogue);
+            tavSetServerName(tav, "c_web_plug");
             failing::disarm();
             if (tav) {
                 created++;
+                const bool named = strcmp(tavGetServerName(tav), "c_web_plug") == 0;
+                EXPECT_STREQ(tavGetServerPath(tav), named ? "/cell/c/node/web/server/plug" : "/cell/tavlib");
                 tavDestroy(tav);
             }
             ASSERT_TRUE(systemThreadsBackTo(threads));
