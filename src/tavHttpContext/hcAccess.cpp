@@ -67,8 +67,8 @@ const char *tavHttpContextGetRuleExpression(TavHttpContext *ctx) noexcept {
 
 long long tavHttpContextGetConfigVersion(TavHttpContext *ctx) noexcept { return ctx ? ctx->configVersion : -1; }
 
-void hcSetAffinityBreakReason(TavHttpContext *ctx, const char *reason) noexcept {
-    snprintf(ctx->affinityBreakReason, sizeof ctx->affinityBreakReason, "%s", reason ? reason : "");
+void tavHttpContextSetAffinityBreakReason(TavHttpContext *ctx, const char *reason) noexcept {
+    if (ctx) snprintf(ctx->affinityBreakReason, sizeof ctx->affinityBreakReason, "%s", reason ? reason : "");
 }
 
 // A later choice may have gone back to the session's server: the reason of an earlier one is then past.

@@ -97,7 +97,7 @@ static TavTargetEndpoint *waitForEndpoint(TavHttpContext *ctx, int maxSeconds) n
     for (int second = 0; second < maxSeconds; second++) {
         rolloutSleep.load()(1);
         ctx->requestMapped = FALSE;
-        hcSetAffinityBreakReason(ctx, nullptr); // the edition of before may have had other session cookies
+        tavHttpContextSetAffinityBreakReason(ctx, nullptr); // the edition of before may have had other session cookies
         if (TavTargetEndpoint *endpoint = tavHttpContextGetTargetEndpoint(ctx)) return endpoint;
     }
     return nullptr;

@@ -26,8 +26,6 @@ inline char *hcName(const char *name) noexcept { return const_cast<char *>(name)
 
 // Replaces one of the context's texts by a copy (null: none). FALSE without memory: the old text stays. `value` may be the old text.
 Boolean hcSetText(TavHttpContext *ctx, char **text, const char *value) noexcept;
-// Stores the reason why the session's server does not serve the request; null: none.
-void hcSetAffinityBreakReason(TavHttpContext *ctx, const char *reason) noexcept;
 // Forgets every text.
 void hcClearTexts(TavHttpContext *ctx) noexcept;
 // Chooses the request's trace specification: a matching trace rule's, else the instance's.

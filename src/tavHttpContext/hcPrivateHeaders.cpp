@@ -11,10 +11,8 @@ static void setRequestHeader(TavHttpContext *ctx, const char *name, const char *
     hcCall(ctx, hcHost(ctx).request.setHeaderValue, 0, hcName(name), hcName(value));
 }
 
-void tavHttpContextBreakAffinity(TavHttpContext *ctx, const char *reason) noexcept {
-    if (!ctx) return;
-    setRequestHeader(ctx, "$ZVFO", "true");
-    hcSetAffinityBreakReason(ctx, reason);
+void tavHttpContextBreakAffinity(TavHttpContext *ctx) noexcept {
+    if (ctx) setRequestHeader(ctx, "$ZVFO", "true");
 }
 
 // The cluster's partition version, or "". Copied to `buffer` or `longVersion`, because it may be replaced once the lock is released.

@@ -83,7 +83,8 @@ static void reportConnect(TavHttpContext *ctx, TavHttpContextState state, const 
 // Connect failures deliberately do not count against the endpoints that one request may try.
 static void giveUpEndpoint(TavHttpContext *ctx, TavHttpContextState state) noexcept {
     if (state == RESPONSE_TIMEOUT) ctx->responseTimeouts++;
-    if (!ctx->performedLoadBalancing) hcSetAffinityBreakReason(ctx, state == CONNECT_FAILURE ? "connect failure" : TS_FAILED_BEFORE);
+    if (!ctx->performedLoadBalancing)
+        tavHttpContextSetAffinityBreakReason(ctx, state == CONNECT_FAILURE ? "connect failure" : TS_FAILED_BEFORE);
     tavListAddTail(ctx->failedServerApps, ctx->targetServerApplication);
     tsTargetInfoDecrementRefCnt(ctx);
     if (state != CONNECT_FAILURE) ctx->failureCount++;

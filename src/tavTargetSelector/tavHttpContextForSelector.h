@@ -47,7 +47,9 @@ inline constexpr const char *TS_FAILED_BEFORE = "previously failed to route this
 
 // Called under the selector lock.
 Boolean tavHttpContextIsFailedServerApp(TavHttpContext *ctx, const TargetServerApplication *sapp) noexcept; // by identity only
-void tavHttpContextBreakAffinity(TavHttpContext *ctx, const char *reason) noexcept; // copies what fits into TS_BREAK_REASON_SIZE
+void tavHttpContextBreakAffinity(TavHttpContext *ctx) noexcept;                                             // tells the back end
+// Stores why the session's server does not serve the request, as much as fits into TS_BREAK_REASON_SIZE; null: no reason any more.
+void tavHttpContextSetAffinityBreakReason(TavHttpContext *ctx, const char *reason) noexcept;
 void tavHttpContextSetAffinityPolicy(TavHttpContext *ctx, HttpAffinityPolicy *policy) noexcept; // borrows for the request
 
 #endif

@@ -86,7 +86,8 @@ static int outboundProtocol(const TsRequest &req, const VirtualCluster *vc) noex
 
 static void breakAffinity(const TsRequest &req, const char *traced, const char *reason) noexcept TS_LOCKED {
     TR_DEBUG(req.trCtx, req.ts->breakAffinityRec, "%s", traced);
-    tavHttpContextBreakAffinity(req.ctx, reason);
+    tavHttpContextBreakAffinity(req.ctx);
+    tavHttpContextSetAffinityBreakReason(req.ctx, reason);
 }
 
 // An affinity server that has no room is given up.

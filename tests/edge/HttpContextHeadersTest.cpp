@@ -84,7 +84,7 @@ TEST_F(PrivateHeaders, GoOnceForEachRequest) {
     tavHttpContextSetState(ctx, CONNECT_FAILURE, 0, nullptr);
     EXPECT_NE(tavHttpContextGetTargetEndpoint(ctx), nullptr);
     EXPECT_EQ(show(host.headersSet), "");
-    tavHttpContextBreakAffinity(ctx, "why");
+    tavHttpContextBreakAffinity(ctx);
     EXPECT_EQ(show(host.headersSet), "$ZVFO=true\n");
 }
 

@@ -20,7 +20,7 @@ void dirty(TavHttpContext *ctx) {
     tavHttpContextSetPerformedLoadBalancing(ctx, TRUE);
     tavHttpContextAddPrivateHeaders(ctx);
     tavHttpContextGetURL(ctx);
-    tavHttpContextBreakAffinity(ctx, "gone");
+    tavHttpContextSetAffinityBreakReason(ctx, "gone");
     tavListAddTail(ctx->failedServerApps, ctx);
     ctx->configVersion = 7;
     ctx->requestMapped = ctx->waitedForRollout = TRUE;
