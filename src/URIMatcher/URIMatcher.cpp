@@ -131,8 +131,8 @@ int URIMatcherPut(URIMatcher *matcher, const char *pattern, void *target, Boolea
 void *URIMatcherMatch(const URIMatcher *matcher, const char *path, TavHttpContext *requestContext) noexcept {
     if (!matcher) return nullptr;
     const UriPath uriPath(path);
-    void *target = uriTreeMatch(&matcher->genAppTree, uriPath);
-    if (!target) target = uriTreeMatch(&matcher->realAppTree, uriPath);
+    void *target = matchPattern(&matcher->genAppTree, uriPath);
+    if (!target) target = matchPattern(&matcher->realAppTree, uriPath);
     if (!target) target = matcher->catchAllTarget;
     TrContext *trCtx;
     TrRecord *record;

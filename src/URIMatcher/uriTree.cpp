@@ -151,7 +151,7 @@ static const Node *childOnPath(const Node *node, const UriPath &path, size_t off
 }
 
 // The deepest node with a matching suffix or a prefix target decides; at one node the suffix comes first.
-void *uriTreeMatch(const Node *root, const UriPath &path) noexcept {
+void *matchPattern(const Node *root, const UriPath &path) noexcept {
     void *found = nullptr;
     size_t offset = 0;
     const Node *node = root;

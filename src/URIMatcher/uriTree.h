@@ -73,7 +73,7 @@ struct UriPath {
     size_t implied; // 1 when the "/" in front is implied
 };
 
-void *uriTreeMatch(const Node *root, const UriPath &path) noexcept;
+void *matchPattern(const Node *root, const UriPath &path) noexcept;
 
 // ---- whole trees ----
 // A stack for walks without recursion; it never grows past the number of nodes.

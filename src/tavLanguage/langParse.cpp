@@ -108,7 +108,7 @@ bool LangParser::step() {
         default:
             return fail("Unrecognized token");
     }
-    reduceCompletely();
+    langReduceCompletely();
     return true;
 }
 
@@ -133,7 +133,7 @@ bool LangParser::closeLevel() {
         result_ = result;
     } else if (result) {
         appendExpression(result);
-        reduceCompletely();
+        langReduceCompletely();
     }
     return true;
 }

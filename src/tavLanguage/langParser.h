@@ -83,8 +83,9 @@ private:
     bool setArgument(OperandInstanceInfo *info, int slot, std::string_view value) noexcept;
 
     // langReduce.cpp
-    void reduceCompletely();
-    bool reduceSinglePass();
+    void langReduceCompletely();
+    bool langReduceSinglePass();
+    Expression *langTryCreateExpression(Operator *op);
     bool match(const Operator *op, ElementEntry *first);
     bool matchExpression(bool first, ExpressionType expected, Operand *operand, ElementEntry *element);
     bool prepareInputs(Operator *op);

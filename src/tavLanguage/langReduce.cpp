@@ -71,22 +71,16 @@ Expression *convertLiteral(const Expression *literal, const SelectableValue *sel
 
 } // namespace
 
-void LangParser::reduceCompletely() {
-    while (reduceSinglePass()) level().reduced = true;
+void LangParser::langReduceCompletely() {
+    while (langReduceSinglePass()) level().reduced = true;
 }
 
 // TRUE when it replaced something.
-bool LangParser::reduceSinglePass() {
+bool LangParser::langReduceSinglePass() {
     for (Operator *op : TavListRange<Operator>(language_->operators)) {
-        const auto length = static_cast<size_t>(op->numInputElements > 0 ? op->numInputElements : 0);
-        if (length == 0 || length > elementCount()) continue;
-        if (!match(op, &elements_[elements_.size() - length])) continue;
-        Expression *expr = prepareInputs(op) ? createReduced(op) : nullptr;
-        if (!expr) {
-            discardInputs();
-            continue;
-        }
-        replaceTail(length, expr);
+        Expression *expr = langTryCreateExpression(op);
+        if (!expr) continue;
+        replaceTail(static_cast<size_t>(op->numInputElements), expr);
         if (language_->trRec) {
             TR_DEBUG(language_->trCtx, language_->trRec, "tavLanguage: reduced %d elements by %s at depth %d\n", op->numInputElements,
                      op->name, level().depth);
@@ -94,6 +88,15 @@ bool LangParser::reduceSinglePass() {
         return true;
     }
     return false;
+}
+
+// The operator's expression over the tail of the elements, which stay where they are; null when they do not match.
+Expression *LangParser::langTryCreateExpression(Operator *op) {
+    const auto length = static_cast<size_t>(op->numInputElements > 0 ? op->numInputElements : 0);
+    if (length == 0 || length > elementCount() || !match(op, &elements_[elements_.size() - length])) return nullptr;
+    Expression *expr = prepareInputs(op) ? createReduced(op) : nullptr;
+    if (!expr) discardInputs();
+    return expr;
 }
 
 bool LangParser::match(const Operator *op, ElementEntry *first) {

@@ -12,15 +12,16 @@ const char *serverFullReason(const TargetServer *server, char *buffer, size_t si
     return buffer;
 }
 
+static constexpr const char *transportIsNotValid = "transport is not valid";
+
 const char *tsServerTransportReason(const TargetServer *server, int protoIndex) noexcept {
     const TavTargetEndpoint *endpoint = server->usualEndPoint[protoIndex];
-    return endpoint && endpoint->port != -1 ? nullptr : "transport is not valid";
+    return endpoint && endpoint->port != -1 ? nullptr : transportIsNotValid;
 }
 
-static const char *transportReason(const TsRequest &req, const TargetServer *server) noexcept TS_LOCKED {
-    if (!req.byVHost) return tsServerTransportReason(server, req.protoIndex);
-    const TavTargetEndpoint *endpoint = selectEndpointFromServer(req, server);
-    return endpoint && endpoint->port != -1 ? nullptr : "transport is not valid";
+static bool checkIfTransportIsValid(const TsRequest &req, const TargetServer *server) noexcept TS_LOCKED {
+    const TavTargetEndpoint *endpoint = req.byVHost ? selectEndpointFromServer(req, server) : server->usualEndPoint[req.protoIndex];
+    return endpoint && endpoint->port != -1;
 }
 
 namespace {
@@ -30,8 +31,8 @@ inline constexpr const char *serverIsFullMark = "server is full"; // stands for 
 static inline const char *skipReason(const TsRequest &req, const TargetServerApplication *sapp) noexcept TS_LOCKED {
     if (const char *reason = serverApplicationReason(sapp, FALSE, [&req] { return req.now(); })) return reason;
     if (tavHttpContextIsFailedServerApp(req.ctx, sapp)) return TS_FAILED_BEFORE;
-    if (serverIsFull(sapp->server)) return serverIsFullMark;
-    return transportReason(req, sapp->server);
+    if (checkIfMaxConnectionsExceeded(sapp->server)) return serverIsFullMark;
+    return checkIfTransportIsValid(req, sapp->server) ? nullptr : transportIsNotValid;
 }
 
 static void logSkipped(const TsRequest &req, const TargetServerApplication *sapp, const char *reason) noexcept TS_LOCKED {

@@ -104,7 +104,7 @@ static void moveServer(TargetServer *server, Cluster *cluster) noexcept TS_LOCKE
     Cluster *old = server->cluster;
     if (cluster) cluster->refcnt++;
     server->cluster = cluster;
-    if (old) clusterRelease(old);
+    if (old) clusterDelete(old);
 }
 
 void tsServerSetCluster(TargetServer *server, Cluster *cluster) noexcept {
@@ -186,7 +186,7 @@ void tsFreeFormerClusters(TargetSelector *ts) noexcept {
     }
 }
 
-void clusterRelease(Cluster *cluster) noexcept {
+void clusterDelete(Cluster *cluster) noexcept {
     if (--cluster->refcnt < 1) clusterFree(cluster);
 }
 
@@ -196,5 +196,5 @@ void tsClusterDelete(Cluster *cluster) noexcept {
     if (cluster->deleted) return;
     cluster->deleted = TRUE;
     leaveVirtualClusters(cluster);
-    clusterRelease(cluster);
+    clusterDelete(cluster);
 }

@@ -191,7 +191,7 @@ static void detach(TavTargetEndpoint *endpoint) noexcept TS_LOCKED {
     *place = endpoint->next;
 }
 
-void endPointRelease(TavTargetEndpoint *endpoint) noexcept {
+void endPointDelete(TavTargetEndpoint *endpoint) noexcept {
     if (--endpoint->refcnt >= 1) return;
     detach(endpoint);
     endPointFree(endpoint);
@@ -203,5 +203,5 @@ void tsEndPointDelete(TavTargetEndpoint *endpoint) noexcept {
     if (endpoint->deleted) return;
     endpoint->deleted = TRUE;
     serverChooseEndPoints(endpoint->server);
-    endPointRelease(endpoint);
+    endPointDelete(endpoint);
 }

@@ -83,9 +83,9 @@ char *tsStateCopy(const char *state) noexcept; // null for null or without memor
 void tsStateFree(char *state) noexcept;        // null ignored
 
 // ---- nodes and clusters ----
-void nodeRelease(TargetNode *node) noexcept TS_LOCKED; // one reference; frees at zero
+void nodeDelete(TargetNode *node) noexcept TS_LOCKED; // one reference; frees at zero
 void nodeFree(TargetNode *node) noexcept TS_LOCKED;
-void clusterRelease(Cluster *cluster) noexcept TS_LOCKED;
+void clusterDelete(Cluster *cluster) noexcept TS_LOCKED;
 void clusterFree(Cluster *cluster) noexcept TS_LOCKED;
 void tsFreeFormerClusters(TargetSelector *ts) noexcept TS_LOCKED;
 
@@ -96,7 +96,7 @@ Boolean serverSetState(TargetServer *server, const char *state) noexcept TS_LOCK
 Boolean serverSetCloneId(TargetServer *server, const char *id) noexcept TS_LOCKED;
 void serverForget(TargetServer *server) noexcept TS_LOCKED; // not selectable any more
 void serverClearCloneId(TargetServer *server) noexcept TS_LOCKED;
-void serverRelease(TsScope &scope, TargetServer *server) noexcept TS_LOCKED;
+void serverDelete(TsScope &scope, TargetServer *server) noexcept TS_LOCKED;
 void serverFree(TsScope &scope, TargetServer *server) noexcept TS_LOCKED;
 // Settles which endpoint each protocol gets, after any change of the endpoints.
 void serverChooseEndPoints(TargetServer *server) noexcept TS_LOCKED;
@@ -110,14 +110,14 @@ Boolean serverApplicationSetState(TsScope &scope, TargetServerApplication *sapp,
 // Tells the connector when the last request of a server application that is not routable any more has ended.
 void serverApplicationSettleRoute(TsScope &scope, TargetServerApplication *sapp) noexcept TS_LOCKED;
 void serverApplicationForget(TargetServerApplication *sapp) noexcept TS_LOCKED;
-void serverApplicationRelease(TsScope &scope, TargetServerApplication *sapp) noexcept TS_LOCKED;
+void serverApplicationDelete(TsScope &scope, TargetServerApplication *sapp) noexcept TS_LOCKED;
 void serverApplicationFree(TsScope &scope, TargetServerApplication *sapp) noexcept TS_LOCKED;
 
 // ---- endpoints ----
 Boolean endPointObtain(TavTargetEndpoint *endpoint) noexcept TS_LOCKED; // the host's object; TRUE when it holds one
 void endPointGiveUp(TavTargetEndpoint *endpoint) noexcept TS_LOCKED;    // the host's object
 void endPointTrim(TavTargetEndpoint *endpoint) noexcept TS_LOCKED;      // frees what no request can read any more
-void endPointRelease(TavTargetEndpoint *endpoint) noexcept TS_LOCKED;
+void endPointDelete(TavTargetEndpoint *endpoint) noexcept TS_LOCKED;
 void endPointFree(TavTargetEndpoint *endpoint) noexcept TS_LOCKED; // leaves no list
 // The first of a list that the configuration has not deleted, or null: a deleted one stays in the list until its requests let go.
 TavTargetEndpoint *endPointFirst(const TavList *list) noexcept;
@@ -210,7 +210,7 @@ TargetServerApplication *getAffinityTargetServerApplication(const TsRequest &req
 void balancePrefetch(const TsModuleHint *hint) noexcept; // the same for load balancing
 TargetServerApplication *wlorLoadBalance(const TsRequest &req, VirtualCluster *vc) noexcept TS_LOCKED;
 TavTargetEndpoint *selectEndpointFromServer(const TsRequest &req, const TargetServer *server) noexcept TS_LOCKED;
-inline bool serverIsFull(const TargetServer *server) noexcept TS_LOCKED {
+inline bool checkIfMaxConnectionsExceeded(const TargetServer *server) noexcept TS_LOCKED {
     return server->maxConnections >= 0 && server->outstandingRequestCount >= server->maxConnections;
 }
 // "number of outstanding requests ..." into a caller's buffer; returns the buffer.

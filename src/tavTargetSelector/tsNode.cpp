@@ -35,7 +35,7 @@ void nodeFree(TargetNode *node) noexcept {
     tavDestroyRecord(node);
 }
 
-void nodeRelease(TargetNode *node) noexcept {
+void nodeDelete(TargetNode *node) noexcept {
     if (--node->refcnt < 1) nodeFree(node);
 }
 
@@ -44,7 +44,7 @@ static void deleteServers(TsScope &scope, TargetNode *node) noexcept TS_LOCKED {
     for (TargetServer *server : TavListRange<TargetServer>(node->servers)) {
         if (server->deleted) continue;
         serverForget(server);
-        serverRelease(scope, server);
+        serverDelete(scope, server);
     }
 }
 
@@ -54,5 +54,5 @@ void tsNodeDelete(TargetNode *node) noexcept {
     if (node->deleted) return;
     node->deleted = TRUE;
     deleteServers(scope, node);
-    nodeRelease(node);
+    nodeDelete(node);
 }

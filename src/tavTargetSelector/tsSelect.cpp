@@ -94,7 +94,7 @@ static void breakAffinity(const TsRequest &req, const char *traced, const char *
 static bool keepsAffinity(const TsRequest &req, const TargetServerApplication *sapp, const VirtualCluster *vc) noexcept TS_LOCKED {
     const TargetServer *server = sapp->server;
     TargetSelector *ts = req.ts;
-    if (!serverIsFull(server)) {
+    if (!checkIfMaxConnectionsExceeded(server)) {
         TR_DEBUG(req.trCtx, ts->keepAffinityRec, "tsSelect: keeping affinity to %s ; cluster is:%s\n", server->name, vc->cluster->name);
         return true;
     }
@@ -174,7 +174,7 @@ static json_t *closeCluster(const TsRequest &req, Cluster *cluster) noexcept {
     const bool logged = trContextLogEnabled(req.trCtx, req.ts->error503Rec);
     TsScope scope(req.ts->lock, "tsSelect");
     json_t *json = logged ? clusterToJSON(cluster, false) : nullptr;
-    clusterRelease(cluster);
+    clusterDelete(cluster);
     return json;
 }
 
@@ -196,7 +196,7 @@ static void rejectUnavailable(const TsRequest &req, Cluster *cluster) noexcept {
 
 static void releaseCluster(TargetSelector *ts, Cluster *cluster) noexcept {
     TsScope scope(ts->lock, "tsSelect");
-    clusterRelease(cluster);
+    clusterDelete(cluster);
 }
 
 TavTargetEndpoint *tsSelect(TargetSelector *ts, TavHttpContext *ctx) noexcept {

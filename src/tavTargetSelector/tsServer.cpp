@@ -143,15 +143,15 @@ void serverFree(TsScope &scope, TargetServer *server) noexcept {
     freeEndPoints(server);
     serverClearCloneId(server);
     while (server->memberships) tsMemberDrop(&server->memberships, server->memberships);
-    if (Cluster *cluster = server->cluster) clusterRelease(cluster);
+    if (Cluster *cluster = server->cluster) clusterDelete(cluster);
     if (server->nodeEle) tavListRemove(server->node->servers, server->nodeEle);
-    nodeRelease(server->node);
+    nodeDelete(server->node);
     unchain(server);
     freeTexts(server);
     scope.bury(server);
 }
 
-void serverRelease(TsScope &scope, TargetServer *server) noexcept {
+void serverDelete(TsScope &scope, TargetServer *server) noexcept {
     if (--server->refcnt < 1) return serverFree(scope, server);
     TargetSelector *ts = server->selector;
     TR_DEBUG(ts->trCtx, ts->controlRec, "serverDelete: release %s (refcnt=%d)\n", server->name, server->refcnt);
@@ -162,5 +162,5 @@ void tsServerDelete(TargetServer *server) noexcept {
     TsScope scope(server->selector->lock, "tsServerDelete");
     if (server->deleted) return; // its node took it along
     serverForget(server);
-    serverRelease(scope, server);
+    serverDelete(scope, server);
 }

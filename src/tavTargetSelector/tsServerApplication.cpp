@@ -212,7 +212,7 @@ void tsServerApplicationDelete(TavServerApplication *handle) noexcept {
     TargetServerApplication *sapp = unlinkHandle(handle);
     if (!sapp) return;
     serverApplicationForget(sapp);
-    serverApplicationRelease(scope, sapp);
+    serverApplicationDelete(scope, sapp);
 }
 
 // ---- deletion ----
@@ -224,7 +224,7 @@ void serverApplicationForget(TargetServerApplication *sapp) noexcept {
     if (tavHashGet(sapp->server->serverApplicationMap, sapp->name) == sapp) mapRepair(sapp->server, sapp->name);
 }
 
-void serverApplicationRelease(TsScope &scope, TargetServerApplication *sapp) noexcept {
+void serverApplicationDelete(TsScope &scope, TargetServerApplication *sapp) noexcept {
     if (--sapp->refcnt < 1) serverApplicationFree(scope, sapp);
 }
 

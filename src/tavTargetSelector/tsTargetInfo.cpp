@@ -16,15 +16,15 @@ void tsTargetInfoIncrementRefCnt(TsTargetInfo *info, TargetServerApplication *sa
 
 static void releaseTarget(TsScope &scope, TavHttpContext *ctx, const TsTargetInfo &info) noexcept TS_LOCKED {
     TargetSelector *ts = info.server->selector;
-    serverApplicationRelease(scope, info.sapp);
+    serverApplicationDelete(scope, info.sapp);
     TR_DEBUG(tavHttpContextGetTrContext(ctx), ts->selectRec, "decrementing endpoint refcnt: refcnt=%d, ctx=%p, tep='%s'\n",
              info.endpoint->refcnt - 1, static_cast<void *>(ctx), info.endpoint->name);
     info.period->requests--;
     endPointTrim(info.endpoint);
-    endPointRelease(info.endpoint);
-    serverRelease(scope, info.server);
-    nodeRelease(info.node);
-    if (info.cluster) clusterRelease(info.cluster);
+    endPointDelete(info.endpoint);
+    serverDelete(scope, info.server);
+    nodeDelete(info.node);
+    if (info.cluster) clusterDelete(info.cluster);
     ts->selected--;
     if (ts->formerClusters) tsFreeFormerClusters(ts);
 }

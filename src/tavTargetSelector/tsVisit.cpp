@@ -73,7 +73,7 @@ const char *tsServerApplicationIdleReason(const TargetServerApplication *sapp, T
                                           size_t size) noexcept TAV_NO_ANALYSIS {
     if (const char *reason = tsServerApplicationReason(sapp, now, FALSE)) return reason;
     if (!sapp->memberships) return "no web module is served by the server application";
-    if (serverIsFull(sapp->server)) return serverFullReason(sapp->server, buffer, size);
+    if (checkIfMaxConnectionsExceeded(sapp->server)) return serverFullReason(sapp->server, buffer, size);
     return transportReason(sapp->server);
 }
 
