@@ -1,4 +1,4 @@
-// The built-in self-test. Each target is its own pattern, so that a case reads as "this path goes to that pattern".
+// The built-in self-test. A pattern without a target of its own is its target, so that a case reads as "this path goes to that pattern".
 #include <cstdio>
 #include <cstring>
 
@@ -10,6 +10,7 @@ namespace {
 constexpr int MOST_PATTERNS = 6;
 struct PatternSet {
     const char *patterns[MOST_PATTERNS]; // ends with null unless full
+    const char *targets[MOST_PATTERNS];
 };
 
 constexpr PatternSet EXACT_AND_PREFIX{{"/", "/foo/*", "/foo/bar", "/foo/car"}};
@@ -20,6 +21,8 @@ constexpr PatternSet NESTED_SUFFIXES{{"/A/*", "/A/*.jsp", "/*.jsp"}};
 constexpr PatternSet COMMON_ROOT{{"/veApp1/*", "/veApp12/*"}};
 constexpr PatternSet NO_SLASH{{"ab", "ab*jsp", "a*jsp", "ab*", "*jsp"}};
 constexpr PatternSet STARS{{"/weblogs/*/feed/*", "/weblogs/*/feed/entries/rss"}};
+constexpr PatternSet TWICE{{"/a/*", "/a", "/a", "/a/*"}, {nullptr, nullptr, "later", "later"}};
+constexpr PatternSet CATCH_ALL{{"/*", "/foo"}, {"genApp/Default_default_host_HTTP_WC"}};
 
 struct Case {
     const PatternSet *set;
@@ -54,11 +57,16 @@ constexpr Case CASES[] = {
     {&NO_SLASH, "x.jsp", "*jsp"},
     {&STARS, "/weblogs/x/feed/y", nullptr},
     {&STARS, "/weblogs/x/feed/entries/rss", "/weblogs/*/feed/entries/rss"},
+    {&TWICE, "/a/x", "/a/*"},
+    {&TWICE, "/a", "/a"},
+    {&CATCH_ALL, "/foo", "/foo"},
+    {&CATCH_ALL, "/bar", CATCH_ALL.targets[0]},
 };
 
 const char *run(const Case &test, URIMatcher *matcher) noexcept {
-    for (const char *pattern : test.set->patterns) {
-        if (pattern) URIMatcherPut(matcher, pattern, const_cast<char *>(pattern), FALSE);
+    for (int i = 0; i < MOST_PATTERNS; ++i) {
+        const char *pattern = test.set->patterns[i], *target = test.set->targets[i];
+        if (pattern) URIMatcherPut(matcher, pattern, const_cast<char *>(target ? target : pattern), FALSE);
     }
     return static_cast<const char *>(URIMatcherMatch(matcher, test.path, nullptr));
 }
