@@ -252,6 +252,7 @@ TEST_F(Document, ResetTypesBuildAnew) {
         {"application", objects("set", entry(APP, "application", "'state': 'x'")), true},
         {"refused module", objects("add", entry(W, "webModule")), true},
         {"pair added", "'add': {'relationships': {'vHostGroup:webModule': []}}", false},
+        {"pair of an unknown kind", pair("del", "VHostGroup:webModule", V, W), false},
         {"pair deleted", pair("del", "vHostGroup:webModule", V, W), true},
         {"server pair deleted", pair("del", "server:webModule", S1, W), false},
         {"cell", objects("del", entry("/cell/c", "cell")), true}, // its nodes and applications go with it
