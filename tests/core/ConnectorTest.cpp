@@ -146,6 +146,13 @@ TEST_F(Connector, StopEndsEverything) {
 
     EXPECT_EQ(tavStart(tav, -1), 0);
     EXPECT_EQ(pollsOut(), 1);
+    // A stop by another thread while a report is being sent: who sends it still needs the client.
+    whileSending = [this] {
+        EXPECT_EQ(tavStop(tav), 0);
+        EXPECT_EQ(closed.size(), 3u) << "the poll's alone";
+    };
+    tavConnectorPostRoutingChange(connector, "/a", TRUE, TRUE);
+    EXPECT_EQ(closed.size(), 4u);
 }
 
 TEST_F(Connector, OneChainOfPollsWhateverWasPending) {
@@ -260,8 +267,13 @@ TEST_F(Connector, AHostThatAnswersInsideItsCallIsAnsweredLater) {
     alarmFiresInside = true;
     fire();
     const size_t before = sent.size();
-    answer(200, "nonsense");
+    {
+        TavControlScope control("test"); // an answer to a thread that works on the configuration waits for it to be done
+        answer(200, "nonsense");
+        EXPECT_EQ(freed, 5);
+    }
     systemSettle(tav);
+    EXPECT_EQ(freed, 6);
     EXPECT_GT(sent.size(), before);
     EXPECT_EQ(pollsOut(), 1);
 }
@@ -272,6 +284,9 @@ TEST_F(Connector, RemovingConnectors) {
     EXPECT_EQ(tavConnectorGroupFindConnector(group, "http://127.0.0.1"), nullptr);
     for (const char *url : {static_cast<const char *>(nullptr), "http://\xc3"}) EXPECT_EQ(tavConnectorCreate(group, url), nullptr);
     answer(200, "{\"version\": 1}");
+    const auto give = [](TavConnector *c) { EXPECT_EQ(tavHandleJsonFromRestService("{\"version\": 4}", c), 4); };
+    give(second);
+    EXPECT_EQ(tavConnectorGroupGetCurConnector(group), connector) << "what a host brings by itself does not change who polls";
     // The one that polls goes: another carries on. One that does not: nothing changes.
     tavConnectorGroupRemoveConnector(group, connector);
     EXPECT_EQ(tavConnectorGroupGetCurConnector(group), second);
@@ -313,6 +328,10 @@ TEST_F(Connector, GroupsComeAndGoWhileTheInstanceRuns) {
     EXPECT_EQ(tavConnectorGroupStop(second), -1);
     EXPECT_EQ(tavGetState(tav), PARTIAL_START);
     EXPECT_EQ(tavConnectorGetJSON(other), nullptr);
+    for (TavConnector *c : {other, tavConnectorCreate(second, "http://127.0.0.1:3")}) {
+        EXPECT_EQ(tavHandleJsonFromRestService("{\"version\": 3}", c), 3);
+        EXPECT_EQ(tavConnectorGroupGetCurConnector(second), c) << "nobody polls: the one that brought something";
+    }
     EXPECT_EQ(tavConnectorGroupStart(second), 0);
     tavConnectorGroupDelete(second);
     EXPECT_EQ(tavFindConnectorGroup(tav, "second"), nullptr);
