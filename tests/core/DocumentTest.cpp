@@ -427,7 +427,7 @@ TEST_F(CoreFixture, InterestSpecificationIsBuiltOnce) {
     tavConnectorGroupSetEnableAdminTraffic(group, TRUE);
     EXPECT_EQ(tavGetInterestSpec(tav, group), text);
     TavConnectorGroup *other = tavConnectorGroupCreate(tav, "admin");
-    tavConnectorGroupSetEnableAdminTraffic(other, TRUE);
+    tavConnectorGroupSetProperty(other, "enableRoutingToAdminConsole", "TRUE");
     EXPECT_THAT(tavGetInterestSpec(tav, other), HasSubstr("serverType in (\\'APPLICATION_SERVER\\',\\'DEPLOYMENT_MANAGER\\',\\'TOMCAT"));
     // With its quotes exchanged it is JSON.
     std::string json = text;
