@@ -24,8 +24,6 @@ bool readKind(const char *name, Kind *kind, ParseInfo *info) noexcept {
     }
     const RelationshipHandler *handler = getRelationshipHandler(name);
     if (!handler) {
-        // The reload is decided without regard to case.
-        if (info->op == DelOp && tavStrCmpIgnoreCase(name, kReloadKind) == 0) info->resetRoutingInfo = TRUE;
         DOC_REFUSE_ONCE(info, "relationship", "no relationship handler found for %s\n", name);
         return false;
     }

@@ -199,3 +199,13 @@ void tavHttpClientDelete(TavHttpClient *client) noexcept {
     tavLockFini(&client->lock);
     tavDestroyRecord(client);
 }
+
+int tavHttpClientTest(const char *url, const char *uri) noexcept {
+    TavHttpClient *client = tavHttpClientCreate(url);
+    TavHttpResponse *response = tavHttpClientGetResponse(client, "GET", uri, nullptr, 10);
+    const int result = response ? 0 : -1;
+    if (response) printf("%d: '%s'\n", response->responseCode, response->body);
+    tavHttpClientFreeResponse(response);
+    tavHttpClientDelete(client);
+    return result;
+}

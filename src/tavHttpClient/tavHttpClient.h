@@ -36,5 +36,7 @@ void tavHttpClientRetract(TavHttpClient *client) noexcept;
 // Any thread; null ignored. While a request runs the socket is shut down: the request fails and its own thread closes the socket.
 void tavHttpClientClose(TavHttpClient *client) noexcept;
 void tavHttpClientDelete(TavHttpClient *client) noexcept; // null ignored; no request may run
+// A try by hand: GETs `uri` from `url` and prints what comes back. 0, -1 without a response.
+int tavHttpClientTest(const char *url, const char *uri) noexcept;
 
 #endif

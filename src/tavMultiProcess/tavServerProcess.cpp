@@ -103,9 +103,6 @@ void dropClient(TavServerProcess *sp, IpcClient *client) noexcept {
     tavListRemoveObject(sp->clientSocketList, client);
 }
 
-// Only these come from a worker; the rest is the daemon's own or unknown.
-bool isFromClient(int type) noexcept { return type == MT_C2S_JSON || type == MT_CLIENT_TO_SERVER_HEALTH_TRIGGER; }
-
 // Handles every complete message that has arrived; false when the stream is at its end or out of frame. One connection speaks for one
 // process: what it has registered could not be taken back by the process id otherwise.
 bool hearClient(TavServerProcess *sp, IpcClient *client) noexcept {
@@ -117,7 +114,8 @@ bool hearClient(TavServerProcess *sp, IpcClient *client) noexcept {
         if (result == IpcRead::Incomplete) return alive;
         const bool sameProcess = client->pid == 0 || client->pid == msg.hdr.pid;
         client->pid = sameProcess ? msg.hdr.pid : client->pid;
-        if (sameProcess && isFromClient(msg.hdr.type)) tavServerProcessHandleMessage(sp->process.tav, &msg, client->fd);
+        // That a worker has connected is for the daemon to say.
+        if (sameProcess && msg.hdr.type != MT_CONNECTED) tavServerProcessHandleMessage(sp->process.tav, &msg, client->fd);
         tavFree(msg.body);
         if (!sameProcess) return false;
     }

@@ -7,6 +7,7 @@
 #include "core/RecordingTransport.h"
 #include "tav/tavControl.h"
 #include "tavConnector/tavConnector.h"
+#include "tavProcess/tavSapp.h"
 
 using testing::ElementsAre;
 
@@ -101,6 +102,9 @@ TEST_F(Connector, FailuresMoveOnAndThenWait) {
     // A failed poll counts like a failed init; the next connector takes over with an init of its own.
     answerNothing();
     EXPECT_EQ(opened.back() + " " + last(), kSecond + " " + kInit);
+    answer(200, "{\"version\": 1}"); // the count of failures begins anew
+    answerNothing();
+    EXPECT_EQ(opened.back() + " " + last(), kUrl + " " + kInit);
     EXPECT_EQ(tavConnectorGroupGetState(group), STARTED);
     EXPECT_TRUE(alarms.empty());
 }
@@ -146,6 +150,13 @@ TEST_F(Connector, StopEndsEverything) {
 
     EXPECT_EQ(tavStart(tav, -1), 0);
     EXPECT_EQ(pollsOut(), 1);
+    // A stop by another thread while a report is being sent: who sends it still needs the client.
+    whileSending = [this] {
+        EXPECT_EQ(tavStop(tav), 0);
+        EXPECT_EQ(closed.size(), 3u) << "the poll's alone";
+    };
+    tavConnectorPostRoutingChange(connector, "/a", TRUE, TRUE);
+    EXPECT_EQ(closed.size(), 4u);
 }
 
 TEST_F(Connector, OneChainOfPollsWhateverWasPending) {
@@ -168,6 +179,7 @@ TEST_F(Connector, OneChainOfPollsWhateverWasPending) {
     // A group that failed by itself and is started by hand before its alarm.
     answerNothing();
     EXPECT_EQ(tavStart(tav, -1), 0);
+    EXPECT_EQ(connector->failures, 0);
     fire();
     EXPECT_EQ(pollsOut(), 1);
 }
@@ -225,15 +237,31 @@ TEST_F(Connector, NoRoutesForABrindleGroupOrFromTheDaemonItself) {
     EXPECT_EQ(sent.size(), before + 1);
     tavConnectorSetProcessingJSON(connector, FALSE, FALSE);
     EXPECT_EQ(sent.size(), before + 2);
-    // A daemon that is about to end does not poll again.
+    // A daemon that has served its share ends, its group does not; but it polls no more.
     tav->maxRequestsPerDaemon = 1;
-    tav->requestsPerDaemon = 2;
+    EXPECT_FALSE(tavMaxRequestsPerDaemon(tav));
+    EXPECT_TRUE(tavMaxRequestsPerDaemon(tav));
+    systemSettle(tav);
+    EXPECT_EQ(tavGetState(tav), STOPPED);
     answer(before - 1, response(200, "{\"version\": 2}"));
     EXPECT_EQ(sent.size(), before + 2);
+    EXPECT_EQ(tavStart(tav, -1), 0);
+    EXPECT_EQ(tavGetState(tav), STARTED);
+    // Of a route of the workers the controller hears when the first one has it and when the last one has not, or nobody had.
+    json_t *routes = json_pack("[s]", "/r");
+    const std::tuple<int, Boolean, bool> steps[] = {{1, TRUE, true},  {2, TRUE, false}, {1, FALSE, false}, {1, FALSE, false},
+                                                    {2, FALSE, true}, {2, FALSE, true}, {3, TRUE, true}};
+    for (const auto &[pid, add, heard] : steps) {
+        const size_t sentBefore = sent.size();
+        sappMapProcessing(tav, routes, pid, connector, add);
+        EXPECT_EQ(sent.size() > sentBefore, heard) << pid << ' ' << +add;
+    }
+    json_decref(routes);
+    const size_t after = sent.size();
     tav->processType = StandaloneProcess;
     EXPECT_TRUE(tavConnectorGroupSetProperty(group, "profileType", "brindle"));
     tavConnectorPostRoutingChange(connector, "/a", TRUE, TRUE);
-    EXPECT_EQ(sent.size(), before + 2);
+    EXPECT_EQ(sent.size(), after);
 }
 
 TEST_F(Connector, AHostThatAnswersInsideItsCallIsAnsweredLater) {
@@ -256,13 +284,21 @@ TEST_F(Connector, AHostThatAnswersInsideItsCallIsAnsweredLater) {
     answer(200, "{\"version\": 2}");
     EXPECT_EQ(takeStates().front(), kUrl + " FAILED: send failure");
     EXPECT_EQ(freed, 5);
+    // So has one that refuses the interest; its client is used again.
+    hostility = ANSWERS_INSIDE_AND_REFUSES;
+    fire();
+    EXPECT_THAT(takeStates(), ElementsAre(kUrl + " STARTING: starting", kUrl + " FAILED: send failed"));
+    EXPECT_EQ(opened.size(), 2u); // it and the report's
     // An alarm that fires inside its call polls again on the instance's own thread.
     alarmFiresInside = true;
     fire();
-    const size_t before = sent.size();
-    answer(200, "nonsense");
+    {
+        TavControlScope control("test"); // an answer to a thread that works on the configuration waits for it to be done
+        answer(200, "nonsense");
+        EXPECT_EQ(freed, 6);
+    }
     systemSettle(tav);
-    EXPECT_GT(sent.size(), before);
+    EXPECT_EQ(freed, 7);
     EXPECT_EQ(pollsOut(), 1);
 }
 
@@ -272,6 +308,8 @@ TEST_F(Connector, RemovingConnectors) {
     EXPECT_EQ(tavConnectorGroupFindConnector(group, "http://127.0.0.1"), nullptr);
     for (const char *url : {static_cast<const char *>(nullptr), "http://\xc3"}) EXPECT_EQ(tavConnectorCreate(group, url), nullptr);
     answer(200, "{\"version\": 1}");
+    EXPECT_EQ(tavHandleJsonFromRestService("{\"version\": 4}", second), 4);
+    EXPECT_EQ(tavConnectorGroupGetCurConnector(group), connector) << "what a host brings by itself does not change who polls";
     // The one that polls goes: another carries on. One that does not: nothing changes.
     tavConnectorGroupRemoveConnector(group, connector);
     EXPECT_EQ(tavConnectorGroupGetCurConnector(group), second);
@@ -313,6 +351,10 @@ TEST_F(Connector, GroupsComeAndGoWhileTheInstanceRuns) {
     EXPECT_EQ(tavConnectorGroupStop(second), -1);
     EXPECT_EQ(tavGetState(tav), PARTIAL_START);
     EXPECT_EQ(tavConnectorGetJSON(other), nullptr);
+    for (TavConnector *c : {other, tavConnectorCreate(second, "http://127.0.0.1:3")}) {
+        EXPECT_EQ(tavHandleJsonFromRestService("{\"version\": 3}", c), 3);
+        EXPECT_EQ(tavConnectorGroupGetCurConnector(second), c) << "nobody polls: the one that brought something";
+    }
     EXPECT_EQ(tavConnectorGroupStart(second), 0);
     tavConnectorGroupDelete(second);
     EXPECT_EQ(tavFindConnectorGroup(tav, "second"), nullptr);

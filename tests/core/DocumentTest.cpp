@@ -252,6 +252,7 @@ TEST_F(Document, ResetTypesBuildAnew) {
         {"application", objects("set", entry(APP, "application", "'state': 'x'")), true},
         {"refused module", objects("add", entry(W, "webModule")), true},
         {"pair added", "'add': {'relationships': {'vHostGroup:webModule': []}}", false},
+        {"pair of an unknown kind", pair("del", "VHostGroup:webModule", V, W), false},
         {"pair deleted", pair("del", "vHostGroup:webModule", V, W), true},
         {"server pair deleted", pair("del", "server:webModule", S1, W), false},
         {"cell", objects("del", entry("/cell/c", "cell")), true}, // its nodes and applications go with it
@@ -426,7 +427,7 @@ TEST_F(CoreFixture, InterestSpecificationIsBuiltOnce) {
     tavConnectorGroupSetEnableAdminTraffic(group, TRUE);
     EXPECT_EQ(tavGetInterestSpec(tav, group), text);
     TavConnectorGroup *other = tavConnectorGroupCreate(tav, "admin");
-    tavConnectorGroupSetEnableAdminTraffic(other, TRUE);
+    tavConnectorGroupSetProperty(other, "enableRoutingToAdminConsole", "TRUE");
     EXPECT_THAT(tavGetInterestSpec(tav, other), HasSubstr("serverType in (\\'APPLICATION_SERVER\\',\\'DEPLOYMENT_MANAGER\\',\\'TOMCAT"));
     // With its quotes exchanged it is JSON.
     std::string json = text;

@@ -111,6 +111,10 @@ TEST_F(Instance, AStartIsOvertaken) {
     char path[] = "/tmp/tav-instance-test-XXXXXX";
     close(mkstemp(path));
     tavStop(tav);
+    traceOn();
+    EXPECT_EQ(tavStart(tav, 1), 0);
+    EXPECT_EQ(traced("Waiting for TAV"), 0) << "N waits N - 1 seconds";
+    tavStop(tav);
     ASSERT_EQ(tavMarkAsServerProcess(tav, path, getuid()), 0);
     for (const bool destroys : {false, true}) {
         SCOPED_TRACE(destroys ? "by destroy" : "by stop");

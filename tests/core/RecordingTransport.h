@@ -2,6 +2,7 @@
 #ifndef CORE_RECORDINGTRANSPORT_H
 #define CORE_RECORDINGTRANSPORT_H
 
+#include <functional>
 #include <mutex>
 #include <set>
 #include <string>
@@ -87,6 +88,7 @@ protected:
             return index < sent.size() ? result : -1;
         }
         sent.push_back(request);
+        if (whileSending) std::exchange(whileSending, nullptr)();
         return 0;
     }
 
@@ -145,6 +147,7 @@ protected:
     std::string insideBody = "{\"version\": 1}";
     bool alarmFiresInside = false;
     void (*onConnectorState)(TavConnector *c, TavComponentState state) = nullptr;
+    std::function<void()> whileSending; // the next request
 
 private:
     static inline RecordingTransport *self;

@@ -127,7 +127,7 @@ TEST(HttpClient, ReadsOrRefusesOneResponse) {
 }
 
 TEST(HttpClient, WritesRequests) {
-    ScriptedServer server({{counted("1"), counted("2")}});
+    ScriptedServer server({{counted("1"), counted("2")}, {counted("3")}});
     ClientPtr client(tavHttpClientCreate((server.url() + "/ignored").c_str()));
     EXPECT_TRUE(get(client.get(), "/path?a=b c"));
     EXPECT_TRUE(get(client.get(), "/path", "{\"k\": 1}"));
@@ -137,10 +137,11 @@ TEST(HttpClient, WritesRequests) {
     EXPECT_EQ(server.requests(),
               (std::vector<std::string>{"GET /path?a=b c HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: application/json\r\n\r\n", withBody}));
     EXPECT_EQ(server.connections(), 1);
+    EXPECT_EQ(printed([&] { EXPECT_EQ(tavHttpClientTest(server.url().c_str(), "/"), 0); }), "200: '3'\n");
     const size_t overhead = strlen("GET / HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: application/json\r\n\r\n");
     for (const std::string &uri : {"/" + std::string(2049 - overhead, 'u'), std::string("/a\r\nX: y"), std::string("/tab\t")}) {
         EXPECT_FALSE(get(client.get(), uri.c_str()));
-        EXPECT_EQ(server.requests().size(), 2u);
+        EXPECT_EQ(server.requests().size(), 3u);
     }
 }
 
@@ -192,7 +193,7 @@ TEST(HttpClient, RefusesWhatItCannotReach) {
                             "http://127.0.0.1:65536", "http://127.0.0.1:8x", "ftp://127.0.0.1"}) {
         EXPECT_EQ(tavHttpClientCreate(url), nullptr) << (url ? url : "null");
     }
-    EXPECT_EQ(printed([] { EXPECT_EQ(tavHttpClientCreate("http://no such host:80/x"), nullptr); }),
+    EXPECT_EQ(printed([] { EXPECT_EQ(tavHttpClientTest("http://no such host:80/x", "/x"), -1); }),
               "unable to resolve hostname 'no such host' of 'http://no such host:80/x'\n");
     ClientPtr https(tavHttpClientCreate("https://127.0.0.1"));
     ASSERT_TRUE(https);
