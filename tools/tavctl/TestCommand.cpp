@@ -23,7 +23,7 @@ struct TestOptions {
 
 class Reporter : public ScenarioListener {
 public:
-    explicit Reporter(bool json) : json_(json), progress_("test", 0) {}
+    explicit Reporter(bool json) : json_(json), progress_("test") {}
 
     void start(const std::string &file) {
         progress_.name(file);
