@@ -63,7 +63,20 @@ void Check::addEntry(const ObjectEntry &entry) {
     for (const HarmlessProperty &property : HARMLESS) {
         if (entry.type == property.type) harmless_.insert(placeKey(file, entry.pointer + "/props/" + property.name));
     }
+    if (entry.type == "transport" && entry.operation == "add") addTransport(entry);
     if (entry.type == "rule") addRule(entry);
+}
+
+// All transports of a server are asked for, so one that is never used is no fault.
+void Check::addTransport(const ObjectEntry &entry) {
+    const char *protocol = textProperty(entry, "protocol");
+    if (forwardsWith(protocol)) return;
+    add({.file = current(),
+         .pointer = entry.pointer,
+         .kind = "unused",
+         .text = fmt::format("{}: the transport's protocol is {}: requests go over http and https only", entry.name,
+                             protocol ? protocol : "not given"),
+         .note = true});
 }
 
 void Check::addRule(const ObjectEntry &entry) {
