@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <tuple>
 
+#include "check/DocumentShape.h"
 #include "support/Fault.h"
 #include "support/Json.h"
 
@@ -43,6 +44,9 @@ void Check::addText(const std::string &path, std::string text) {
     const bool isDelta = json_is_true(json_object_get(document.get(), "delta"));
     if (isDelta && !storedDocument(engine_.connector()))
         return add({.file = current(), .kind = "document", .text = "a delta without a complete document before it"});
+    checkShape(document.get(), [this](const std::string &pointer, const char *kind, const std::string &problem) {
+        add({.file = current(), .pointer = pointer, .kind = kind, .text = problem});
+    });
     forEachObject(document.get(), [this](const ObjectEntry &entry) { addEntry(entry); });
     std::vector<DocumentFinding> refused;
     const long long version = engine_.apply(texts_.back(), &refused);
