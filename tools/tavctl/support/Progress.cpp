@@ -13,7 +13,7 @@ Progress::Progress(std::string what, size_t total) : what_(std::move(what)), tot
     if (isatty(STDERR_FILENO) == 1) thread_ = std::thread(&Progress::keepShowing, this);
 }
 
-Progress::~Progress() {
+void Progress::end() {
     if (!thread_.joinable()) return;
     {
         const std::lock_guard<std::mutex> lock(mutex_);

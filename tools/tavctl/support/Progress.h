@@ -14,12 +14,13 @@ namespace tavctl {
 class Progress {
 public:
     explicit Progress(std::string what, size_t total = 0); // total 0: unknown
-    ~Progress();                                           // clears the line
+    ~Progress() { end(); }
     Progress(const Progress &) = delete;
     Progress &operator=(const Progress &) = delete;
 
     void step();
     void clear(); // before anything else is written; the line stays away for a moment
+    void end();   // clears the line for good
     void name(const std::string &what);
 
 private:
