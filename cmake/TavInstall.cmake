@@ -15,5 +15,10 @@ write_basic_package_version_file(${CMAKE_BINARY_DIR}/tavlibConfigVersion.cmake C
 install(FILES ${CMAKE_BINARY_DIR}/tavlibConfig.cmake ${CMAKE_BINARY_DIR}/tavlibConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tavlib)
 
-configure_file(${CMAKE_SOURCE_DIR}/cmake/tavlib.pc.in ${CMAKE_BINARY_DIR}/tavlib.pc @ONLY)
+# The prefix is filled in when it is installed: `cmake --install --prefix` may name another one than the build.
+set(TAV_PREFIX "@TAV_PREFIX@")
+configure_file(${CMAKE_SOURCE_DIR}/cmake/tavlib.pc.in ${CMAKE_BINARY_DIR}/tavlib.pc.in @ONLY)
+install(CODE "
+  get_filename_component(TAV_PREFIX \"\${CMAKE_INSTALL_PREFIX}\" ABSOLUTE)
+  configure_file(\"${CMAKE_BINARY_DIR}/tavlib.pc.in\" \"${CMAKE_BINARY_DIR}/tavlib.pc\" @ONLY)")
 install(FILES ${CMAKE_BINARY_DIR}/tavlib.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,5 +1,8 @@
 #include "CurlOptions.h"
 
+#include <strings.h>
+
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -13,6 +16,11 @@ void setText(CURL *easy, CURLoption option, const std::string &text) {
     if (!text.empty()) curl_easy_setopt(easy, option, text.c_str());
 }
 
+bool isUrl(const std::string &text, unsigned flags) {
+    const std::unique_ptr<CURLU, void (*)(CURLU *)> url(curl_url(), curl_url_cleanup);
+    return url && curl_url_set(url.get(), CURLUPART_URL, text.c_str(), flags) == CURLUE_OK;
+}
+
 } // namespace
 
 void startCurl() {
@@ -20,9 +28,11 @@ void startCurl() {
     if (started != CURLE_OK) throw HostFault("libcurl cannot be started");
 }
 
-bool isProxyUrl(const std::string &text) {
-    const std::unique_ptr<CURLU, void (*)(CURLU *)> url(curl_url(), curl_url_cleanup);
-    return url && curl_url_set(url.get(), CURLUPART_URL, text.c_str(), CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME) == CURLUE_OK;
+bool isProxyUrl(const std::string &text) { return isUrl(text, CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME); }
+
+bool isControllerUrl(const std::string &text) {
+    const auto has = [&text](const char *scheme) { return strncasecmp(text.c_str(), scheme, strlen(scheme)) == 0; };
+    return (has("http://") || has("https://")) && isUrl(text, 0);
 }
 
 void setCurlOptions(CURL *easy, const TransportOptions &options) {

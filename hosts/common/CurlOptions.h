@@ -14,6 +14,8 @@ namespace tavhost {
 void startCurl();
 // "http://host:port"; libcurl takes "host:port", too.
 bool isProxyUrl(const std::string &text);
+// "http://host:port" or https, a path behind it.
+bool isControllerUrl(const std::string &text);
 // Protocols, TLS, proxy and the time to connect; no signals.
 void setCurlOptions(CURL *easy, const TransportOptions &options);
 // For a write function: appends a part of a body. 0, which ends the request: the body would grow over `largest` bytes, or finds no memory.

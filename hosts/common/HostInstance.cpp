@@ -30,6 +30,7 @@ TavConnectorGroup *createGroup(Tav *tav, const std::string &name) {
 }
 
 void addController(TavConnectorGroup *group, const std::string &url) {
+    if (!isControllerUrl(url)) throw HostFault("the controller '" + url + "' is no URL such as http://controller.example:8700");
     if (!tavConnectorCreate(group, url.c_str())) throw HostFault("the controller '" + url + "' cannot be added");
 }
 

@@ -76,16 +76,17 @@ bool readText(std::string_view name, const json_t *value, RequestMembers &reques
 
 void readMember(std::string_view name, const json_t *value, RequestMembers &request) {
     if (readText(name, value, request)) return;
+    const bool none = json_is_null(value); // the host's callback gives NULL or 0
     if (name == "port") {
-        request.port = integerOf(name, value);
+        request.port = none ? 0 : integerOf(name, value);
     } else if (name == "listeningPort") {
-        request.listeningPort = integerOf(name, value);
+        request.listeningPort = none ? 0 : integerOf(name, value);
     } else if (name == "headers") {
-        readHeaders(value, request.headers);
+        if (!none) readHeaders(value, request.headers);
     } else if (name == "cookies") {
-        readCookies(value, request);
+        if (!none) readCookies(value, request);
     } else if (name == "groups") {
-        if (!json_is_null(value)) request.groups = textList(name, value);
+        if (!none) request.groups = textList(name, value);
     } else {
         throw RequestFault("unknown request member " + quoted(name));
     }

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "CurlOptions.h"
 #include "tavModule.h"
 
 namespace modtav {
@@ -55,9 +56,7 @@ tavhost::ControllerGroup *findGroup(cmd_parms *cmd, const char *name) {
 
 const char *addController(cmd_parms *cmd, void *, const char *name, const char *url) {
     if (const char *fault = inMainServer(cmd)) return fault;
-    apr_uri_t uri;
-    if (apr_uri_parse(cmd->pool, url, &uri) != APR_SUCCESS || !uri.hostname || !uri.scheme ||
-        (strcasecmp(uri.scheme, "http") != 0 && strcasecmp(uri.scheme, "https") != 0))
+    if (!tavhost::isControllerUrl(url))
         return apr_psprintf(cmd->pool, "TavController: '%s' is no URL such as http://controller.example:8700", url);
     tavhost::ControllerGroup *group = findGroup(cmd, name);
     if (!group) group = &serverConfig(cmd->server)->host.groups.emplace_back(tavhost::ControllerGroup{name, {}, {}, 0});

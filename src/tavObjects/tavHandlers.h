@@ -24,7 +24,7 @@ Object *tavApplicationCreate(void *snapshot, const char *name, TavConnector *con
 Object *tavWebModuleCreate(void *application, const char *name, TavConnector *connector) noexcept;
 Boolean tavWebModuleSetPropStr(Object *webModule, const char *name, const char *value) noexcept;
 Boolean tavWebModuleSetPropInt(Object *webModule, const char *name, int value) noexcept;
-Boolean tavWebModuleSetPropBool(Object *webModule, const char *name, Boolean value) noexcept;
+Boolean tavWebModuleSetPropBool(Object *webModule, const char *name, tav_boolean value) noexcept;
 Boolean tavWebModuleInit(Object *webModule) noexcept;
 void tavWebModuleDelete(Object *webModule) noexcept;
 Object *tavUriCreate(void *webModule, const char *name, TavConnector *connector) noexcept; // the web module
@@ -34,7 +34,7 @@ void tavVHostGroupRelease(Object *group) noexcept; // frees a group that never j
 Object *tavVHostCreate(void *group, const char *name, TavConnector *connector) noexcept;
 Boolean tavVHostSetPropStr(Object *vHost, const char *name, const char *value) noexcept;
 Boolean tavVHostSetPropInt(Object *vHost, const char *name, int value) noexcept;
-Boolean tavVHostSetPropBool(Object *vHost, const char *name, Boolean value) noexcept; // takes nothing
+Boolean tavVHostSetPropBool(Object *vHost, const char *name, tav_boolean value) noexcept; // takes nothing
 Boolean tavVHostInit(Object *vHost) noexcept;
 void tavVHostDelete(Object *vHost) noexcept;
 
@@ -42,7 +42,7 @@ void tavVHostDelete(Object *vHost) noexcept;
 Object *tavWebRouteWorkClassCreate(void *application, const char *name, TavConnector *connector) noexcept;
 Boolean tavWebRouteWorkClassSetPropStr(Object *workClass, const char *name, const char *value) noexcept;
 Boolean tavWebRouteWorkClassSetPropInt(Object *workClass, const char *name, int value) noexcept;
-Boolean tavWebRouteWorkClassSetPropBool(Object *workClass, const char *name, Boolean value) noexcept;
+Boolean tavWebRouteWorkClassSetPropBool(Object *workClass, const char *name, tav_boolean value) noexcept;
 Boolean tavWebRouteWorkClassInit(Object *workClass) noexcept;
 void tavWebRouteWorkClassDelete(Object *workClass) noexcept;
 void tavWebRouteWorkClassRelease(Object *workClass) noexcept; // the work class stays with its application

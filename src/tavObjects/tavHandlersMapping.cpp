@@ -52,7 +52,7 @@ Boolean tavWebModuleSetPropInt(Object *webModule, const char *name, int value) n
     return rmWebModuleSetPropInt(webModuleOf(webModule), name, value);
 }
 
-Boolean tavWebModuleSetPropBool(Object *webModule, const char *name, Boolean value) noexcept {
+Boolean tavWebModuleSetPropBool(Object *webModule, const char *name, tav_boolean value) noexcept {
     return rmWebModuleSetPropBool(webModuleOf(webModule), name, value);
 }
 
@@ -106,7 +106,7 @@ Boolean tavVHostSetPropInt(Object *object, const char *name, int value) noexcept
     return TRUE;
 }
 
-Boolean tavVHostSetPropBool(Object *, const char *, Boolean) noexcept { return FALSE; }
+Boolean tavVHostSetPropBool(Object *, const char *, tav_boolean) noexcept { return FALSE; }
 
 Boolean tavVHostInit(Object *object) noexcept {
     const auto *vHost = static_cast<VHostObject *>(object);

@@ -162,7 +162,7 @@ Boolean tavWebRouteWorkClassSetPropInt(Object *workClass, const char *name, int 
     return rmWebRouteWorkClassSetPropInt(workClassOf(workClass), name, value);
 }
 
-Boolean tavWebRouteWorkClassSetPropBool(Object *workClass, const char *name, Boolean value) noexcept {
+Boolean tavWebRouteWorkClassSetPropBool(Object *workClass, const char *name, tav_boolean value) noexcept {
     return rmWebRouteWorkClassSetPropBool(workClassOf(workClass), name, value);
 }
 

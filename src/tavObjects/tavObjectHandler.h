@@ -9,11 +9,12 @@
 typedef enum TavObjectHandlerParmType { RoutingInfo = 0, ParentMandatory = 1, ParentOptional = 2 } TavObjectHandlerParmType;
 
 typedef void Object;
+typedef Boolean tav_boolean; // the configuration's name for it
 // `name` is a shared text (tavSharedText.h), so that an object which keeps it needs no copy.
 typedef Object *(*CreateFcn)(void *parentOrSnapshot, const char *name, TavConnector *connector);
 typedef Boolean (*SetPropStrFcn)(Object *object, const char *name, const char *value);
 typedef Boolean (*SetPropIntFcn)(Object *object, const char *name, int value);
-typedef Boolean (*SetPropBoolFcn)(Object *object, const char *name, Boolean value);
+typedef Boolean (*SetPropBoolFcn)(Object *object, const char *name, tav_boolean value);
 typedef Boolean (*SetPropNullFcn)(Object *object, const char *name);
 typedef Boolean (*InitFcn)(Object *object);
 typedef void (*DeleteFcn)(Object *object);

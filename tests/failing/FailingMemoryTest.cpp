@@ -78,7 +78,7 @@ protected:
     long blocksAtRest(long enough) const {
         long fewest = LONG_MAX;
         instance.settle();
-        for (int turn = 0; turn < 2000 && fewest > enough; turn++) {
+        for (int turn = 0, most = enough > 0 ? 1000000 : 2000; turn < most && fewest > enough; turn++) {
             fewest = std::min(fewest, blocksNow());
             std::this_thread::yield();
         }

@@ -15,11 +15,10 @@ fi
 libdir=${libdir:-$(pkg-config --variable=libdir tavlib)}
 
 echo "== C11 through pkg-config"
-catalogue=$(pkg-config --variable=catalogue tavlib)
-read -ra flags <<<"$(pkg-config --define-variable=prefix="$prefix" --cflags --libs tavlib)"
+read -ra flags <<<"$(pkg-config --cflags --libs tavlib)"
 cc -std=c11 -Wall -Wextra -Wpedantic -Werror "$source_dir/tests/public/consumer.c" -o "$work/consumer" "${flags[@]}"
 document=$source_dir/examples/shop/shop.json
-"$work/consumer" "${catalogue/#$(pkg-config --variable=prefix tavlib)/$prefix}" "$document"
+"$work/consumer" "$(pkg-config --variable=catalogue tavlib)" "$document"
 
 echo "== the CMake package"
 mkdir "$work/cmake"

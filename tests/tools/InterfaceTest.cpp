@@ -74,6 +74,8 @@ TEST(Interface, whatCannotBeUsedIsToldAndEndsWithTwo) {
         {{"controller", "--dir", ".", "--listen", "192.0.2.1:1"}, "tavctl: "},
         {{"controller", "--dir", ".", "--wait", "0"}, "--wait"},
         {{"watch", "--controller", "http://127.0.0.1:1", "--for", "1", "--group-property", "colour=red"}, "colour"},
+        {{"watch", "--controller", "http://127.0.0.1:99999", "--for", "1"}, "'http://127.0.0.1:99999' is no URL"},
+        {{"watch", "--controller", "127.0.0.1:80", "--for", "1"}, "'127.0.0.1:80' is no URL"},
         {{"rule"}, "give either an expression or --file"},
         {{"rule", "true", "--file", rules.path()}, "give either an expression or --file"},
         {{"rule", "true", "--request", "{"}, "--request:1: "},

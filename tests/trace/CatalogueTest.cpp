@@ -150,8 +150,10 @@ TEST_F(Delivered, FreshInstallationIsQuietButTellsFaults) {
         "control.responseHealthPolicyTriggered control.timeoutHealthPolicyTriggered");
     TrContext *ctx = trMgrGetDefaultContext(mgr);
     std::set<std::string> told;
-    for (const TrRecord *record : TavListRange<TrRecord>(mgr->records))
+    for (const TrRecord *record : TavListRange<TrRecord>(mgr->records)) {
         if (trContextLogEnabled(ctx, record)) told.insert(trRecordGetPath(record));
+        EXPECT_TRUE(record->defaultLevel == TR_DEBUG_LEVEL || strcmp(record->messageId, "-1") != 0) << trRecordGetPath(record);
+    }
     EXPECT_EQ(told, std::set<std::string>(on.begin(), on.end()));
     trContextSetSpec(ctx, trSpecCreate(mgr, ":DEBUG"));
     for (const TrRecord *record : TavListRange<TrRecord>(mgr->records))

@@ -54,12 +54,13 @@ void print(const Check &check, const CheckOptions &options) {
         out("{}\n", paint(Colour::Red, fmt::format("{} finding{}", count, count == 1 ? "" : "s")));
 }
 
-int run(const CheckOptions &options) {
-    Check check;
+// Returns why a file cannot be read; empty: all of them were.
+std::string readAll(Check &check, const std::vector<std::string> &files) {
+    Progress progress("check", files.size());
     std::string fault;
     try {
-        Progress progress("check", options.files.size());
-        for (const std::string &file : options.files) {
+        for (const std::string &file : files) {
+            progress.name("check " + file);
             check.addFile(file);
             progress.step();
         }
@@ -67,6 +68,12 @@ int run(const CheckOptions &options) {
         fault = unreadable.what();
     }
     check.finish();
+    return fault;
+}
+
+int run(const CheckOptions &options) {
+    Check check;
+    const std::string fault = readAll(check, options.files);
     if (fault.empty() || !check.findings().empty()) print(check, options);
     if (!fault.empty()) throw Fault(fault);
     return check.count() > 0 ? EXIT_FINDINGS : EXIT_GOOD;

@@ -11,6 +11,7 @@
 #include "support/Fault.h"
 #include "support/Json.h"
 #include "support/Output.h"
+#include "support/Progress.h"
 
 namespace tavctl {
 
@@ -52,6 +53,7 @@ std::string refusalText(const tavhost::HttpAnswer &answer, const json_t *json) {
 Json ask(const ExplainOptions &options, const EnvHttpContext &request) {
     const std::string question = jsonLine(Json(tavhost::requestToJson(request)).get());
     tavhost::HttpAnswer answer{};
+    const Progress progress(options.status);
     try {
         answer = tavhost::postJson(questionUrl(options.status), question, options.transport, options.timeout);
     } catch (const tavhost::HostFault &fault) {

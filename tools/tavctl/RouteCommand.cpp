@@ -31,7 +31,10 @@ struct RouteOptions {
 
 void routeOnce(Engine &engine, const RouteOptions &options, const RuleNames &names, int &number, const std::string &url) {
     RoutedRequest request(engine.tav(), options.request.request(url));
-    request.decide();
+    {
+        const Progress progress(url); // a rollout makes requests wait
+        request.decide();
+    }
     const Decision decision = request.decision(std::to_string(number++));
     if (!options.json) return printDecision(requestTitle(request.request()), decision, names, options.explain);
     if (options.explain) json_object_set_new(decision.json.get(), "explain", explainJson(decision, names));
@@ -71,14 +74,16 @@ void routeRepeatedly(Engine &engine, const RouteOptions &options, int &number, c
         }
         RoutedRequest &routed = open.emplace_back(engine.tav(), request);
         routed.decide();
-        if (options.json)
-            out("{}\n", jsonLine(routed.toJson(std::to_string(number++)).get()));
-        else
-            count(spread, outcomeOf(routed));
         progress.step();
+        if (!options.json) {
+            count(spread, outcomeOf(routed));
+            continue;
+        }
+        progress.clear();
+        out("{}\n", jsonLine(routed.toJson(std::to_string(number++)).get()));
     }
     for (RoutedRequest &routed : open) routed.report(RESPONSE_SENT);
-    progress.clear();
+    progress.end();
     std::sort(spread.begin(), spread.end());
     if (!options.json) printSpread(spread, options, request);
 }

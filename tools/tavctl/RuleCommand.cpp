@@ -8,6 +8,7 @@
 #include "support/Fault.h"
 #include "support/Json.h"
 #include "support/Output.h"
+#include "support/Progress.h"
 
 namespace tavctl {
 
@@ -76,12 +77,15 @@ EnvHttpContext commandRequest(const RuleOptions &options) {
 // One {"rule", "request"} a line.
 bool readFileOfRules(Engine &engine, const RuleReader &reader, const RuleOptions &options) {
     bool allParse = true;
+    Progress progress(options.file);
     forEachJsonLine(readFile(options.file), options.file, [&](int number, const json_t *line) {
         try {
             refuseOtherMembers(line, "rule", {"rule", "request"});
             const json_t *rule = json_object_get(line, "rule");
             const json_t *request = json_object_get(line, "request");
             if (!json_is_string(rule)) throw Fault("\"rule\" must be a text");
+            progress.step();
+            progress.clear();
             allParse &=
                 readOne(engine, reader, json_string_value(rule), request ? requestFromJson(request) : EnvHttpContext(), options.json);
         } catch (const Fault &fault) {

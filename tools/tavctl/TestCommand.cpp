@@ -23,7 +23,7 @@ struct TestOptions {
 
 class Reporter : public ScenarioListener {
 public:
-    explicit Reporter(bool json) : json_(json), progress_("test", 0) {}
+    explicit Reporter(bool json) : json_(json), progress_("test") {}
 
     void start(const std::string &file) {
         progress_.name(file);
@@ -43,7 +43,7 @@ public:
         progress_.clear();
         complain(text);
     }
-    void summary(size_t files) const;
+    void summary(size_t files); // when all files are through
     size_t misses() const { return misses_; }
     size_t faults() const { return faults_; }
 
@@ -80,7 +80,8 @@ void Reporter::finish(const std::string &file, bool understood) {
         out("{}: {}\n", file, paint(Colour::Red, fmt::format("{} of {} expectations missed", missedInFile_, all)));
 }
 
-void Reporter::summary(size_t files) const {
+void Reporter::summary(size_t files) {
+    progress_.end();
     if (json_ || files < 2) return;
     out("{} files, {} expectations, {} missed", files, expectations_, misses_);
     if (faults_ > 0) out(", {} not understood", faults_);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <tuple>
 
+#include "check/DocumentShape.h"
 #include "support/Fault.h"
 #include "support/Json.h"
 
@@ -43,6 +44,9 @@ void Check::addText(const std::string &path, std::string text) {
     const bool isDelta = json_is_true(json_object_get(document.get(), "delta"));
     if (isDelta && !storedDocument(engine_.connector()))
         return add({.file = current(), .kind = "document", .text = "a delta without a complete document before it"});
+    checkShape(document.get(), [this](const std::string &pointer, const char *kind, const std::string &problem) {
+        add({.file = current(), .pointer = pointer, .kind = kind, .text = problem});
+    });
     forEachObject(document.get(), [this](const ObjectEntry &entry) { addEntry(entry); });
     std::vector<DocumentFinding> refused;
     const long long version = engine_.apply(texts_.back(), &refused);
@@ -63,7 +67,20 @@ void Check::addEntry(const ObjectEntry &entry) {
     for (const HarmlessProperty &property : HARMLESS) {
         if (entry.type == property.type) harmless_.insert(placeKey(file, entry.pointer + "/props/" + property.name));
     }
+    if (entry.type == "transport" && entry.operation == "add") addTransport(entry);
     if (entry.type == "rule") addRule(entry);
+}
+
+// All transports of a server are asked for, so one that is never used is no fault.
+void Check::addTransport(const ObjectEntry &entry) {
+    const char *protocol = textProperty(entry, "protocol");
+    if (forwardsWith(protocol)) return;
+    add({.file = current(),
+         .pointer = entry.pointer,
+         .kind = "unused",
+         .text = fmt::format("{}: the transport's protocol is {}: requests go over http and https only", entry.name,
+                             protocol ? protocol : "not given"),
+         .note = true});
 }
 
 void Check::addRule(const ObjectEntry &entry) {

@@ -50,6 +50,7 @@ private:
 
     size_t current() const { return paths_.size() - 1; }
     void addEntry(const ObjectEntry &entry);
+    void addTransport(const ObjectEntry &entry);
     void addRule(const ObjectEntry &entry);
     void addExpression(const ObjectEntry &entry);
     void addRefused(const std::vector<DocumentFinding> &refused);

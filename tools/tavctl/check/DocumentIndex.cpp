@@ -23,18 +23,6 @@ void walkObjects(const json_t *json, const std::string &operation, const std::st
 
 // ---- lines ----
 
-void appendToken(std::string &pointer, std::string_view token) {
-    pointer += '/';
-    for (const char c : token) {
-        if (c == '~')
-            pointer += "~0";
-        else if (c == '/')
-            pointer += "~1";
-        else
-            pointer += c;
-    }
-}
-
 // Walks a well-formed JSON text and notes the lines of the wanted values.
 class LineFinder {
 public:
@@ -102,6 +90,18 @@ private:
 };
 
 } // namespace
+
+void appendToken(std::string &pointer, std::string_view token) {
+    pointer += '/';
+    for (const char c : token) {
+        if (c == '~')
+            pointer += "~0";
+        else if (c == '/')
+            pointer += "~1";
+        else
+            pointer += c;
+    }
+}
 
 bool isRoutingRule(const ObjectEntry &entry) { return entry.type == "rule" && entry.name.find("/ruleSet/") == std::string::npos; }
 

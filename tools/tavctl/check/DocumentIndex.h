@@ -23,6 +23,9 @@ struct ObjectEntry {
 // Is it a rule of a work class? Those of a rule set choose what is traced.
 bool isRoutingRule(const ObjectEntry &entry);
 
+// One step further down: a member's name or an array's index.
+void appendToken(std::string &pointer, std::string_view token);
+
 // Every object entry with type and name, parents before children.
 void forEachObject(const json_t *document, const std::function<void(const ObjectEntry &)> &fn);
 

@@ -11,6 +11,7 @@
 #include "engine/TraceLog.h"
 #include "support/Fault.h"
 #include "support/Json.h"
+#include "support/Progress.h"
 
 // The trace catalogue, generated from share/tav-trace.xml.
 extern "C" const unsigned char tavctlCatalogue[];
@@ -75,6 +76,7 @@ int Engine::setProperty(const std::string &name, const std::optional<std::string
 }
 
 void applyFile(Engine &engine, const std::string &path) {
+    const Progress progress(path);
     const std::string text = readFile(path);
     parseJson(text, path); // for the line of a syntax error
     if (engine.apply(text) == -1) throw Fault(path, 0, engine.refusal());

@@ -175,6 +175,8 @@ std::vector<ObjectProblem> findUnreachable(Tav *tav) {
     return problems;
 }
 
+bool forwardsWith(const char *protocol) { return tsProtocolToIndex(protocol) >= 0; }
+
 std::string actionProblem(const std::string &text) {
     Action *action = actionCreate(text.c_str());
     const bool good = action != nullptr;

@@ -36,6 +36,8 @@ struct ObjectProblem {
     std::string text;
 };
 std::vector<ObjectProblem> findUnreachable(Tav *tav);
+// Are there requests that go over a transport of this protocol? It may be null.
+bool forwardsWith(const char *protocol);
 // Why an action text of a routing rule is refused; empty: it is not.
 std::string actionProblem(const std::string &action);
 
