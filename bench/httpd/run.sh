@@ -4,7 +4,8 @@
 # Four loads take turns: the balancer, mod_tav, mod_tav while its configuration changes ten times a second, and, to tell what they cost, mod_tav
 # without the private headers, which the balancer has nothing like. A figure is the median over the rounds of a round's ratio, so that what slows
 # the machine for a while slows both sides. Both servers have the modules and the access log of Debian's httpd. They have a core of their own,
-# where there are two. ROUNDS and SECONDS_EACH are how often and how long.
+# where there are two. Idle cores poll, as far as root may say so: what it costs to wake one up depends on how long it has slept, and on a
+# virtual machine is no small part of a request. ROUNDS and SECONDS_EACH are how often and how long.
 set -euo pipefail
 build=$(cd "$1" && pwd)
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -155,6 +156,10 @@ measure() {
 # deltas: how many the library took
 deltas() { curl -s -m 20 "http://127.0.0.1:$control/given"; }
 
+if [ -w /dev/cpu_dma_latency ]; then
+    exec 9>/dev/cpu_dma_latency # as long as it is open
+    printf '\0\0\0\0' >&9
+fi
 for name in "${servers[@]}"; do measure "$name" "${!name}" warm 2; done
 for ((round = 1; round <= rounds; round++)); do
     printf '\rround %d of %d' "$round" "$rounds" >&2
