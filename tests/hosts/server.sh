@@ -44,10 +44,18 @@ finish() {
 trap finish EXIT
 trap 'exit 1' TERM INT
 
-# Ports that nobody listens at now.
+# Ports that nobody listens at now, below those that connections are given: a server that comes up late, or anew, still finds its own.
 mapfile -t ports < <(python3 -c '
-import socket
-sockets = [socket.create_server(("127.0.0.1", 0)) for _ in range(8)]
+import random, socket
+with open("/proc/sys/net/ipv4/ip_local_port_range") as file:
+    candidates = list(range(10000, max(int(file.read().split()[0]), 12000)))
+random.shuffle(candidates)
+sockets = []
+while len(sockets) < 8:
+    try:
+        sockets.append(socket.create_server(("127.0.0.1", candidates.pop())))
+    except OSError:
+        pass
 print(*[s.getsockname()[1] for s in sockets], sep="\n")')
 front=${ports[0]} control=${ports[1]} back=("${ports[@]:2}")
 
