@@ -25,6 +25,14 @@ inline const char *textOf(const json_t *object, const char *key) {
     return text ? text : "";
 }
 
+// fn(name, value) for each member, in order; none for what is no object.
+template <typename Function>
+void forEachMember(const json_t *members, Function fn) {
+    json_t *object = const_cast<json_t *>(members);
+    for (void *it = json_object_iter(object); it; it = json_object_iter_next(object, it))
+        fn(json_object_iter_key(it), static_cast<const json_t *>(json_object_iter_value(it)));
+}
+
 // "a text", "an integer", ...: for messages.
 const char *jsonTypeName(const json_t *json);
 

@@ -38,14 +38,6 @@ void requireObject(std::string_view member, const json_t *value) {
     if (!json_is_object(value)) wrongType(member, "an object", value);
 }
 
-// fn(name, value) for each member.
-template <typename Function>
-void forEachMember(const json_t *members, Function fn) {
-    json_t *object = const_cast<json_t *>(members);
-    for (void *it = json_object_iter(object); it; it = json_object_iter_next(object, it))
-        fn(json_object_iter_key(it), json_object_iter_value(it));
-}
-
 std::vector<std::string> textList(std::string_view member, const json_t *value) {
     if (!json_is_array(value)) wrongType(member, "a list of texts", value);
     std::vector<std::string> list;

@@ -57,16 +57,13 @@ public:
 private:
     // Null counts as absent.
     void members(const json_t *json, std::span<const Member> known, const std::string &pointer) {
-        json_t *object = const_cast<json_t *>(json);
-        for (void *it = json_object_iter(object); it; it = json_object_iter_next(object, it)) {
-            const std::string_view name = json_object_iter_key(it);
-            const json_t *value = json_object_iter_value(it);
+        forEachMember(json, [&](std::string_view name, const json_t *value) {
             const auto member = std::find_if(known.begin(), known.end(), [name](const Member &each) { return each.name == name; });
             if (member == known.end())
                 tell(pointer, name, "unused", fmt::format("no member of the name \"{}\" is read here", name));
             else if (member->wanted && !json_is_null(value) && !member->fits(value))
                 wrongType(pointer, name, member->wanted, value);
-        }
+        });
     }
 
     void entries(const json_t *json, const std::string &pointer) {
@@ -77,11 +74,9 @@ private:
     }
 
     void relationships(const json_t *json, const std::string &pointer) {
-        json_t *kinds = const_cast<json_t *>(json);
-        for (void *it = json_object_iter(kinds); it; it = json_object_iter_next(kinds, it)) {
-            const json_t *pairs = json_object_iter_value(it);
-            if (!isList(pairs) && !json_is_null(pairs)) wrongType(pointer, json_object_iter_key(it), "an array", pairs);
-        }
+        forEachMember(json, [&](std::string_view kind, const json_t *pairs) {
+            if (!isList(pairs) && !json_is_null(pairs)) wrongType(pointer, kind, "an array", pairs);
+        });
     }
 
     void wrongType(const std::string &pointer, std::string_view name, const char *wanted, const json_t *value) {

@@ -20,9 +20,8 @@ MappingView mappingOf(const json_t *mapping) {
     MappingView view{memberText(mapping, "module"), memberText(mapping, "application"), memberText(mapping, "workClass"), {}, {}};
     const json_t *rules = json_object_get(mapping, "rules");
     for (size_t i = 0; i < json_array_size(rules); i++) view.rules.push_back(ruleOf(json_array_get(rules, i)));
-    json_t *servers = json_object_get(mapping, "servers");
-    for (void *it = json_object_iter(servers); it; it = json_object_iter_next(servers, it))
-        view.servers[json_object_iter_key(it)] = memberText(servers, json_object_iter_key(it));
+    const json_t *servers = json_object_get(mapping, "servers");
+    forEachMember(servers, [&](const char *name, const json_t *) { view.servers[name] = memberText(servers, name); });
     return view;
 }
 

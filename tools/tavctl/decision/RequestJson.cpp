@@ -30,11 +30,9 @@ void responseFromJson(const json_t *members, EnvHttpContext &request) try {
 }
 
 void refuseOtherMembers(const json_t *object, const char *where, const std::vector<std::string_view> &names) {
-    json_t *json = const_cast<json_t *>(object);
-    for (void *it = json_object_iter(json); it; it = json_object_iter_next(json, it)) {
-        const std::string_view key = json_object_iter_key(it);
+    forEachMember(object, [&](std::string_view key, const json_t *) {
         if (std::find(names.begin(), names.end(), key) == names.end()) throw Fault(fmt::format("unknown {} member \"{}\"", where, key));
-    }
+    });
 }
 
 } // namespace tavctl

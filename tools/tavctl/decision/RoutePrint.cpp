@@ -111,13 +111,11 @@ void printEndpoint(const json_t *endpoint) {
     outField("cluster", textOrDash(endpoint, "cluster"));
 }
 
-void printHeaders(json_t *headers) {
+void printHeaders(const json_t *headers) {
     FieldList fields("headers");
-    for (void *it = json_object_iter(headers); it; it = json_object_iter_next(headers, it)) {
-        const char *name = json_object_iter_key(it);
-        const bool set = json_is_string(json_object_iter_value(it));
-        fields.add(set ? fmt::format("{}: {}", name, memberText(headers, name)) : fmt::format("{} removed", name));
-    }
+    forEachMember(headers, [&](const char *name, const json_t *value) {
+        fields.add(json_is_string(value) ? fmt::format("{}: {}", name, json_string_value(value)) : fmt::format("{} removed", name));
+    });
 }
 
 // What only a server has: whether it asks the library at all, and which document is in force.

@@ -13,6 +13,7 @@
 
 namespace tavctl {
 
+using tavhost::forEachMember;
 using tavhost::Json;
 using tavhost::jsonTypeName;
 
